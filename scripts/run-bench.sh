@@ -1,0 +1,7 @@
+#!/usr/bin/env bash
+# Builds and runs the benchmarks; each prints its table.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/build.sh
+BIN=${ZV_BUILD_DIR:-build}/bin
+"$BIN/bench_settings_store" --benchmark_min_time=0.2

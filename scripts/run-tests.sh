@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test suite.
+# End-to-end suites create network namespaces and need root (CI runs as root);
+# as another user they are skipped with a message.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/install-deps.sh
+bash scripts/build.sh
+BUILD_DIR=${ZV_BUILD_DIR:-build}
+
+export QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-offscreen}
+# Tests get a home of their own: logs and settings never touch the user's.
+TEST_HOME=$(mktemp -d /tmp/zv-test-home-XXXXXX)
+trap 'rm -rf "$TEST_HOME"' EXIT
+export HOME="$TEST_HOME" XDG_CONFIG_HOME="$TEST_HOME/.config"
+
+ctest --test-dir "$BUILD_DIR" --output-on-failure --timeout 300 -j 2 "$@"
