@@ -1,0 +1,96 @@
+// The casting library's session facade. One per process.
+//
+// Threads: the library owns an I/O thread on which its sockets, timers and
+// discovery live; it never needs the caller's event loop. Blocking operations
+// (logIn, checkVersion, miracastResq, shareResq) block only their caller, with
+// a time-out. Callbacks arrive on library threads, never on the caller's.
+//
+// Results: a long of 0 means success; on failure the reason is delivered as an
+// error code through the error callback (and MC_Util_GetLastError).
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Callbacks.h"
+#include "SessionRecords.h"
+
+namespace zv {
+class LibraryCore;
+}
+
+class CManageAll {
+public:
+    static CManageAll* getInstance();
+
+    // Logging and callbacks.
+    long initLogOut(const char* logPath, bool enable);
+    long initCallBack(PingDataCallback pingCallback);
+    long initDataCallBack(ExceptionCallback exceptionCallback, ErrorCallback errorCallback, void* user);
+
+    // Session.
+    long uploadClientDeviceInfo(tagDeviceInfo_& info);
+    long logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device, long& userHandle,
+               long& sessionHandle, void* reserved, ClientDeviceType type, const char* hostName);
+    long logOut(long userHandle, long sessionHandle);
+    long checkVersion(VersionInfo& info, long userHandle);
+    long getBusinessCap(BusinessCap& cap);
+    tagDeviceInfo_ getServerInfo();
+    int getServerDeviceType();
+    // 0 idle, 1 logging in, 2 logged in, 3 casting, 4 reverse screen.
+    int getStatues();
+
+    // Screen and window casting.
+    long initProtocol(ProtocolType stream, ProtocolType reverse, ProtocolType mouse);
+    long miracastResq(long userHandle, tagDeviceListUnitInfo_& device, CaptureMouseCallback mouseCallback,
+                      void* mouseUser, ReverseControlCallback reverseCallback, void* reverseUser, bool flag,
+                      VideoStreamSource source);
+    long pauseMiracast(bool pause);
+    long stopMiracast();
+    long setWindowScreenInfo(tagWindowScreenInfo_ info);
+    long voiceOn(int close, bool reserved);
+    long reverseCtrlOn(int on, ScreenControlType type);
+
+    // Reverse screen.
+    long shareResq(long userHandle, tagDeviceListUnitInfo_& device, StreamDataCallback streamCallback,
+                   void* streamUser, StreamDataCallback secondCallback, void* secondUser, bool flag);
+    long stopShare();
+    long requestShareKeyFrame(bool force);
+    long voiceShareOn(int on);
+    long reverseCtrlShareOn(int on);
+    long pushMouseJSON(const char* json);
+
+    // Discovery.
+    void setFoundDeviceCallback(DeviceCallback callback);
+    void setExitDeviceCallback(DeviceCallback callback);
+    void setUpdateDeviceCallback(DeviceCallback callback);
+    void setDevComingCallback(DeviceCallback callback);
+    long startDiscovery();
+    long endDiscovery();
+    long refreshGroupList();
+
+    // File casting.
+    long setCastFile(const char* path);
+    long pauseCastFile();
+    long resumeCastFile();
+    long seekCastFile(int seconds);
+    long setCastFileVolume(int volume);
+    long getCastFilePlayInfo(int& positionSeconds, int& durationSeconds, CastFileState& state, int& volume);
+    long rotatePicture(int degrees);
+    long scalePicture(int percent);
+    long translatePicture(int dx, int dy);
+
+    // Reports for the panel's log.
+    long reportOtherClientInfo(const char* event);
+    long reportClientEventInfo(const char* event, bool flag, const char* detail);
+
+    // Ends every session and thread of the library. Safe to call more than once.
+    void destroy();
+
+    zv::LibraryCore& core();
+
+private:
+    CManageAll();
+    ~CManageAll();
+    std::unique_ptr<zv::LibraryCore> m_core;
+};
