@@ -1,0 +1,11 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="el" sourcelanguage="en">
+<context>
+    <name>OrvixUpgrade</name>
+    <message>
+        <source>Cast your screen to a display panel</source>
+        <translation>Μεταδώστε την οθόνη σας σε πάνελ οθόνης</translation>
+    </message>
+</context>
+</TS>

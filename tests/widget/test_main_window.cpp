@@ -1,0 +1,119 @@
+// The main window on its own: construction, showing, the command-line entry
+// and closing.
+#include <QtTest/QtTest>
+
+#include <glog/logging.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ui/OrvixUpgrade.h"
+
+using qorquicomponents::OrvixUpgrade;
+
+namespace {
+
+// Collects the text of every log line while it is installed.
+class LogCapture : public google::LogSink {
+public:
+    LogCapture() { google::AddLogSink(this); }
+    ~LogCapture() override { google::RemoveLogSink(this); }
+
+    void send(google::LogSeverity, const char*, const char*, int, const google::LogMessageTime&,
+              const char* message, size_t length) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_lines.emplace_back(message, length);
+    }
+
+    int count(const std::string& line) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        int n = 0;
+        for (const auto& l : m_lines) n += l == line ? 1 : 0;
+        return n;
+    }
+
+    int countContaining(const std::string& part) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        int n = 0;
+        for (const auto& l : m_lines) n += l.find(part) != std::string::npos ? 1 : 0;
+        return n;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<std::string> m_lines;
+};
+
+const std::string kEmptyIpLine = "[shortcutModeScreen] shortcutModeScreen return, because strIp is empty";
+const std::string kConnectFailedCode = "0xF3200001";
+
+}  // namespace
+
+class TestMainWindow : public QObject {
+    Q_OBJECT
+
+private slots:
+    void startsIdleAndShows();
+    void shortcutRestoresWindowAndTracksCommandLineStart();
+    void closeHidesWindow();
+};
+
+void TestMainWindow::startsIdleAndShows() {
+    OrvixUpgrade window(nullptr);
+    QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus));
+    QVERIFY(!window.getScreenStatus());
+    QVERIFY(!window.getReverseScreenStatus());
+    QVERIFY(!window.isCommandLineStart());
+    QCOMPARE(window.size(), QSize(1008, 640));
+
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(window.isVisible());
+}
+
+void TestMainWindow::shortcutRestoresWindowAndTracksCommandLineStart() {
+    LogCapture log;
+    OrvixUpgrade window(nullptr);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+
+    // An empty address without an earlier command-line start: no error code.
+    window.shortcutModeScreen(QString(), QString(), 0);
+    QVERIFY(!window.isCommandLineStart());
+    QCOMPARE(log.count(kEmptyIpLine), 1);
+    QCOMPARE(log.countContaining(kConnectFailedCode), 0);
+
+    // A minimised window comes back, and the start is marked.
+    window.showMinimized();
+    QTRY_VERIFY(window.isMinimized());
+    window.shortcutModeScreen(QStringLiteral("192.168.10.20"), QString(), 0);
+    QVERIFY(window.isCommandLineStart());
+    QTRY_VERIFY(!window.isMinimized());
+    QVERIFY(window.isVisible());
+    QCOMPARE(log.count(kEmptyIpLine), 1);
+    QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus));
+
+    // Empty after a command-line start: the error code is raised once and the
+    // mark cleared, so a second empty call raises nothing.
+    window.shortcutModeScreen(QString(), QStringLiteral("second"), 0);
+    QVERIFY(!window.isCommandLineStart());
+    QCOMPARE(log.count(kEmptyIpLine), 2);
+    QCOMPARE(log.countContaining(kConnectFailedCode), 1);
+
+    window.shortcutModeScreen(QString(), QString(), 0);
+    QCOMPARE(log.count(kEmptyIpLine), 3);
+    QCOMPARE(log.countContaining(kConnectFailedCode), 1);
+}
+
+void TestMainWindow::closeHidesWindow() {
+    OrvixUpgrade window(nullptr);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(window.close());
+    QVERIFY(!window.isVisible());
+    QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus));
+}
+
+QTEST_MAIN(TestMainWindow)
+#include "test_main_window.moc"
