@@ -1,0 +1,149 @@
+// Message transport over one TCP connection: framing, heartbeats and an
+// orderly end. MessageChannel works on a QSslSocket (the control channel,
+// either side) or a plain QTcpSocket (the passcode service); TlsServer
+// accepts TLS 1.3 connections and hands each out as a MessageChannel.
+//
+// Threads: both are QObjects used only from the thread they live in (the
+// library's I/O thread, the receiver's main thread); the socket moves with
+// its channel.
+#pragma once
+
+#include <QCborMap>
+#include <QHostAddress>
+#include <QObject>
+#include <QSslCertificate>
+#include <QSslKey>
+#include <QString>
+#include <QTcpServer>
+
+#include <functional>
+
+#include "protocol/MessageFraming.h"
+#include "protocol/ProtocolConstants.h"
+
+class QSslSocket;
+class QTcpSocket;
+class QTimer;
+
+namespace zv {
+
+class MessageChannel : public QObject {
+    Q_OBJECT
+public:
+    // Takes ownership of a connected socket (a QSslSocket past its handshake
+    // or a plain QTcpSocket). Data or a close that is already pending is
+    // handled from the event loop, so signals connected right after
+    // construction see everything.
+    explicit MessageChannel(QTcpSocket* socket, QObject* parent = nullptr);
+    // Destroying an open channel drops the connection without emitting
+    // closed. From inside the channel's own signals use deleteLater().
+    ~MessageChannel() override;
+
+    bool isOpen() const { return m_state == State::Open; }
+
+    // Queues one message; false (nothing sent) when the channel is not open
+    // or the message does not fit a frame.
+    bool send(const QCborMap& message);
+
+    // Ends the channel after the messages already sent have gone out (at
+    // most kCloseFlushMs), then emits closed(reason). Incoming data is
+    // ignored from now on. Repeated calls do nothing.
+    void close(const QString& reason);
+
+    // Sends {"t":"hb","seq":n} every intervalMs and counts whole intervals
+    // in which nothing arrived: heartbeatMissed(count) each interval from
+    // count 2 on, alive() when data arrives after heartbeatMissed.
+    void startHeartbeat(int intervalMs = kHeartbeatIntervalMs);
+    void stopHeartbeat();
+    int missedHeartbeats() const { return m_missed; }
+
+    // The certificate the peer showed (null for a plain socket).
+    QSslCertificate peerCertificate() const;
+    QHostAddress peerAddress() const { return m_peerAddress; }
+    quint16 peerPort() const { return m_peerPort; }
+    // "address:port" for logs.
+    QString peerName() const;
+    QTcpSocket* socket() const { return m_socket; }
+
+    static constexpr int kCloseFlushMs = 3000;
+
+    // Opens a TLS 1.3 connection to host:port. Certificates are not verified
+    // (the caller pins the panel key from peerCertificate()). done runs once,
+    // in context's thread, with the new channel (owned by the caller) and an
+    // empty error, or with nullptr and the reason, also when nothing answers
+    // within timeoutMs. Nothing runs if context is destroyed first.
+    using ConnectDone = std::function<void(MessageChannel* channel, const QString& error)>;
+    static void connectTls(const QString& host, quint16 port, int timeoutMs, QObject* context, ConnectDone done);
+    // The same, waiting in the calling thread; nullptr and *error on failure.
+    static MessageChannel* connectTlsBlocking(const QString& host, quint16 port, int timeoutMs, QString* error);
+
+signals:
+    // Every message except heartbeats, which come as heartbeatReceived.
+    void messageReceived(const QCborMap& message);
+    void heartbeatReceived(qint64 seq);
+    void heartbeatMissed(int count);
+    void alive();
+    // Exactly once: "peer closed the connection", "socket error: ...",
+    // "protocol error: ..." or the reason given to close().
+    void closed(const QString& reason);
+
+private:
+    enum class State { Open = 1, Closing, Closed };
+
+    void onReadyRead();
+    void onDisconnected();
+    void onSocketError();
+    void onHeartbeatTick();
+    void onCloseTimeout();
+    void processIncoming(const QByteArray& data);
+    void failProtocol(const QString& reason);
+    void finish(const QString& reason);
+
+    QTcpSocket* m_socket;
+    QTimer* m_heartbeatTimer;
+    QTimer* m_closeTimer;
+    FrameDecoder m_decoder;
+    State m_state = State::Open;
+    QString m_closeReason;
+    QHostAddress m_peerAddress;
+    quint16 m_peerPort = 0;
+    qint64 m_heartbeatSeq = 0;
+    int m_missed = 0;
+    bool m_heardSinceTick = false;
+};
+
+// Accepts TLS 1.3 connections with the given identity. Each connection whose
+// handshake completes within the handshake time-out is emitted as
+// newChannel (parented to the server; take it over with setParent or
+// delete it); failed or slow handshakes are logged, reported by
+// handshakeFailed and dropped.
+class TlsServer : public QTcpServer {
+    Q_OBJECT
+public:
+    TlsServer(const QSslKey& key, const QSslCertificate& certificate, QObject* parent = nullptr);
+
+    void setHandshakeTimeoutMs(int ms) { m_handshakeTimeoutMs = ms; }
+    int pendingHandshakes() const { return m_pendingHandshakes; }
+
+    static constexpr int kDefaultHandshakeTimeoutMs = 5000;
+    // Connections beyond this many unfinished handshakes are closed at once.
+    static constexpr int kMaxPendingHandshakes = 64;
+
+signals:
+    void newChannel(zv::MessageChannel* channel);
+    void handshakeFailed(const QString& peer, const QString& reason);
+
+protected:
+    void incomingConnection(qintptr socketDescriptor) override;
+
+private:
+    void acceptHandshake(QSslSocket* socket, QTimer* timer);
+    void dropHandshake(QSslSocket* socket, QTimer* timer, const QString& peer, const QString& reason);
+
+    QSslKey m_key;
+    QSslCertificate m_certificate;
+    int m_handshakeTimeoutMs = kDefaultHandshakeTimeoutMs;
+    int m_pendingHandshakes = 0;
+};
+
+}  // namespace zv
