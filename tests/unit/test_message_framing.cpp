@@ -8,6 +8,7 @@
 #include <functional>
 #include <vector>
 
+#include "protocol/CastMessages.h"
 #include "protocol/MessageFraming.h"
 #include "protocol/Messages.h"
 
@@ -52,7 +53,21 @@ std::vector<QCborMap> sampleMessages() {
             buildResolved({QStringLiteral("10.0.0.9"), 47800, QStringLiteral("Room 4")}),
             buildUnregister({QStringLiteral("AB12"), QStringLiteral("10.0.0.9")}),
             buildUnregistered(),
-            buildError({reason::kTaken})};
+            buildError({reason::kTaken}),
+            buildCastRequest({QStringLiteral("window"), QStringLiteral("udp"), 1920, 1080, 60, true, true, 5004}),
+            buildCastPending(),
+            buildCastAccepted({QStringLiteral("brx"), 5000, 5002, 5001, QStringLiteral("k3y"), 30, 3840, 2160}),
+            buildCastRefused({QStringLiteral("race fail."), QStringLiteral("someone else casts")}),
+            buildCastSwitch(msg::kCastPause, {true}),
+            buildCastSwitch(msg::kCastVoice, {true}),
+            buildCastSwitch(msg::kCastVoiceState, {true}),
+            buildCastSwitch(msg::kCastControl, {true}),
+            buildCastStop({QStringLiteral("user")}),
+            buildCastControlState({true, QStringLiteral("nonsupport")}),
+            buildCursor({65535, 17, false}),
+            buildTouch({QStringLiteral("touchMove"), 100, 65535, 1234567890123LL}),
+            buildCastStats({8000, 30, 28, 2}),
+            buildCastStalled({5})};
 }
 
 // Parses a message with the reader for its type and builds it again.
@@ -72,6 +87,19 @@ QCborMap reparse(const QCborMap& map, QString* error) {
     if (t == msg::kUnregister) return again(parseUnregister(map, error), buildUnregister);
     if (t == msg::kUnregistered) return again(parseUnregistered(map, error), buildUnregistered);
     if (t == msg::kError) return again(parseError(map, error), buildError);
+    if (t == msg::kCastRequest) return again(parseCastRequest(map, error), buildCastRequest);
+    if (t == msg::kCastPending) return map == buildCastPending() ? map : QCborMap();
+    if (t == msg::kCastAccepted) return again(parseCastAccepted(map, error), buildCastAccepted);
+    if (t == msg::kCastRefused) return again(parseCastRefused(map, error), buildCastRefused);
+    if (t == msg::kCastPause || t == msg::kCastVoice || t == msg::kCastVoiceState || t == msg::kCastControl) {
+        return again(parseCastSwitch(map, t, error), [&](const CastSwitchMessage& m) { return buildCastSwitch(t, m); });
+    }
+    if (t == msg::kCastStop) return again(parseCastStop(map, error), buildCastStop);
+    if (t == msg::kCastControlState) return again(parseCastControlState(map, error), buildCastControlState);
+    if (t == msg::kCursor) return again(parseCursor(map, error), buildCursor);
+    if (t == msg::kTouch) return again(parseTouch(map, error), buildTouch);
+    if (t == msg::kCastStats) return again(parseCastStats(map, error), buildCastStats);
+    if (t == msg::kCastStalled) return again(parseCastStalled(map, error), buildCastStalled);
     *error = QStringLiteral("no reader for ") + t;
     return {};
 }
@@ -123,6 +151,11 @@ TEST(MessageFraming, EveryMessageTypeSurvivesTheRoundTrip) {
     EXPECT_EQ(welcome->panel.key, QStringLiteral("0123456789abcdef"));
     EXPECT_EQ(welcome->caps.maxClients, 4);
     EXPECT_TRUE(welcome->resumed);
+    const auto touch = parseTouch(buildTouch({QStringLiteral("touchUp"), 1, 2, 3}), &error);
+    ASSERT_TRUE(touch);
+    EXPECT_EQ(touch->type, QStringLiteral("touchUp"));
+    EXPECT_FALSE(parseCastSwitch(buildCastSwitch(msg::kCastPause, {true}), msg::kCastVoice, &error))
+        << "a pause is not a voice switch";
 
     // resume is optional in hello and stays absent.
     HelloMessage plain;

@@ -1,0 +1,388 @@
+#include "casting/CManageAll.h"
+
+#include <QHostInfo>
+#include <QSysInfo>
+
+#include <cstring>
+
+#include "casting/CClientConfig.h"
+#include "casting/Daemon.h"
+#include "casting/KtrRuntime.h"
+#include "protocol/ConnectCode.h"
+#include "protocol/ProtocolConstants.h"
+#include "casting/BusinessSettings.h"
+#include "session/CastSession.h"
+#include "session/ClientSession.h"
+#include "session/LibraryCore.h"
+#include "session/Watchdog.h"
+#include "casting/ErrorCodes.h"
+#include "casting/Log.h"
+#include "casting/McUtil.h"
+
+
+namespace {
+
+// Operations whose component is not in this build answer with a failure and
+// say so, instead of pretending to succeed.
+long unavailable(const char* operation) {
+    LOG(WARNING) << "[" << operation << "] unavailable in this build";
+    MC_Util_SetLastError(zv_error::CONNECT_FAILED);
+    return -1;
+}
+
+}  // namespace
+
+CManageAll::CManageAll() : m_core(std::make_unique<zv::LibraryCore>()) {}
+CManageAll::~CManageAll() = default;  // the core shuts itself down
+
+CManageAll* CManageAll::getInstance() {
+    static CManageAll instance;
+    return &instance;
+}
+
+zv::LibraryCore& CManageAll::core() { return *m_core; }
+
+long CManageAll::initLogOut(const char* logPath, bool enable) {
+    if (!enable) return 0;
+    zv_log::start("zelvanor", logPath != nullptr ? std::string(logPath) : zv_log::defaultLogDir());
+    ZV_LOG(INFO) << " casting library logging started";
+    return 0;
+}
+
+long CManageAll::initCallBack(PingDataCallback pingCallback) {
+    m_core->editCallbacks([&](auto& c) { c.ping = pingCallback; });
+    return 0;
+}
+
+long CManageAll::initDataCallBack(ExceptionCallback exceptionCallback, ErrorCallback errorCallback, void* user) {
+    m_core->editCallbacks([&](auto& c) {
+        c.exception = std::move(exceptionCallback);
+        c.error = errorCallback;
+        c.user = user;
+    });
+    return 0;
+}
+
+long CManageAll::uploadClientDeviceInfo(tagDeviceInfo_& info) {
+    m_core->setClientDevice(info);
+    return 0;
+}
+
+namespace {
+
+constexpr auto kLoginTimeout = std::chrono::seconds(12);  // the session's own limits end well before
+
+template <size_t N>
+void copyField(char (&field)[N], const QString& text) {
+    const QByteArray bytes = text.toUtf8().left(static_cast<int>(N) - 1);
+    Ktr_Memset_s(field, N, 0, N);
+    Ktr_Memcpy_s(field, N, bytes.constData(), static_cast<size_t>(bytes.size()));
+}
+
+QString fieldText(const char* field, size_t size) { return QString::fromUtf8(field, static_cast<int>(strnlen(field, size))); }
+
+zv::HelloMessage makeHello(const tagDeviceInfo_& device, ClientDeviceType type, const char* hostName) {
+    zv::HelloMessage hello;
+    hello.proto = zv::kProtocolVersion;
+    hello.minProto = zv::kMinProtocolVersion;
+    hello.host = hostName != nullptr && hostName[0] != '\0' ? QString::fromUtf8(hostName) : QHostInfo::localHostName();
+    hello.deviceType = type;
+    hello.device.model = fieldText(device.szModel, sizeof device.szModel);
+    hello.device.name = fieldText(device.szName, sizeof device.szName);
+    hello.device.address = fieldText(device.szAddress, sizeof device.szAddress);
+    hello.device.mac = fieldText(device.szMac, sizeof device.szMac);
+    hello.device.os = fieldText(device.szOsName, sizeof device.szOsName);
+    if (hello.device.os.isEmpty()) hello.device.os = QSysInfo::prettyProductName();
+    hello.device.width = device.nScreenWidth;
+    hello.device.height = device.nScreenHeight;
+    return hello;
+}
+
+}  // namespace
+
+long CManageAll::logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device, long& userHandle,
+                       long& sessionHandle, void*, ClientDeviceType type, const char* hostName) {
+    zv::LoginTarget target;
+    target.code = fieldText(device.szConnectCode, sizeof device.szConnectCode);
+    target.passcodeHost = fieldText(server.szIp, sizeof server.szIp);
+    target.passcodePort = static_cast<quint16>(server.nPort > 0 && server.nPort <= 65535 ? server.nPort : 0);
+    if (target.code.isEmpty()) {
+        target.address = fieldText(device.szAddress, sizeof device.szAddress);
+        target.port = static_cast<quint16>(device.nPort > 0 && device.nPort <= 65535 ? device.nPort : 0);
+        target.key = fieldText(device.szKey, sizeof device.szKey);
+    }
+    const zv::HelloMessage hello = makeHello(m_core->clientDevice(), type, hostName);
+    ZV_LOG(INFO) << " log in " << (target.code.isEmpty() ? "to " + target.address.toStdString()
+                                                          : "with code " + target.code.toStdString());
+
+    auto promise = std::make_shared<std::promise<zv::ClientSession::LoginResult>>();
+    std::future<zv::ClientSession::LoginResult> future = promise->get_future();
+    zv::LibraryCore* core = m_core.get();
+    core->io().post([core, target, hello, promise] {
+        core->session().login(target, hello, [promise](const zv::ClientSession::LoginResult& result) {
+            promise->set_value(result);
+        });
+    });
+    zv::ClientSession::LoginResult result;
+    if (future.wait_for(kLoginTimeout) == std::future_status::ready) {
+        result = future.get();
+    } else {
+        result.error = zv_error::CONNECT_FAILED;
+        result.detail = QStringLiteral("log-in did not finish in time");
+    }
+    if (result.error != 0) {
+        ZV_LOG(WARNING) << " log-in failed: " << zv_error::describe(result.error) << " (" << result.detail.toStdString() << ")";
+        m_core->reportError(result.error);
+        return -1;
+    }
+
+    const zv::WelcomeMessage& welcome = result.welcome;
+    copyField(device.szAddress, result.panel.address);
+    copyField(device.szName, welcome.panel.name);
+    copyField(device.szKey, result.panel.expectedKey);
+    copyField(device.szFingerprint, result.panel.expectedKey);
+    copyField(device.szConnectCode, result.code);
+    device.nPort = result.panel.port;
+    device.nDeviceType = welcome.panel.deviceType;
+    device.nVersion = welcome.proto;
+    device.uCapabilities = static_cast<uint32_t>(welcome.caps.bits);
+    userHandle = static_cast<long>(welcome.session);
+    sessionHandle = 1;
+    MC_Util_SetLastError(0);
+    return 0;
+}
+
+long CManageAll::logOut(long, long) {
+    zv::LibraryCore* core = m_core.get();
+    core->io().call(
+        [core] {
+            core->cast().stop(QStringLiteral("logged out"));
+            core->session().logout();
+            return true;
+        },
+        std::chrono::seconds(5));
+    return 0;
+}
+
+long CManageAll::checkVersion(VersionInfo& info, long) {
+    zv::LibraryCore* core = m_core.get();
+    const auto welcome = core->io().call(
+        [core]() -> std::optional<zv::WelcomeMessage> {
+            if (!core->session().isLoggedIn()) return std::nullopt;
+            return core->session().welcome();
+        },
+        std::chrono::seconds(5));
+    if (!welcome || !*welcome) {
+        ZV_LOG(WARNING) << " not logged in";
+        m_core->reportError(zv_error::CONNECT_FAILED);
+        return -1;
+    }
+    info.nProtocolVersion = (*welcome)->proto;
+    info.nMinClientVersion = (*welcome)->minProto;
+    copyField(info.szSoftwareVersion, (*welcome)->panel.software);
+    if ((*welcome)->proto < zv::kMinProtocolVersion || (*welcome)->minProto > zv::kProtocolVersion) {
+        ZV_LOG(WARNING) << " panel speaks protocol " << (*welcome)->proto << " (accepts from " << (*welcome)->minProto
+                        << "), this library " << zv::kProtocolVersion << " (accepts from " << zv::kMinProtocolVersion
+                        << ")";
+        m_core->reportError(zv_error::PANEL_VERSION_TOO_LOW);
+        return -1;
+    }
+    return 0;
+}
+
+long CManageAll::getBusinessCap(BusinessCap& cap) {
+    zv::LibraryCore* core = m_core.get();
+    const auto welcome = core->io().call(
+        [core]() -> std::optional<zv::WelcomeMessage> {
+            if (!core->session().isLoggedIn()) return std::nullopt;
+            return core->session().welcome();
+        },
+        std::chrono::seconds(5));
+    if (!welcome || !*welcome) return -1;
+    cap.uBits = static_cast<uint32_t>((*welcome)->caps.bits);
+    cap.nMaxClients = (*welcome)->caps.maxClients;
+    cap.nMaxWidth = (*welcome)->caps.maxWidth;
+    cap.nMaxHeight = (*welcome)->caps.maxHeight;
+    return 0;
+}
+
+tagDeviceInfo_ CManageAll::getServerInfo() {
+    tagDeviceInfo_ info{};
+    zv::LibraryCore* core = m_core.get();
+    const auto welcome = core->io().call(
+        [core]() -> std::optional<zv::WelcomeMessage> {
+            if (!core->session().isLoggedIn()) return std::nullopt;
+            return core->session().welcome();
+        },
+        std::chrono::seconds(5));
+    if (!welcome || !*welcome) return info;
+    const zv::PanelInfo& panel = (*welcome)->panel;
+    copyField(info.szModel, panel.model);
+    copyField(info.szName, panel.name);
+    copyField(info.szAddress, panel.address);
+    info.nDeviceType = panel.deviceType;
+    info.nVersion = (*welcome)->proto;
+    info.nScreenWidth = panel.width;
+    info.nScreenHeight = panel.height;
+    return info;
+}
+
+int CManageAll::getServerDeviceType() { return getServerInfo().nDeviceType; }
+
+int CManageAll::getStatues() {
+    zv::LibraryCore* core = m_core.get();
+    const auto loggedIn = core->io().call([core] { return core->session().isLoggedIn(); }, std::chrono::seconds(5));
+    return loggedIn && *loggedIn ? 2 : 0;
+}
+
+long CManageAll::initProtocol(ProtocolType stream, ProtocolType reverse, ProtocolType mouse) {
+    auto valid = [](ProtocolType t) { return t == PROTOCOL_UDP || t == PROTOCOL_TCP || t == PROTOCOL_BRX; };
+    if (!valid(stream) || !valid(reverse) || !valid(mouse)) {
+        ZV_LOG(WARNING) << " unknown protocol " << stream << "/" << reverse << "/" << mouse;
+        return -1;
+    }
+    m_core->editCastChoices([&](auto& choices) {
+        choices.stream = stream;
+        choices.reverse = reverse;
+        choices.mouse = mouse;
+    });
+    return 0;
+}
+
+long CManageAll::miracastResq(long, tagDeviceListUnitInfo_&, CaptureMouseCallback mouseCallback, void* mouseUser,
+                              ReverseControlCallback reverseCallback, void* reverseUser, bool,
+                              VideoStreamSource source) {
+    const zv::LibraryCore::CastChoices choices = m_core->castChoices();
+    zv::CastOptions options;
+    options.source = source;
+    if (source == VIDEO_SOURCE_SCREEN && choices.window.nWindowId != 0) options.source = VIDEO_SOURCE_WINDOW;
+    options.windowId = choices.window.nWindowId;
+    options.transport = choices.stream;
+    options.audio = true;
+    options.softwareEncoderPreferred = Singleton<CClientConfig>::getInstance().getCodingMode() == CODING_SOFTWARE_PREFERRED;
+    options.mouseCallback = mouseCallback;
+    options.mouseUser = mouseUser;
+    options.reverseCallback = reverseCallback;
+    options.reverseUser = reverseUser;
+
+    using Answer = std::pair<ProjectOrShareReqResult, uint32_t>;
+    auto promise = std::make_shared<std::promise<Answer>>();
+    std::future<Answer> future = promise->get_future();
+    zv::LibraryCore* core = m_core.get();
+    core->io().post([core, options, promise] {
+        core->cast().request(options, [promise](ProjectOrShareReqResult result, uint32_t error) {
+            promise->set_value({result, error});
+        });
+    });
+    Answer answer{FAIL, zv_error::CONNECT_FAILED};
+    if (future.wait_for(std::chrono::seconds(15)) == std::future_status::ready) {
+        answer = future.get();
+    } else {
+        ZV_LOG(WARNING) << " no answer to the cast request in time";
+        core->io().post([core] { core->cast().stop(QStringLiteral("timeout")); });
+    }
+    if (answer.first == FAIL && answer.second != 0) m_core->reportError(answer.second);
+    ZV_LOG(INFO) << " cast request answered " << answer.first;
+    return answer.first;
+}
+
+long CManageAll::pauseMiracast(bool pause) {
+    zv::LibraryCore* core = m_core.get();
+    core->io().post([core, pause] { core->cast().pause(pause); });
+    return 0;
+}
+
+long CManageAll::stopMiracast() {
+    zv::LibraryCore* core = m_core.get();
+    core->io().call(
+        [core] {
+            core->cast().stop(QStringLiteral("stopped by the user"));
+            return true;
+        },
+        std::chrono::seconds(5));
+    return 0;
+}
+
+long CManageAll::setWindowScreenInfo(tagWindowScreenInfo_ info) {
+    m_core->editCastChoices([&](auto& choices) { choices.window = info; });
+    return 0;
+}
+
+long CManageAll::voiceOn(int close, bool) {
+    zv::LibraryCore* core = m_core.get();
+    const auto sent = core->io().call([core, close] { return core->cast().setVoice(close == 0); }, std::chrono::seconds(5));
+    return sent && *sent ? 0 : -1;
+}
+
+long CManageAll::reverseCtrlOn(int on, ScreenControlType) {
+    zv::LibraryCore* core = m_core.get();
+    const auto sent = core->io().call([core, on] { return core->cast().setControl(on != 0); }, std::chrono::seconds(5));
+    return sent && *sent ? 0 : -1;
+}
+
+long CManageAll::shareResq(long, tagDeviceListUnitInfo_&, StreamDataCallback, void*, StreamDataCallback, void*,
+                           bool) {
+    unavailable(__FUNCTION__);
+    return FAIL;
+}
+long CManageAll::stopShare() { return unavailable(__FUNCTION__); }
+long CManageAll::requestShareKeyFrame(bool) { return unavailable(__FUNCTION__); }
+long CManageAll::voiceShareOn(int) { return unavailable(__FUNCTION__); }
+long CManageAll::reverseCtrlShareOn(int) { return unavailable(__FUNCTION__); }
+long CManageAll::pushMouseJSON(const char*) { return unavailable(__FUNCTION__); }
+
+void CManageAll::setFoundDeviceCallback(DeviceCallback callback) {
+    m_core->editCallbacks([&](auto& c) { c.found = std::move(callback); });
+}
+void CManageAll::setExitDeviceCallback(DeviceCallback callback) {
+    m_core->editCallbacks([&](auto& c) { c.exit = std::move(callback); });
+}
+void CManageAll::setUpdateDeviceCallback(DeviceCallback callback) {
+    m_core->editCallbacks([&](auto& c) { c.update = std::move(callback); });
+}
+void CManageAll::setDevComingCallback(DeviceCallback callback) {
+    m_core->editCallbacks([&](auto& c) { c.coming = std::move(callback); });
+}
+long CManageAll::startDiscovery() {
+    if (m_core->startDiscovery()) return 0;
+    MC_Util_SetLastError(zv_error::NO_NETWORK);
+    return -1;
+}
+long CManageAll::endDiscovery() {
+    m_core->stopDiscovery();
+    return 0;
+}
+long CManageAll::refreshGroupList() {
+    m_core->refreshDiscovery();
+    return 0;
+}
+
+long CManageAll::setCastFile(const char*) { return unavailable(__FUNCTION__); }
+long CManageAll::pauseCastFile() { return unavailable(__FUNCTION__); }
+long CManageAll::resumeCastFile() { return unavailable(__FUNCTION__); }
+long CManageAll::seekCastFile(int) { return unavailable(__FUNCTION__); }
+long CManageAll::setCastFileVolume(int) { return unavailable(__FUNCTION__); }
+long CManageAll::getCastFilePlayInfo(int&, int&, CastFileState&, int&) { return unavailable(__FUNCTION__); }
+long CManageAll::rotatePicture(int) { return unavailable(__FUNCTION__); }
+long CManageAll::scalePicture(int) { return unavailable(__FUNCTION__); }
+long CManageAll::translatePicture(int, int) { return unavailable(__FUNCTION__); }
+
+long CManageAll::reportOtherClientInfo(const char* event) {
+    return reportClientEventInfo(event, false, "");
+}
+
+long CManageAll::reportClientEventInfo(const char* event, bool flag, const char* detail) {
+    zv::ReportMessage report{QString::fromUtf8(event != nullptr ? event : ""), flag,
+                             QString::fromUtf8(detail != nullptr ? detail : "")};
+    ZV_LOG(INFO) << " " << report.event.toStdString() << " " << flag << " " << report.detail.toStdString();
+    zv::LibraryCore* core = m_core.get();
+    core->io().post([core, report] {
+        if (core->session().isLoggedIn()) core->session().send(zv::buildReport(report));
+    });
+    return 0;
+}
+
+void CManageAll::destroy() {
+    m_core->shutdown();
+    ZV_LOG(INFO) << " library session released";
+}

@@ -1,0 +1,83 @@
+// The PC's side of one cast inside a session: asks the panel (castRequest),
+// starts the media sender on the panel's answer, feeds the PC's pointer to
+// the panel at display rate, hands the panel's touches to the client, and
+// turns the panel's cast messages into exception events. Lives on the
+// library's I/O thread.
+#pragma once
+
+#include <QObject>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+
+#include "casting/Callbacks.h"
+#include "protocol/CastMessages.h"
+
+namespace zv {
+
+class ClientSession;
+namespace media {
+class SenderPipeline;
+}
+
+struct CastOptions {
+    VideoStreamSource source = VIDEO_SOURCE_SCREEN;
+    int windowId = 0;                        // with VIDEO_SOURCE_WINDOW
+    ProtocolType transport = PROTOCOL_BRX;
+    bool audio = true;
+    bool softwareEncoderPreferred = false;
+    int width = 0, height = 0, fps = 30;     // 0: the screen's own size
+    CaptureMouseCallback mouseCallback = nullptr;
+    void* mouseUser = nullptr;
+    ReverseControlCallback reverseCallback = nullptr;
+    void* reverseUser = nullptr;
+};
+
+class CastSession : public QObject {
+    Q_OBJECT
+public:
+    using Raise = std::function<void(tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&)>;
+    using RequestDone = std::function<void(ProjectOrShareReqResult result, uint32_t error)>;
+
+    static constexpr int kAnswerTimeoutMs = 8000;
+    static constexpr int kCursorIntervalMs = 16;  // about the display's rate
+
+    CastSession(ClientSession* session, Raise raise, QObject* parent = nullptr);
+    ~CastSession() override;
+
+    // Asks for a cast; done runs once: SUCCESS when media flow, FAIL with an
+    // error code (0 when an exception event already told why), or
+    // WAIT_AUTHORIZATION when the panel's user is asked (the final answer
+    // then arrives as exception 32810 or 32811).
+    void request(const CastOptions& options, RequestDone done);
+    void pause(bool paused);
+    void stop(const QString& reason);
+    bool setVoice(bool on);
+    bool setControl(bool on);
+    bool isCasting() const { return m_state == State::Casting; }
+    bool isActive() const { return m_state != State::Idle; }
+
+private:
+    enum class State { Idle = 1, Asking, Waiting, Casting };
+
+    void onMessage(const QCborMap& message);
+    void onAccepted(const CastAcceptedMessage& accepted);
+    void onRefused(const CastRefusedMessage& refused);
+    void finishRequest(ProjectOrShareReqResult result, uint32_t error);
+    void sendCursor();
+    void teardown();
+
+    ClientSession* m_session;
+    Raise m_raise;
+    State m_state = State::Idle;
+    CastOptions m_options;
+    RequestDone m_done;
+    QTimer m_answerTimeout;
+    QTimer m_cursorTimer;
+    CursorMessage m_lastCursor{-1, -1, false};
+    bool m_controlGranted = false;
+    std::unique_ptr<media::SenderPipeline> m_sender;
+};
+
+}  // namespace zv

@@ -1,0 +1,311 @@
+#include "session/ClientSession.h"
+
+#include <QSslCertificate>
+#include <QTcpSocket>
+
+#include <cstring>
+
+#include "casting/ErrorCodes.h"
+#include "casting/Log.h"
+#include "protocol/ConnectCode.h"
+#include "protocol/ProtocolConstants.h"
+#include "transport/KnownPanels.h"
+#include "transport/MessageChannel.h"
+#include "transport/TlsIdentity.h"
+
+namespace zv {
+
+namespace {
+
+uint32_t errorForRefusal(const QString& reason) {
+    if (reason == reason::kWrongCode || reason == reason::kRateLimited) return zv_error::WRONG_CODE;
+    if (reason == reason::kTooManyClients) return zv_error::TOO_MANY_SCREENS;
+    if (reason == reason::kVersionTooOld) return zv_error::PANEL_VERSION_TOO_LOW;
+    return zv_error::REQUEST_REFUSED;
+}
+
+void copyReason(tagNotifyExceptionParams_& params, const QString& text) {
+    const QByteArray bytes = text.toUtf8().left(sizeof params.szReason - 1);
+    std::memcpy(params.szReason, bytes.constData(), static_cast<size_t>(bytes.size()));
+    params.szReason[bytes.size()] = '\0';
+}
+
+}  // namespace
+
+// One connection attempt waiting for the panel's answer to hello.
+struct ClientSession::Attempt {
+    MessageChannel* channel = nullptr;
+    std::function<void(const LoginResult&)> done;
+    PanelAddress panel;
+    QTimer timeout;
+    bool finished = false;
+
+    void finish(const LoginResult& result) {
+        if (finished) return;
+        finished = true;
+        timeout.stop();
+        done(result);
+    }
+};
+
+ClientSession::ClientSession(Events events, CodeResolver::DiscoveryLookup lookup,
+                             std::shared_ptr<KnownPanels> knownPanels, QObject* parent)
+    : QObject(parent),
+      m_events(std::move(events)),
+      m_resolver(new CodeResolver(std::move(lookup), this)),
+      m_knownPanels(std::move(knownPanels)) {
+    m_deadLinkTimer.setInterval(kHeartbeatIntervalMs);
+    connect(&m_deadLinkTimer, &QTimer::timeout, this, [this] { onMissedBeats(m_missed + 1); });
+}
+
+ClientSession::~ClientSession() { dropChannel(); }
+
+void ClientSession::login(const LoginTarget& target, const HelloMessage& hello, LoginDone done) {
+    if (m_loggedIn) logout();
+    const quint64 generation = ++m_generation;
+    m_hello = hello;
+    m_hello.resume.reset();
+    const QString code = code::normalize(target.code);
+    m_hello.code = code;
+    m_resolver->resolve(target, [this, generation, code, done = std::move(done)](const ResolveOutcome& outcome) {
+        if (generation != m_generation) return;
+        if (!outcome.panel) {
+            ZV_LOG(WARNING) << " cannot find the panel: " << outcome.detail.toStdString();
+            LoginResult result;
+            result.error = outcome.error;
+            result.detail = outcome.detail;
+            done(result);
+            return;
+        }
+        connectTo(*outcome.panel, m_hello, [this, generation, code, done](const LoginResult& answer) {
+            if (generation != m_generation) return;
+            LoginResult result = answer;
+            result.code = code;
+            done(result);
+        });
+    });
+}
+
+void ClientSession::connectTo(const PanelAddress& panel, const HelloMessage& hello,
+                              std::function<void(const LoginResult&)> done) {
+    ZV_LOG(INFO) << " connecting to " << panel.address.toStdString() << ":" << panel.port;
+    MessageChannel::connectTls(
+        panel.address, panel.port, kConnectTimeoutMs, this,
+        [this, panel, hello, done = std::move(done)](MessageChannel* channel, const QString& error) {
+            auto fail = [&](const QString& why) {
+                ZV_LOG(WARNING) << " " << panel.address.toStdString() << ":" << panel.port << ": " << why.toStdString();
+                LoginResult result;
+                result.error = zv_error::CONNECT_FAILED;
+                result.detail = why;
+                result.panel = panel;
+                done(result);
+            };
+            if (channel == nullptr) {
+                fail(error);
+                return;
+            }
+            const QString key = panelKeyOf(channel->peerCertificate());
+            if (!panel.expectedKey.isEmpty() && key.compare(panel.expectedKey, Qt::CaseInsensitive) != 0) {
+                delete channel;
+                fail(QStringLiteral("the panel's certificate has key %1, but %2 was expected").arg(key, panel.expectedKey));
+                return;
+            }
+            const KnownPanels::Result trust = m_knownPanels->check(panel.address, panel.port, key);
+            if (trust.verdict == KnownPanels::Verdict::Changed) {
+                delete channel;
+                fail(QStringLiteral("the panel presented a different certificate than before (key %1, known key %2); "
+                                    "if it was reinstalled, remove its line from %3")
+                         .arg(key, trust.previousKey, m_knownPanels->path()));
+                return;
+            }
+            if (trust.verdict == KnownPanels::Verdict::FirstUse) {
+                ZV_LOG(INFO) << " first connection to this panel, key " << key.toStdString() << " remembered";
+            }
+
+            channel->setParent(this);
+            auto attempt = std::make_shared<Attempt>();
+            attempt->channel = channel;
+            attempt->done = done;
+            attempt->panel = panel;
+            attempt->panel.expectedKey = key;  // reconnections must meet the same panel
+            attempt->timeout.setSingleShot(true);
+            connect(&attempt->timeout, &QTimer::timeout, this, [attempt] {
+                attempt->channel->deleteLater();
+                LoginResult result;
+                result.error = zv_error::CONNECT_FAILED;
+                result.detail = QStringLiteral("no answer to hello");
+                attempt->finish(result);
+            });
+            connect(channel, &MessageChannel::messageReceived, this,
+                    [this, attempt](const QCborMap& message) { onAnswer(attempt, message); });
+            connect(channel, &MessageChannel::closed, this, [attempt](const QString& reason) {
+                if (attempt->finished) return;
+                attempt->channel->deleteLater();
+                LoginResult result;
+                result.error = zv_error::CONNECT_FAILED;
+                result.detail = QStringLiteral("closed before answering: ") + reason;
+                attempt->finish(result);
+            });
+            attempt->timeout.start(kAnswerTimeoutMs);
+            channel->send(buildHello(hello));
+        });
+}
+
+void ClientSession::onAnswer(const std::shared_ptr<Attempt>& attempt, const QCborMap& message) {
+    if (attempt->finished) return;
+    const QString type = messageType(message);
+    QString error;
+    if (type == msg::kWelcome) {
+        std::optional<WelcomeMessage> welcome = parseWelcome(message, &error);
+        LoginResult result;
+        result.panel = attempt->panel;
+        if (!welcome) {
+            attempt->channel->deleteLater();
+            result.error = zv_error::CONNECT_FAILED;
+            result.detail = QStringLiteral("bad welcome: ") + error;
+            attempt->finish(result);
+            return;
+        }
+        disconnect(attempt->channel, nullptr, this, nullptr);
+        m_panel = attempt->panel;
+        adopt(attempt->channel, *welcome);
+        result.welcome = *welcome;
+        attempt->finish(result);
+    } else if (type == msg::kRefused) {
+        std::optional<RefusedMessage> refused = parseRefused(message, &error);
+        attempt->channel->deleteLater();
+        LoginResult result;
+        result.panel = attempt->panel;
+        result.refusedReason = refused ? refused->reason : QString();
+        result.error = errorForRefusal(result.refusedReason);
+        result.detail = refused ? QStringLiteral("refused: %1 %2").arg(refused->reason, refused->text)
+                                : QStringLiteral("bad refusal: ") + error;
+        ZV_LOG(WARNING) << " " << result.detail.toStdString();
+        attempt->finish(result);
+    }
+}
+
+void ClientSession::adopt(MessageChannel* channel, const WelcomeMessage& welcome) {
+    dropChannel();
+    m_channel = channel;
+    m_welcome = welcome;
+    m_hello.resume = welcome.resume;
+    m_loggedIn = true;
+    m_missed = 0;
+    m_linkBrokenReported = false;
+    m_deadLinkTimer.stop();
+    connect(channel, &MessageChannel::messageReceived, this, &ClientSession::onMessage);
+    connect(channel, &MessageChannel::heartbeatMissed, this, &ClientSession::onMissedBeats);
+    connect(channel, &MessageChannel::alive, this, [this] {
+        ZV_LOG(INFO) << " the panel answers again after " << m_missed << " missed heartbeats";
+        m_missed = 0;
+        m_linkBrokenReported = false;
+    });
+    connect(channel, &MessageChannel::closed, this, &ClientSession::onChannelClosed);
+    channel->startHeartbeat(welcome.heartbeatMs > 0 ? welcome.heartbeatMs : kHeartbeatIntervalMs);
+    ZV_LOG(INFO) << " logged in to \"" << welcome.panel.name.toStdString() << "\", session " << welcome.session
+                 << (welcome.resumed ? " (resumed)" : "");
+}
+
+void ClientSession::onMessage(const QCborMap& message) {
+    if (messageType(message) == msg::kBye) {
+        QString error;
+        const std::optional<ByeMessage> bye = parseBye(message, &error);
+        const QString reason = bye ? bye->reason : QStringLiteral("bye");
+        ZV_LOG(INFO) << " the panel ended the session: " << reason.toStdString();
+        endSession(reason);
+        m_events.exception(NOTIFY_LOGOUT, [&](tagNotifyExceptionParams_& p) { copyReason(p, reason); });
+        return;
+    }
+    emit messageReceived(message);
+}
+
+void ClientSession::onMissedBeats(int count) {
+    if (!m_loggedIn || m_reconnecting) return;
+    m_missed = count;
+    m_events.exception(NOTIFY_HEARTBEAT_MISSED, [count](tagNotifyExceptionParams_& p) { p.nSubCode = count; });
+    if (count >= kLinkBrokenAfterMisses && !m_linkBrokenReported) {
+        m_linkBrokenReported = true;
+        ZV_LOG(WARNING) << " control link broken: " << count << " heartbeats missed";
+        m_events.exception(NOTIFY_CONTROL_LINK_BROKEN, [count](tagNotifyExceptionParams_& p) { p.nSubCode = count; });
+    }
+    if (count >= kGiveUpAfterMisses) {
+        ZV_LOG(WARNING) << " no sign of the panel for " << count << " s: session over";
+        endSession(QStringLiteral("linkLost"));
+        m_events.exception(NOTIFY_LOGOUT, [](tagNotifyExceptionParams_& p) { copyReason(p, QStringLiteral("linkLost")); });
+    }
+}
+
+void ClientSession::onChannelClosed(const QString& reason) {
+    ZV_LOG(WARNING) << " control channel closed: " << reason.toStdString();
+    if (m_channel != nullptr) m_channel->deleteLater();
+    m_channel = nullptr;
+    if (!m_loggedIn) return;
+    // No channel, no heartbeats: count the silence ourselves.
+    if (!m_linkBrokenReported && !m_reconnecting) {
+        m_linkBrokenReported = true;
+        m_events.exception(NOTIFY_CONTROL_LINK_BROKEN, [this](tagNotifyExceptionParams_& p) { p.nSubCode = m_missed; });
+    }
+    m_deadLinkTimer.start();
+}
+
+void ClientSession::reconnect(ReconnectDone done) {
+    if (!m_loggedIn) {
+        done(false);
+        return;
+    }
+    dropChannel();
+    const quint64 generation = m_generation;
+    connectTo(m_panel, m_hello, [this, generation, done](const LoginResult& result) {
+        if (generation != m_generation || !m_loggedIn) return done(false);
+        if (result.error == 0) return done(true);
+        if (result.refusedReason != reason::kUnknownSession) return done(false);
+        // The panel no longer keeps our session: a fresh hello, same panel.
+        HelloMessage fresh = m_hello;
+        fresh.resume.reset();
+        connectTo(m_panel, fresh, [this, generation, done](const LoginResult& second) {
+            done(generation == m_generation && m_loggedIn && second.error == 0);
+        });
+    });
+}
+
+void ClientSession::send(const QCborMap& message) {
+    if (m_channel != nullptr) m_channel->send(message);
+}
+
+void ClientSession::logout() {
+    ++m_generation;
+    if (m_channel != nullptr) {
+        MessageChannel* channel = m_channel;
+        m_channel = nullptr;
+        disconnect(channel, nullptr, this, nullptr);
+        channel->send(buildBye({QStringLiteral("logOut")}));
+        channel->socket()->flush();  // the bye goes out even if the thread ends next
+        connect(channel, &MessageChannel::closed, channel, &QObject::deleteLater);
+        channel->close(QStringLiteral("logged out"));
+    }
+    const bool wasLoggedIn = m_loggedIn;
+    if (wasLoggedIn) ZV_LOG(INFO) << " logged out";
+    m_loggedIn = false;
+    m_deadLinkTimer.stop();
+    if (wasLoggedIn) emit ended();
+}
+
+void ClientSession::dropChannel() {
+    if (m_channel == nullptr) return;
+    MessageChannel* channel = m_channel;
+    m_channel = nullptr;
+    disconnect(channel, nullptr, this, nullptr);
+    channel->deleteLater();
+}
+
+void ClientSession::endSession(const QString& reason) {
+    ZV_LOG(INFO) << " session over: " << reason.toStdString();
+    ++m_generation;
+    m_loggedIn = false;
+    m_deadLinkTimer.stop();
+    dropChannel();
+    emit ended();
+}
+
+}  // namespace zv

@@ -1,0 +1,167 @@
+#include "session/LibraryCore.h"
+
+#include "casting/Log.h"
+#include "casting/McUtil.h"
+#include "discovery/AvahiRuntime.h"
+#include "discovery/PanelBrowser.h"
+#include "session/CastSession.h"
+#include "session/ClientSession.h"
+#include "session/Watchdog.h"
+#include "transport/KnownPanels.h"
+
+namespace zv {
+
+LibraryCore::LibraryCore() = default;
+
+LibraryCore::~LibraryCore() { shutdown(); }
+
+void LibraryCore::reportError(unsigned long code) const {
+    MC_Util_SetLastError(code);
+    const Callbacks copy = callbacks();
+    if (copy.error) copy.error(code, copy.user);
+}
+
+void LibraryCore::raiseException(tagNotifyExceptionType_ type,
+                                 const std::function<void(tagNotifyExceptionParams_&)>& fill) const {
+    const Callbacks copy = callbacks();
+    if (!copy.exception) return;
+    tagNotifyExceptionParams_ params{};
+    if (fill) fill(params);
+    copy.exception(type, &params, copy.user);
+}
+
+IoThread& LibraryCore::io() {
+    std::lock_guard<std::mutex> lock(m_ioMutex);
+    if (!m_io) startIoLocked();
+    return *m_io;
+}
+
+void LibraryCore::startIoLocked() {
+    m_io = std::make_unique<IoThread>();
+    if (!m_knownPanels) m_knownPanels = std::make_shared<KnownPanels>();
+    ClientSession::Events events;
+    events.exception = [this](tagNotifyExceptionType_ type, const std::function<void(tagNotifyExceptionParams_&)>& fill) {
+        raiseException(type, fill);
+    };
+    auto lookup = [this](const QString& code) { return lookupCode(code); };
+    auto known = m_knownPanels;
+    auto made = m_io->call(
+        [events, lookup, known, context = m_io->context()] {
+            auto* session = new ClientSession(events, lookup, known, context);
+            auto* cast = new CastSession(session, events.exception, context);
+            auto* watchdog = new Watchdog(session, context);
+            return std::make_tuple(session, cast, watchdog);
+        },
+        std::chrono::seconds(10));
+    if (made) {
+        std::tie(m_session, m_cast, m_watchdog) = *made;
+    } else {
+        ZV_LOG(ERROR) << " the library's I/O thread does not run";
+    }
+}
+
+ClientSession& LibraryCore::session() {
+    io();
+    return *m_session;
+}
+
+CastSession& LibraryCore::cast() {
+    io();
+    return *m_cast;
+}
+
+LibraryCore::CastChoices LibraryCore::castChoices() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_castChoices;
+}
+
+Watchdog& LibraryCore::watchdog() {
+    io();
+    return *m_watchdog;
+}
+
+void LibraryCore::setClientDevice(const tagDeviceInfo_& device) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_clientDevice = device;
+}
+
+tagDeviceInfo_ LibraryCore::clientDevice() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_clientDevice;
+}
+
+bool LibraryCore::startDiscovery() {
+    std::lock_guard<std::mutex> lock(m_discoveryMutex);
+    if (m_browser) return true;
+    std::string error;
+    m_avahi = AvahiRuntime::start(AvahiRuntime::Options{}, &error);
+    if (!m_avahi) {
+        ZV_LOG(ERROR) << " discovery unavailable: " << error;
+        return false;
+    }
+    // The client's callbacks are looked up at each report: some are set
+    // only after discovery started.
+    auto forward = [this](DeviceCallback Callbacks::*which) {
+        return [this, which](const KLUF_DEVICE_INFO& info) {
+            const DeviceCallback callback = callbacks().*which;
+            if (callback) callback(info);
+        };
+    };
+    PanelBrowser::Callbacks browserCallbacks;
+    browserCallbacks.found = forward(&Callbacks::found);
+    browserCallbacks.updated = forward(&Callbacks::update);
+    browserCallbacks.gone = forward(&Callbacks::exit);
+    browserCallbacks.coming = forward(&Callbacks::coming);
+    m_browser = std::make_unique<PanelBrowser>(m_avahi, browserCallbacks);
+    ZV_LOG(INFO) << " discovery started (" << AvahiRuntime::backendName(m_avahi->backend()) << ")";
+    return true;
+}
+
+void LibraryCore::stopDiscovery() {
+    std::unique_ptr<PanelBrowser> browser;
+    std::shared_ptr<AvahiRuntime> avahi;
+    {
+        std::lock_guard<std::mutex> lock(m_discoveryMutex);
+        browser = std::move(m_browser);
+        avahi = std::move(m_avahi);
+    }
+    if (browser) ZV_LOG(INFO) << " discovery stopped";
+}
+
+void LibraryCore::refreshDiscovery() {
+    std::lock_guard<std::mutex> lock(m_discoveryMutex);
+    if (m_browser) m_browser->refresh();
+}
+
+std::optional<KLUF_DEVICE_INFO> LibraryCore::lookupCode(const QString& code) const {
+    std::lock_guard<std::mutex> lock(m_discoveryMutex);
+    return m_browser ? m_browser->lookupCode(code) : std::nullopt;
+}
+
+void LibraryCore::shutdown() {
+    stopDiscovery();
+    std::unique_ptr<IoThread> io;
+    {
+        std::lock_guard<std::mutex> lock(m_ioMutex);
+        if (m_io && m_session != nullptr) {
+            ClientSession* session = m_session;
+            CastSession* cast = m_cast;
+            Watchdog* watchdog = m_watchdog;
+            m_io->call(
+                [session, cast, watchdog] {
+                    watchdog->shutdown();
+                    cast->stop(QStringLiteral("closing"));
+                    session->logout();
+                    return true;
+                },
+                std::chrono::seconds(5));
+        }
+        io = std::move(m_io);
+        m_session = nullptr;
+        m_cast = nullptr;
+        m_watchdog = nullptr;
+    }
+    io.reset();  // joins the thread; its objects are deleted there
+}
+
+}  // namespace zv
