@@ -5,3 +5,4 @@ cd "$(dirname "$0")/.."
 bash scripts/build.sh
 BIN=${ZV_BUILD_DIR:-build}/bin
 "$BIN/bench_settings_store" --benchmark_min_time=0.2
+"$BIN/bench_login" 30

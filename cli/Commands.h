@@ -1,0 +1,11 @@
+// The verbs of zelvanor-cli. Each returns the process exit code.
+#pragma once
+
+#include <QStringList>
+
+namespace cli {
+
+int runDiscover(const QStringList& arguments);
+int runLogin(const QStringList& arguments);
+
+}  // namespace cli

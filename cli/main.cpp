@@ -1,0 +1,59 @@
+// zelvanor-cli: discover panels, log in, and (as the library grows) cast.
+#include <QCoreApplication>
+
+#include <cstdio>
+
+#include "Commands.h"
+#include "casting/CManageAll.h"
+
+namespace {
+
+const char* const kHelp =
+    "Usage: zelvanor-cli VERB [options]\n"
+    "\n"
+    "Every verb prints one JSON object per line on standard output.\n"
+    "\n"
+    "  discover [--seconds N]\n"
+    "      Listen N seconds (default 3) for panels on the LAN; one line per panel\n"
+    "      found, updated or gone: name, key, code, address, port.\n"
+    "\n"
+    "  login --code CODE [--passcode-server HOST:PORT] [--hold SECONDS] [--reconnect]\n"
+    "  login --address IP[:PORT] [--key KEY] [--hold SECONDS] [--reconnect]\n"
+    "      Log in to a panel by its connect code (4 characters: a passcode resolved\n"
+    "      through the passcode service) or by its address, as picked from the\n"
+    "      discovery list. Prints {\"event\":\"login\",...} describing the panel and\n"
+    "      exits 0; on failure prints the error code in hex with its text and exits 1.\n"
+    "      --hold keeps the session that long (0: until standard input closes),\n"
+    "      printing session events; --reconnect lets the watchdog reconnect a\n"
+    "      dropped link.\n"
+    "\n"
+    "  --help\n"
+    "      This text.\n";
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    app.setApplicationName(QStringLiteral("zelvanor-cli"));
+    QStringList arguments = QCoreApplication::arguments();
+    const QString verb = arguments.size() > 1 ? arguments.at(1) : QString();
+    if (verb.isEmpty() || verb == QLatin1String("--help") || verb == QLatin1String("-h") ||
+        verb == QLatin1String("help")) {
+        std::fputs(kHelp, verb.isEmpty() ? stderr : stdout);
+        return verb.isEmpty() ? 2 : 0;
+    }
+    arguments.removeAt(1);  // the parsers see "program --options"
+
+    CManageAll* library = CManageAll::getInstance();
+    library->initLogOut(nullptr, true);
+    int code = 2;
+    if (verb == QLatin1String("discover")) {
+        code = cli::runDiscover(arguments);
+    } else if (verb == QLatin1String("login")) {
+        code = cli::runLogin(arguments);
+    } else {
+        std::fprintf(stderr, "zelvanor-cli: unknown verb '%s'\n\n%s", qPrintable(verb), kHelp);
+    }
+    library->destroy();
+    return code;
+}

@@ -1,0 +1,92 @@
+// The panel's side of casting: answers a client's castRequest (asking the
+// panel's user first when approval is required), runs the receiving media
+// pipeline on the ports it announces, reports the stream's statistics back
+// every second, carries the PC's pointer to the view and the panel's touches
+// to the PC. One cast at a time. Lives on the receiver's main thread.
+#pragma once
+
+#include <QImage>
+#include <QObject>
+#include <QTimer>
+
+#include <memory>
+
+#include "protocol/CastMessages.h"
+
+namespace zv::media {
+class ReceiverPipeline;
+}
+
+namespace receiver {
+
+class PanelService;
+struct ClientInfo;
+
+struct CastStatus {
+    qint64 client = 0;
+    QString transport;
+    quint64 framesDecoded = 0;
+    int fps = 0;
+    int bitrateKbps = 0;
+    int delayMs = 0;
+    int lossPercent = 0;
+    bool paused = false;
+};
+
+class CastService : public QObject {
+    Q_OBJECT
+public:
+    struct Settings {
+        bool requireApproval = false;
+        int latencyMs = 30;
+        int screenWidth = 1920;
+        int screenHeight = 1080;
+    };
+
+    static constexpr int kStallSeconds = 5;
+
+    CastService(Settings settings, PanelService* panel, QObject* parent = nullptr);
+    ~CastService() override;
+
+    // The panel's user answers a pending request.
+    bool answerApproval(qint64 client, bool approved);
+    // A touch or mouse action on the picture, in 0..65535 units; sent only
+    // while the caster has been granted control.
+    void touch(const QString& type, int x, int y);
+    // Ends the running cast from the panel's side.
+    void stopCast(const QString& reason);
+
+    bool isCasting() const { return m_pipeline != nullptr; }
+    const CastStatus& status() const { return m_status; }
+    QImage latestFrame() const;
+
+signals:
+    void approvalNeeded(qint64 client, const QString& host);
+    void castStarted(const receiver::CastStatus& status);
+    void castStopped(qint64 client, const QString& reason);
+    void statistics(const receiver::CastStatus& status);
+    void frameReady(const QImage& frame);
+    void cursorMoved(int x, int y, bool visible);
+    void pausedChanged(bool paused);
+    void controlChanged(bool granted);
+
+private:
+    void onClientMessage(qint64 client, const QCborMap& message);
+    void onRequest(qint64 client, const zv::CastRequestMessage& request);
+    void start(qint64 client, const zv::CastRequestMessage& request);
+    void onSecond();
+    void teardown(const QString& reason, bool tellClient);
+
+    Settings m_settings;
+    PanelService* m_panel;
+    std::unique_ptr<zv::media::ReceiverPipeline> m_pipeline;
+    CastStatus m_status;
+    bool m_controlGranted = false;
+    qint64 m_pendingClient = 0;
+    zv::CastRequestMessage m_pendingRequest;
+    QTimer m_second;
+    int m_secondsWithoutMedia = 0;
+    quint64 m_framesAtLastSecond = 0;
+};
+
+}  // namespace receiver

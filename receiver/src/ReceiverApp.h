@@ -1,0 +1,56 @@
+// The receiver put together: identity, session service, connect codes, LAN
+// announcement, passcode registration (and the embedded passcode service),
+// the idle screen, and the machine-readable status and commands.
+#pragma once
+
+#include <QObject>
+#include <QSocketNotifier>
+
+#include <memory>
+
+#include "ReceiverOptions.h"
+
+namespace zv {
+class AvahiRuntime;
+class PanelAnnouncer;
+class PasscodeRegistration;
+class PasscodeService;
+}  // namespace zv
+
+namespace receiver {
+
+class CodeKeeper;
+class IdleScreen;
+class PanelService;
+
+class ReceiverApp : public QObject {
+    Q_OBJECT
+public:
+    explicit ReceiverApp(ReceiverOptions options, QObject* parent = nullptr);
+    ~ReceiverApp() override;
+
+    // Starts every part; false with the reason in *error when the panel
+    // cannot work (port taken, identity not writable).
+    bool start(QString* error);
+
+private:
+    void startDiscovery();
+    bool startPasscodes(QString* error);
+    void watchCommands();
+    void onCommand(const QByteArray& line);
+    void showScreen();
+
+    ReceiverOptions m_options;
+    QString m_address;
+    CodeKeeper* m_codes = nullptr;
+    PanelService* m_service = nullptr;
+    std::shared_ptr<zv::AvahiRuntime> m_avahi;
+    std::unique_ptr<zv::PanelAnnouncer> m_announcer;
+    zv::PasscodeService* m_passcodeService = nullptr;
+    zv::PasscodeRegistration* m_passcodeRegistration = nullptr;
+    std::unique_ptr<IdleScreen> m_screen;
+    QSocketNotifier* m_commands = nullptr;
+    QByteArray m_commandBuffer;
+};
+
+}  // namespace receiver

@@ -1,0 +1,157 @@
+#include "ReceiverOptions.h"
+
+#include <QCommandLineParser>
+#include <QFileInfo>
+#include <QHostInfo>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QStandardPaths>
+
+namespace receiver {
+namespace {
+
+bool parseHostPort(const QString& text, QString& host, quint16& port) {
+    const int colon = text.lastIndexOf(QLatin1Char(':'));
+    if (colon <= 0) return false;
+    bool ok = false;
+    const uint value = text.mid(colon + 1).toUInt(&ok);
+    if (!ok || value == 0 || value > 65535) return false;
+    host = text.left(colon);
+    port = static_cast<quint16>(value);
+    return true;
+}
+
+bool validCode(const QString& code) {
+    static const QRegularExpression pattern(QStringLiteral("^[A-Za-z0-9]{4,8}$"));
+    return pattern.match(code).hasMatch();
+}
+
+void readConfigFile(const QString& path, ReceiverOptions& o) {
+    if (!QFileInfo::exists(path)) return;
+    QSettings file(path, QSettings::IniFormat);
+    o.name = file.value(QStringLiteral("name"), o.name).toString();
+    o.fixedCode = file.value(QStringLiteral("code"), o.fixedCode).toString();
+    o.codeIntervalSeconds = file.value(QStringLiteral("codeIntervalSeconds"), o.codeIntervalSeconds).toInt();
+    o.port = static_cast<quint16>(file.value(QStringLiteral("port"), o.port).toUInt());
+    o.requireApproval = file.value(QStringLiteral("requireApproval"), o.requireApproval).toBool();
+    o.requireCode = file.value(QStringLiteral("requireCode"), o.requireCode).toBool();
+    o.maxClients = file.value(QStringLiteral("maxClients"), o.maxClients).toInt();
+    const QString passcodeServer = file.value(QStringLiteral("passcodeServer")).toString();
+    if (!passcodeServer.isEmpty()) parseHostPort(passcodeServer, o.passcodeServerHost, o.passcodeServerPort);
+}
+
+}  // namespace
+
+QString ReceiverOptions::defaultName() { return QHostInfo::localHostName() + QStringLiteral(" panel"); }
+
+QString ReceiverOptions::defaultConfigPath() {
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/zelvanor/receiver.conf");
+}
+
+bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& options, QString& message) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Zelvanor receiver: shows screens cast from PCs. Settings are read from the configuration file "
+        "(keys: name, code, codeIntervalSeconds, port, requireApproval, requireCode, maxClients, passcodeServer) "
+        "and overridden by these options. In --headless mode, JSON commands on standard input control it: "
+        "{\"cmd\":\"remove\",\"client\":ID}, {\"cmd\":\"quit\"}."));
+    parser.addHelpOption();
+    const QCommandLineOption config(QStringLiteral("config"), QStringLiteral("Configuration file."),
+                                    QStringLiteral("PATH"), defaultConfigPath());
+    const QCommandLineOption name(QStringLiteral("name"), QStringLiteral("Panel name shown and announced."),
+                                  QStringLiteral("NAME"));
+    const QCommandLineOption code(QStringLiteral("code"), QStringLiteral("A fixed connect code (4 to 8 letters/digits)."),
+                                  QStringLiteral("CODE"));
+    const QCommandLineOption codeInterval(QStringLiteral("code-interval"),
+                                          QStringLiteral("Make a new code every SECONDS while idle."),
+                                          QStringLiteral("SECONDS"));
+    const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("Control port (default 47800; 0: any free port)."),
+                                  QStringLiteral("PORT"));
+    const QCommandLineOption passcodeServer(QStringLiteral("passcode-server"),
+                                            QStringLiteral("Register a 4-character passcode with this service."),
+                                            QStringLiteral("HOST:PORT"));
+    const QCommandLineOption passcodeService(QStringLiteral("passcode-service"),
+                                             QStringLiteral("Also run the passcode service on PORT (0: any)."),
+                                             QStringLiteral("PORT"));
+    const QCommandLineOption approval(QStringLiteral("require-approval"),
+                                      QStringLiteral("Each new cast waits for approval on the panel."));
+    const QCommandLineOption requireCode(QStringLiteral("require-code"),
+                                         QStringLiteral("Refuse clients that give no connect code."));
+    const QCommandLineOption maxClients(QStringLiteral("max-clients"), QStringLiteral("Sessions at once (default 4)."),
+                                        QStringLiteral("N"));
+    const QCommandLineOption noDiscovery(QStringLiteral("no-discovery"), QStringLiteral("Do not announce on the LAN."));
+    const QCommandLineOption protocolVersion(QStringLiteral("protocol-version"),
+                                             QStringLiteral("Answer as a panel of this protocol version (tests)."),
+                                             QStringLiteral("N"));
+    const QCommandLineOption headless(QStringLiteral("headless"), QStringLiteral("Run without a window."));
+    const QCommandLineOption windowed(QStringLiteral("windowed"), QStringLiteral("A window instead of full screen."));
+    parser.addOptions({config, name, code, codeInterval, port, passcodeServer, passcodeService, approval, requireCode,
+                       maxClients, noDiscovery, protocolVersion, headless, windowed});
+    if (!parser.parse(arguments)) {
+        message = parser.errorText();
+        return false;
+    }
+    if (parser.isSet(QStringLiteral("help"))) {
+        message = parser.helpText();
+        return false;
+    }
+
+    options.name = defaultName();
+    options.configPath = parser.value(config);
+    readConfigFile(options.configPath, options);
+
+    if (parser.isSet(name)) options.name = parser.value(name).trimmed();
+    if (parser.isSet(code)) options.fixedCode = parser.value(code).trimmed();
+    if (parser.isSet(codeInterval)) options.codeIntervalSeconds = parser.value(codeInterval).toInt();
+    if (parser.isSet(port)) {
+        bool ok = false;
+        const uint value = parser.value(port).toUInt(&ok);
+        if (!ok || value > 65535) {
+            message = QStringLiteral("--port must be 0..65535 (0: any free port)");
+            return false;
+        }
+        options.port = static_cast<quint16>(value);
+    }
+    if (parser.isSet(passcodeServer) &&
+        !parseHostPort(parser.value(passcodeServer), options.passcodeServerHost, options.passcodeServerPort)) {
+        message = QStringLiteral("--passcode-server must be HOST:PORT");
+        return false;
+    }
+    if (parser.isSet(passcodeService)) {
+        bool ok = false;
+        const int value = parser.value(passcodeService).toInt(&ok);
+        if (!ok || value < 0 || value > 65535) {
+            message = QStringLiteral("--passcode-service must be a port number");
+            return false;
+        }
+        options.passcodeServicePort = value;
+    }
+    if (parser.isSet(approval)) options.requireApproval = true;
+    if (parser.isSet(requireCode)) options.requireCode = true;
+    if (parser.isSet(maxClients)) options.maxClients = parser.value(maxClients).toInt();
+    options.discovery = !parser.isSet(noDiscovery);
+    if (parser.isSet(protocolVersion)) options.protocolVersion = parser.value(protocolVersion).toInt();
+    options.headless = parser.isSet(headless);
+    options.windowed = parser.isSet(windowed);
+
+    if (options.name.isEmpty()) {
+        message = QStringLiteral("the panel name must not be empty");
+        return false;
+    }
+    if (!options.fixedCode.isEmpty() && !validCode(options.fixedCode)) {
+        message = QStringLiteral("--code must be 4 to 8 letters and digits");
+        return false;
+    }
+    if (options.maxClients < 1 || options.maxClients > 64) {
+        message = QStringLiteral("--max-clients must be 1..64");
+        return false;
+    }
+    if (options.codeIntervalSeconds < 0) {
+        message = QStringLiteral("--code-interval must not be negative");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace receiver

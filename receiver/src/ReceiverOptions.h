@@ -1,0 +1,35 @@
+// What the receiver runs with: its configuration file, overridden by the
+// command line.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace receiver {
+
+struct ReceiverOptions {
+    QString name;                 // shown on the idle screen and announced on the LAN
+    QString fixedCode;            // --code: a code that never changes (empty: generated)
+    int codeIntervalSeconds = 0;  // a new code every N s while idle (0: only when a session ends)
+    quint16 port = 47800;         // control port
+    QString passcodeServerHost;   // --passcode-server HOST:PORT: register a 4-character passcode there
+    quint16 passcodeServerPort = 0;
+    int passcodeServicePort = -1; // --passcode-service [PORT]: run the passcode service inside (-1: no)
+    bool requireApproval = false; // each new cast waits for the panel's user
+    bool requireCode = false;     // refuse clients that come from the discovery list without a code
+    int maxClients = 4;
+    bool headless = false;        // no window at all (servers, tests)
+    bool windowed = false;        // a normal window instead of full screen
+    bool discovery = true;        // announce on the LAN
+    int protocolVersion = -1;     // --protocol-version: answer as an older panel (compatibility tests); -1: current
+    QString configPath;           // the configuration file read
+
+    // Reads the configuration file (--config PATH, else the per-user one),
+    // then the command line (argv[0] included). On a bad command line or
+    // --help returns false and puts the text to show in message.
+    static bool parse(const QStringList& arguments, ReceiverOptions& options, QString& message);
+    static QString defaultConfigPath();
+    static QString defaultName();
+};
+
+}  // namespace receiver

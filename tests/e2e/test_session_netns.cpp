@@ -1,0 +1,207 @@
+// The session service end to end: a real receiver (with its passcode service
+// and LAN announcement) on one test host, the real library through
+// zelvanor-cli on another, joined by a veth pair.
+#include <gtest/gtest.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "NetnsPair.h"
+#include "Process.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using zvtest::ChildProcess;
+
+QJsonObject json(const std::string& line) {
+    return QJsonDocument::fromJson(QByteArray::fromStdString(line)).object();
+}
+std::string text(const QJsonObject& object, const char* key) {
+    return object.value(QLatin1String(key)).toString().toStdString();
+}
+
+// A line whose "event" is event (and, if given, whose field has that value).
+std::function<bool(const std::string&)> event(const std::string& name, const char* field = nullptr,
+                                              const QJsonValue& value = QJsonValue()) {
+    return [name, field, value](const std::string& line) {
+        const QJsonObject o = json(line);
+        if (text(o, "event") != name) return false;
+        return field == nullptr || o.value(QLatin1String(field)) == value;
+    };
+}
+
+class SessionNetns : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!net.ready()) GTEST_SKIP() << "no test hosts: " << net.error();
+        char folder[] = "/tmp/zv-e2e-XXXXXX";
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        root = folder;
+    }
+    void TearDown() override {
+        if (!root.empty()) std::system(("rm -rf " + root).c_str());
+    }
+
+    // argv run on test host ns with a home of its own (identity, known panels, logs).
+    std::vector<std::string> on(const std::string& ns, const std::string& home, std::vector<std::string> argv) {
+        const std::string dir = root + "/" + home;
+        std::system(("mkdir -p " + dir).c_str());
+        // A private system bus address: the host's bus is reachable through the
+        // file system, and its Avahi daemon lives in the host's network.
+        argv.insert(argv.begin(), {"env", "HOME=" + dir, "XDG_CONFIG_HOME=" + dir + "/.config",
+                                   "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + dir + "/no-bus"});
+        return zvtest::NetnsPair::in(ns, argv);
+    }
+
+    std::unique_ptr<ChildProcess> startReceiver(const std::vector<std::string>& extra, QJsonObject* ready,
+                                                const std::string& home = "panel") {
+        std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-receiver"), "--headless"};
+        argv.insert(argv.end(), extra.begin(), extra.end());
+        auto receiver = std::make_unique<ChildProcess>(on(net.a, home, argv), ChildProcess::Output::Capture,
+                                                       ChildProcess::Input::Pipe);
+        const std::string line = receiver->waitForLine(event("ready"), 20s);
+        EXPECT_FALSE(line.empty()) << "the receiver did not get ready";
+        *ready = json(line);
+        return receiver;
+    }
+
+    // zelvanor-cli on host b; returns its exit code and output lines.
+    int cli(const std::vector<std::string>& args, std::vector<std::string>* lines = nullptr) {
+        std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-cli")};
+        argv.insert(argv.end(), args.begin(), args.end());
+        ChildProcess tool(on(net.b, "pc", argv), ChildProcess::Output::Capture);
+        tool.waitForLine([](const std::string&) { return false; }, 15s);  // read until it ends
+        EXPECT_TRUE(tool.waitFinished(5s)) << "zelvanor-cli hung";
+        if (lines != nullptr) *lines = tool.lines();
+        return tool.exitCode();
+    }
+    std::string cliError(const std::vector<std::string>& args) {
+        std::vector<std::string> lines;
+        EXPECT_EQ(cli(args, &lines), 1);
+        for (const std::string& line : lines) {
+            if (text(json(line), "event") == "error") return text(json(line), "code");
+        }
+        return "no error line";
+    }
+
+    zvtest::NetnsPair net;
+    std::string root;
+};
+
+TEST_F(SessionNetns, LogInByCodeByPasscodeAndFromTheDiscoveryList) {
+    QJsonObject ready;
+    auto receiver = startReceiver({"--name", "Room A", "--passcode-service", "0"}, &ready);
+    ASSERT_EQ(text(ready, "address"), net.addressA);
+    const std::string code = text(ready, "code");
+    ASSERT_EQ(code.size(), 8u);
+
+    std::vector<std::string> lines;
+    ASSERT_EQ(cli({"login", "--code", code}, &lines), 0);
+    const QJsonObject login = json(lines.front());
+    EXPECT_EQ(text(login, "event"), "login");
+    EXPECT_EQ(text(login, "name"), "Room A");
+    EXPECT_EQ(text(login, "key"), text(ready, "key"));
+    EXPECT_FALSE(receiver->waitForLine(event("client-joined"), 5s).empty());
+    EXPECT_FALSE(receiver->waitForLine(event("client-left", "reason", "logged out"), 5s).empty());
+    // A finished session retires the code: it no longer opens the panel.
+    const std::string next = text(json(receiver->waitForLine(event("code"), 5s)), "code");
+    EXPECT_NE(next, code);
+    EXPECT_EQ(cliError({"login", "--code", code}), "0xF3201000");
+
+    // The 4-character passcode, through the passcode service the receiver runs.
+    std::string passcode = text(ready, "passcode");
+    if (passcode.empty()) passcode = text(json(receiver->waitForLine(event("passcode"), 10s)), "passcode");
+    const std::string service = net.addressA + ":" + std::to_string(ready.value("passcodeServicePort").toInt());
+    ASSERT_EQ(cli({"login", "--code", passcode, "--passcode-server", service}, &lines), 0);
+    EXPECT_EQ(text(json(lines.front()), "name"), "Room A");
+
+    // Picked from the panels discovery finds.
+    ASSERT_EQ(cli({"discover", "--seconds", "4"}, &lines), 0);
+    QJsonObject found;
+    for (const std::string& line : lines) {
+        if (text(json(line), "key") == text(ready, "key")) found = json(line);
+    }
+    ASSERT_FALSE(found.isEmpty()) << "discovery did not find the receiver";
+    EXPECT_EQ(text(found, "address"), net.addressA);
+    EXPECT_EQ(text(found, "name"), "Room A");
+    const std::string address = text(found, "address") + ":" + std::to_string(found.value("port").toInt());
+    ASSERT_EQ(cli({"login", "--address", address, "--key", text(found, "key")}, &lines), 0);
+    EXPECT_EQ(text(json(lines.front()), "name"), "Room A");
+}
+
+TEST_F(SessionNetns, EachWayOfMissingThePanelHasItsOwnError) {
+    QJsonObject ready;
+    auto receiver = startReceiver({"--passcode-service", "0", "--no-discovery"}, &ready);
+    const std::string code = text(ready, "code");
+    const std::string service = net.addressA + ":" + std::to_string(ready.value("passcodeServicePort").toInt());
+
+    // The panel's address with another secret: the panel refuses it.
+    std::string wrong = code;
+    wrong.back() = wrong.back() == '7' ? '8' : '7';
+    EXPECT_EQ(cliError({"login", "--code", wrong}), "0xF3201000");
+    EXPECT_FALSE(receiver->waitForLine(event("refused", "reason", "wrongCode"), 5s).empty());
+    // Not a code at all, and a short code nobody announces.
+    EXPECT_EQ(cliError({"login", "--code", "AB*D5"}), "0xF3201000");
+    EXPECT_EQ(cliError({"login", "--code", "QQQQQ"}), "0xF3201000");
+    // Passcodes: unknown to the service; the service not there.
+    EXPECT_EQ(cliError({"login", "--code", "ZZZZ", "--passcode-server", service}), "0xF3201001");
+    EXPECT_EQ(cliError({"login", "--code", "ZZZZ", "--passcode-server", net.addressA + ":1"}), "0xF3201002");
+    // Nothing listens at the address.
+    EXPECT_EQ(cliError({"login", "--address", net.addressA + ":1"}), "0xF3200001");
+
+    // A panel that speaks an older protocol than this client accepts.
+    QJsonObject oldReady;
+    auto old = startReceiver({"--no-discovery", "--port", "47811", "--protocol-version", "0"}, &oldReady, "old-panel");
+    EXPECT_EQ(cliError({"login", "--address", net.addressA + ":47811"}), "0xF3200004");
+
+    // Guessing codes is slowed down: after five wrong ones the panel refuses unchecked.
+    for (int i = 0; i < 5; ++i) cliError({"login", "--code", wrong});
+    EXPECT_EQ(cliError({"login", "--code", code}), "0xF3201000") << "a locked-out source must not get in";
+    EXPECT_FALSE(receiver->waitForLine(event("refused", "reason", "rateLimited"), 5s).empty());
+}
+
+TEST_F(SessionNetns, RemovedByThePanelTheClientHearsLogOutByServer) {
+    QJsonObject ready;
+    auto receiver = startReceiver({"--no-discovery"}, &ready);
+    ChildProcess client(on(net.b, "pc", {zvtest::builtProgram("zelvanor-cli"), "login", "--code", text(ready, "code"),
+                                         "--hold", "60"}),
+                        ChildProcess::Output::Capture);
+    ASSERT_FALSE(client.waitForLine(event("login"), 10s).empty());
+    const QJsonObject joined = json(receiver->waitForLine(event("client-joined"), 5s));
+    ASSERT_FALSE(joined.isEmpty());
+
+    receiver->writeLine("{\"cmd\":\"remove\",\"client\":" + std::to_string(joined.value("client").toInt()) + "}");
+    const QJsonObject logout = json(client.waitForLine(event("exception", "type", 32793), 5s));
+    EXPECT_EQ(text(logout, "reason"), "logOutByServer");
+    EXPECT_TRUE(client.waitFinished(5s));
+    EXPECT_FALSE(receiver->waitForLine(event("client-left", "reason", "removed"), 5s).empty());
+}
+
+TEST_F(SessionNetns, ACutLinkIsSeenAsMissedHeartbeatsAndTheWatchdogReconnects) {
+    QJsonObject ready;
+    auto receiver = startReceiver({"--no-discovery"}, &ready);
+    ChildProcess client(on(net.b, "pc", {zvtest::builtProgram("zelvanor-cli"), "login", "--code", text(ready, "code"),
+                                         "--hold", "90", "--reconnect"}),
+                        ChildProcess::Output::Capture);
+    ASSERT_FALSE(client.waitForLine(event("login"), 10s).empty());
+
+    ASSERT_TRUE(net.setLinkUp(false));
+    const QJsonObject missed = json(client.waitForLine(event("exception", "type", 32829), 10s));
+    ASSERT_FALSE(missed.isEmpty()) << "no missed-heartbeat event";
+    EXPECT_GE(missed.value("subCode").toInt(), 2);
+    EXPECT_FALSE(client.waitForLine(event("exception", "type", 32802), 10s).empty()) << "no reconnecting event";
+
+    ASSERT_TRUE(net.setLinkUp(true));
+    EXPECT_FALSE(client.waitForLine(event("exception", "type", 32803), 30s).empty()) << "not reconnected";
+    EXPECT_FALSE(receiver->waitForLine(event("client-resumed"), 5s).empty());
+    EXPECT_TRUE(client.lines().end() ==
+                std::find_if(client.lines().begin(), client.lines().end(), event("exception", "type", 32801)));
+}
+
+}  // namespace
