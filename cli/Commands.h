@@ -7,5 +7,6 @@ namespace cli {
 
 int runDiscover(const QStringList& arguments);
 int runLogin(const QStringList& arguments);
+int runCast(const QStringList& arguments);
 
 }  // namespace cli

@@ -27,6 +27,15 @@ const char* const kHelp =
     "      printing session events; --reconnect lets the watchdog reconnect a\n"
     "      dropped link.\n"
     "\n"
+    "  cast (--code CODE | --address IP[:PORT]) [--window ID] [--seconds N]\n"
+    "       [--protocol udp|tcp|brx] [--reconnect]\n"
+    "      Log in and cast this display's screen, or one X11 window, for N seconds\n"
+    "      (default 10) over the given transport (default brx: SRT, encrypted).\n"
+    "      Prints {\"event\":\"cast\",\"result\":\"started\"|\"waiting\"|\"failed\"},\n"
+    "      then the session's events (statistics, touches from the panel, ...).\n"
+    "      Lines on standard input steer the cast: pause, resume, voice on,\n"
+    "      voice off, control on, control off, stop.\n"
+    "\n"
     "  --help\n"
     "      This text.\n";
 
@@ -51,6 +60,8 @@ int main(int argc, char* argv[]) {
         code = cli::runDiscover(arguments);
     } else if (verb == QLatin1String("login")) {
         code = cli::runLogin(arguments);
+    } else if (verb == QLatin1String("cast")) {
+        code = cli::runCast(arguments);
     } else {
         std::fprintf(stderr, "zelvanor-cli: unknown verb '%s'\n\n%s", qPrintable(verb), kHelp);
     }

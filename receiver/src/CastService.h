@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 
 #include "protocol/CastMessages.h"
@@ -56,6 +57,11 @@ public:
     // Ends the running cast from the panel's side.
     void stopCast(const QString& reason);
 
+    // Where decoded pictures go, called on the pipeline's streaming thread
+    // (the view's presentFrame is made for that). Set before casts start.
+    using FrameSink = std::function<void(const QImage& frame)>;
+    void setFrameSink(FrameSink sink) { m_frameSink = std::move(sink); }
+
     bool isCasting() const { return m_pipeline != nullptr; }
     const CastStatus& status() const { return m_status; }
     QImage latestFrame() const;
@@ -65,7 +71,6 @@ signals:
     void castStarted(const receiver::CastStatus& status);
     void castStopped(qint64 client, const QString& reason);
     void statistics(const receiver::CastStatus& status);
-    void frameReady(const QImage& frame);
     void cursorMoved(int x, int y, bool visible);
     void pausedChanged(bool paused);
     void controlChanged(bool granted);
@@ -79,6 +84,7 @@ private:
 
     Settings m_settings;
     PanelService* m_panel;
+    FrameSink m_frameSink;
     std::unique_ptr<zv::media::ReceiverPipeline> m_pipeline;
     CastStatus m_status;
     bool m_controlGranted = false;

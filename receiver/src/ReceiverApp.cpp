@@ -1,6 +1,10 @@
 #include "ReceiverApp.h"
 
+#include <QApplication>
 #include <QCoreApplication>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QScreen>
 #include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -8,6 +12,7 @@
 
 #include <unistd.h>
 
+#include "CastService.h"
 #include "CodeKeeper.h"
 #include "IdleScreen.h"
 #include "PanelService.h"
@@ -16,6 +21,7 @@
 #include "casting/McUtil.h"
 #include "discovery/AvahiRuntime.h"
 #include "discovery/PanelAnnouncer.h"
+#include "media/VideoView.h"
 #include "passcode/PasscodeClient.h"
 #include "passcode/PasscodeService.h"
 #include "protocol/ProtocolConstants.h"
@@ -47,6 +53,8 @@ ReceiverApp::ReceiverApp(ReceiverOptions options, QObject* parent)
 
 ReceiverApp::~ReceiverApp() {
     m_announcer.reset();  // goodbye to browsers first
+    delete m_cast;         // the pipeline stops before the view goes
+    m_view.reset();
     delete m_service;      // tells connected clients
 }
 
@@ -65,8 +73,16 @@ bool ReceiverApp::start(QString* error) {
     m_codes = new CodeKeeper(QHostAddress(m_address).toIPv4Address(), m_options.fixedCode,
                              m_options.codeIntervalSeconds, this);
 
+    // The panel's own screen, told to PCs so they scale to it.
+    QSize screenSize(1920, 1080);
+    if (qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr && QGuiApplication::primaryScreen()) {
+        screenSize = QGuiApplication::primaryScreen()->size() * QGuiApplication::primaryScreen()->devicePixelRatio();
+    }
+
     PanelService::Settings settings;
     settings.name = m_options.name;
+    settings.screenWidth = screenSize.width();
+    settings.screenHeight = screenSize.height();
     settings.software = QCoreApplication::applicationVersion();
     settings.port = m_options.port;
     settings.maxClients = m_options.maxClients;
@@ -104,6 +120,13 @@ bool ReceiverApp::start(QString* error) {
         if (m_announcer) m_announcer->updateCode(code);
         if (m_screen) m_screen->setCode(code);
     });
+
+    CastService::Settings castSettings;
+    castSettings.requireApproval = m_options.requireApproval;
+    castSettings.screenWidth = screenSize.width();
+    castSettings.screenHeight = screenSize.height();
+    m_cast = new CastService(castSettings, m_service);
+    startCasting();
 
     if (!startPasscodes(error)) return false;
     if (m_options.discovery) startDiscovery();
@@ -203,6 +226,69 @@ void ReceiverApp::showScreen() {
     }
 }
 
+void ReceiverApp::startCasting() {
+    connect(m_cast, &CastService::castStarted, this, [this](const CastStatus& status) {
+        StatusPrinter::print(QStringLiteral("cast-started"),
+                             {{QStringLiteral("client"), status.client}, {QStringLiteral("transport"), status.transport}});
+        if (m_view) {
+            m_view->clear();
+            if (m_options.windowed) {
+                m_view->resize(m_screen ? m_screen->size() : QSize(1280, 720));
+                m_view->show();
+            } else {
+                m_view->showFullScreen();
+            }
+            m_view->raise();
+        }
+    });
+    connect(m_cast, &CastService::castStopped, this, [this](qint64 client, const QString& reason) {
+        StatusPrinter::print(QStringLiteral("cast-stopped"),
+                             {{QStringLiteral("client"), client}, {QStringLiteral("reason"), reason}});
+        if (m_view) m_view->hide();
+    });
+    connect(m_cast, &CastService::statistics, this, [](const CastStatus& status) {
+        StatusPrinter::print(QStringLiteral("cast-stats"),
+                             {{QStringLiteral("client"), status.client},
+                              {QStringLiteral("framesDecoded"), static_cast<qint64>(status.framesDecoded)},
+                              {QStringLiteral("fps"), status.fps},
+                              {QStringLiteral("bitrateKbps"), status.bitrateKbps},
+                              {QStringLiteral("delayMs"), status.delayMs},
+                              {QStringLiteral("lossPercent"), status.lossPercent},
+                              {QStringLiteral("paused"), status.paused}});
+    });
+    connect(m_cast, &CastService::pausedChanged, this, [](bool paused) {
+        StatusPrinter::print(QStringLiteral("cast-paused"), {{QStringLiteral("paused"), paused}});
+    });
+    connect(m_cast, &CastService::controlChanged, this, [](bool granted) {
+        StatusPrinter::print(QStringLiteral("control"), {{QStringLiteral("granted"), granted}});
+    });
+    connect(m_cast, &CastService::approvalNeeded, this, &ReceiverApp::askApproval);
+    if (m_options.headless) return;
+
+    m_view = std::make_unique<zv::media::VideoView>();
+    m_view->setWindowTitle(QStringLiteral("Zelvanor Receiver - %1").arg(m_options.name));
+    zv::media::VideoView* view = m_view.get();
+    m_cast->setFrameSink([view](const QImage& frame) { view->presentFrame(frame); });
+    connect(m_cast, &CastService::cursorMoved, view, &zv::media::VideoView::setCursorPosition);
+    connect(view, &zv::media::VideoView::pointerAction, m_cast, &CastService::touch);
+}
+
+void ReceiverApp::askApproval(qint64 client, const QString& host) {
+    StatusPrinter::print(QStringLiteral("approval-needed"),
+                         {{QStringLiteral("client"), client}, {QStringLiteral("host"), host}});
+    if (m_options.headless) return;  // answered by the "approve" command
+    auto* box = new QMessageBox(QMessageBox::Question, QStringLiteral("Zelvanor"),
+                                tr("%1 wants to show its screen here.").arg(host), QMessageBox::NoButton,
+                                m_screen.get());
+    QPushButton* allow = box->addButton(tr("Allow"), QMessageBox::AcceptRole);
+    box->addButton(tr("Deny"), QMessageBox::RejectRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    connect(box, &QMessageBox::finished, this, [this, box, allow, client] {
+        m_cast->answerApproval(client, box->clickedButton() == static_cast<QAbstractButton*>(allow));
+    });
+    box->open();
+}
+
 void ReceiverApp::watchCommands() {
     // Commands on standard input, one JSON object per line, for kiosks and tests.
     if (isatty(STDIN_FILENO)) return;
@@ -235,6 +321,26 @@ void ReceiverApp::onCommand(const QByteArray& line) {
             StatusPrinter::print(QStringLiteral("command-failed"),
                                  {{QStringLiteral("cmd"), name}, {QStringLiteral("reason"), QStringLiteral("no such client")}});
         }
+    } else if (name == QLatin1String("approve")) {
+        const qint64 id = command.value(QStringLiteral("client")).toVariant().toLongLong();
+        if (!m_cast->answerApproval(id, command.value(QStringLiteral("approved")).toBool(true))) {
+            StatusPrinter::print(QStringLiteral("command-failed"),
+                                 {{QStringLiteral("cmd"), name}, {QStringLiteral("reason"), QStringLiteral("nothing to approve")}});
+        }
+    } else if (name == QLatin1String("touch")) {
+        // As a touch on the view: for kiosks and tests without a screen.
+        m_cast->touch(command.value(QStringLiteral("type")).toString(), command.value(QStringLiteral("x")).toInt(),
+                      command.value(QStringLiteral("y")).toInt());
+    } else if (name == QLatin1String("snapshot")) {
+        const QString path = command.value(QStringLiteral("path")).toString();
+        const QImage frame = m_cast->latestFrame();
+        const bool saved = !frame.isNull() && !path.isEmpty() && frame.save(path, "PNG");
+        StatusPrinter::print(QStringLiteral("snapshot"), {{QStringLiteral("path"), path},
+                                                          {QStringLiteral("saved"), saved},
+                                                          {QStringLiteral("width"), frame.width()},
+                                                          {QStringLiteral("height"), frame.height()}});
+    } else if (name == QLatin1String("stop-cast")) {
+        m_cast->stopCast(QStringLiteral("stopped on the panel"));
     } else if (name == QLatin1String("quit")) {
         QCoreApplication::quit();
     } else {

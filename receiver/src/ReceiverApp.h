@@ -17,8 +17,13 @@ class PasscodeRegistration;
 class PasscodeService;
 }  // namespace zv
 
+namespace zv::media {
+class VideoView;
+}
+
 namespace receiver {
 
+class CastService;
 class CodeKeeper;
 class IdleScreen;
 class PanelService;
@@ -39,11 +44,15 @@ private:
     void watchCommands();
     void onCommand(const QByteArray& line);
     void showScreen();
+    void startCasting();
+    void askApproval(qint64 client, const QString& host);
 
     ReceiverOptions m_options;
     QString m_address;
     CodeKeeper* m_codes = nullptr;
     PanelService* m_service = nullptr;
+    CastService* m_cast = nullptr;
+    std::unique_ptr<zv::media::VideoView> m_view;
     std::shared_ptr<zv::AvahiRuntime> m_avahi;
     std::unique_ptr<zv::PanelAnnouncer> m_announcer;
     zv::PasscodeService* m_passcodeService = nullptr;

@@ -5,33 +5,7 @@
 #include "casting/BusinessSettings.h"
 #include "casting/ErrorCodes.h"
 #include "casting/Log.h"
-#if __has_include("media/SenderPipeline.h")
 #include "media/SenderPipeline.h"
-#define ZV_HAVE_MEDIA_ENGINE 1
-#else
-// Bridge while the media engine is being written: casts fail with a clear log line.
-namespace zv::media {
-enum class Transport { Udp = 1, Tcp, Srt };
-struct SenderConfig {
-    unsigned long windowId = 0;
-    int width = 0, height = 0, fps = 30;
-    Transport transport = Transport::Udp;
-    QString host;
-    quint16 videoPort = 0, remoteRtcpPort = 0, audioPort = 0;
-    QString srtPassphrase;
-    int latencyMs = 0;
-    bool audio = false, softwareEncoderPreferred = false;
-};
-class SenderPipeline {
-public:
-    quint16 reserveRtcpPort() { return 0; }
-    QString start(const SenderConfig&) { return QStringLiteral("the media engine is not in this build"); }
-    void stop() {}
-    void setPaused(bool) {}
-    void setAudioEnabled(bool) {}
-};
-}  // namespace zv::media
-#endif
 #include "protocol/Messages.h"
 #include "session/ClientSession.h"
 
@@ -99,6 +73,11 @@ void CastSession::request(const CastOptions& options, RequestDone done) {
     m_controlGranted = false;
 
     m_sender = std::make_unique<media::SenderPipeline>();
+    m_sender->setErrorCallback([this](const std::string& error) {
+        // A pipeline thread: act on the library's own thread.
+        QMetaObject::invokeMethod(this, [this, error] { onSenderError(QString::fromStdString(error)); },
+                                  Qt::QueuedConnection);
+    });
     CastRequestMessage request;
     request.source = sourceName(options.source);
     request.transport = transportName(options.transport);
@@ -108,6 +87,9 @@ void CastSession::request(const CastOptions& options, RequestDone done) {
     request.audio = options.audio;
     request.control = options.reverseCallback != nullptr;
     request.rtcpPort = options.transport == PROTOCOL_UDP ? m_sender->reserveRtcpPort() : 0;
+    if (options.transport == PROTOCOL_UDP && request.rtcpPort == 0) {
+        ZV_LOG(WARNING) << " no RTCP port, so no retransmission";
+    }
     ZV_LOG(INFO) << " asking to cast the " << request.source.toStdString() << " over "
                  << request.transport.toStdString();
     m_session->send(buildCastRequest(request));
@@ -173,7 +155,7 @@ void CastSession::onAccepted(const CastAcceptedMessage& accepted) {
     m_answerTimeout.stop();
 
     media::SenderConfig config;
-    config.windowId = m_options.source == VIDEO_SOURCE_WINDOW ? static_cast<unsigned long>(m_options.windowId) : 0;
+    config.window = m_options.source == VIDEO_SOURCE_WINDOW ? static_cast<unsigned long>(m_options.windowId) : 0;
     // Scale down to the panel's screen when it is smaller than ours; never up.
     int screenWidth = 0, screenHeight = 0;
     BusinessSettings::getInstance().getRealCapResolution(screenWidth, screenHeight);
@@ -182,18 +164,17 @@ void CastSession::onAccepted(const CastAcceptedMessage& accepted) {
     config.width = panelSmaller ? accepted.width : m_options.width;
     config.height = panelSmaller ? accepted.height : m_options.height;
     config.fps = m_options.fps > 0 ? m_options.fps : 30;
-    config.transport = m_options.transport == PROTOCOL_UDP   ? media::Transport::Udp
-                       : m_options.transport == PROTOCOL_TCP ? media::Transport::Tcp
-                                                             : media::Transport::Srt;
-    config.host = m_session->panel().address;
-    config.videoPort = static_cast<quint16>(accepted.videoPort);
-    config.remoteRtcpPort = static_cast<quint16>(accepted.rtcpPort);
-    config.srtPassphrase = accepted.srtKey;
-    config.latencyMs = accepted.latencyMs;
+    config.transport = static_cast<media::MediaTransport>(m_options.transport);
+    config.host = m_session->panel().address.toStdString();
+    config.videoPort = static_cast<uint16_t>(accepted.videoPort);
+    config.remoteRtcpPort = static_cast<uint16_t>(accepted.rtcpPort);
+    config.srtPassphrase = accepted.srtKey.toStdString();
+    if (accepted.latencyMs > 0) config.latencyMs = accepted.latencyMs;
     config.audio = m_options.audio && accepted.audioPort > 0;
-    config.audioPort = static_cast<quint16>(accepted.audioPort);
-    config.softwareEncoderPreferred = m_options.softwareEncoderPreferred;
-    const QString error = m_sender->start(config);
+    config.audioPort = static_cast<uint16_t>(accepted.audioPort);
+    config.encoderPreference = m_options.softwareEncoderPreferred ? media::EncoderPreference::SoftwarePreferred
+                                                                  : media::EncoderPreference::HardwarePreferred;
+    const QString error = QString::fromStdString(m_sender->start(config));
     if (!error.isEmpty()) {
         ZV_LOG(ERROR) << " the media could not start: " << error.toStdString();
         m_session->send(buildCastStop({QStringLiteral("senderFailed")}));
@@ -207,7 +188,8 @@ void CastSession::onAccepted(const CastAcceptedMessage& accepted) {
     }
     m_state = State::Casting;
     if (m_options.mouseCallback != nullptr) m_cursorTimer.start();
-    ZV_LOG(INFO) << " casting to " << config.host.toStdString() << ":" << config.videoPort;
+    ZV_LOG(INFO) << " casting to " << config.host << ":" << config.videoPort << " with "
+                 << m_sender->statistics().encoder;
     m_raise(NOTIFY_PANEL_RESOLUTION, [&](tagNotifyExceptionParams_& p) {
         p.nWidth = accepted.width;
         p.nHeight = accepted.height;
@@ -234,6 +216,15 @@ void CastSession::onRefused(const CastRefusedMessage& refused) {
                                                                  : refused.reason);
     });
     finishRequest(FAIL, 0);  // the event above tells the client why
+}
+
+void CastSession::onSenderError(const QString& error) {
+    if (m_state != State::Casting) return;
+    ZV_LOG(ERROR) << " the cast broke: " << error.toStdString();
+    m_session->send(buildCastStop({QStringLiteral("senderFailed")}));
+    teardown();
+    // The client's watchdog may try again; it decides, not us.
+    m_raise(NOTIFY_STREAM_SEND_FAILED, [&](tagNotifyExceptionParams_& p) { copyReason(p, error); });
 }
 
 void CastSession::finishRequest(ProjectOrShareReqResult result, uint32_t error) {

@@ -64,6 +64,7 @@ private:
     void onMessage(const QCborMap& message);
     void onAccepted(const CastAcceptedMessage& accepted);
     void onRefused(const CastRefusedMessage& refused);
+    void onSenderError(const QString& error);
     void finishRequest(ProjectOrShareReqResult result, uint32_t error);
     void sendCursor();
     void teardown();

@@ -140,28 +140,37 @@ std::optional<KLUF_DEVICE_INFO> LibraryCore::lookupCode(const QString& code) con
 
 void LibraryCore::shutdown() {
     stopDiscovery();
-    std::unique_ptr<IoThread> io;
+    IoThread* io = nullptr;
+    ClientSession* session = nullptr;
+    CastSession* cast = nullptr;
+    Watchdog* watchdog = nullptr;
     {
         std::lock_guard<std::mutex> lock(m_ioMutex);
-        if (m_io && m_session != nullptr) {
-            ClientSession* session = m_session;
-            CastSession* cast = m_cast;
-            Watchdog* watchdog = m_watchdog;
-            m_io->call(
-                [session, cast, watchdog] {
-                    watchdog->shutdown();
-                    cast->stop(QStringLiteral("closing"));
-                    session->logout();
-                    return true;
-                },
-                std::chrono::seconds(5));
-        }
-        io = std::move(m_io);
+        io = m_io.get();
+        session = m_session;
+        cast = m_cast;
+        watchdog = m_watchdog;
+    }
+    // Not under the lock: work queued on the I/O thread may need it.
+    if (io != nullptr && session != nullptr) {
+        io->call(
+            [session, cast, watchdog] {
+                watchdog->shutdown();
+                cast->stop(QStringLiteral("closing"));
+                session->logout();
+                return true;
+            },
+            std::chrono::seconds(5));
+    }
+    std::unique_ptr<IoThread> owned;
+    {
+        std::lock_guard<std::mutex> lock(m_ioMutex);
+        owned = std::move(m_io);
         m_session = nullptr;
         m_cast = nullptr;
         m_watchdog = nullptr;
     }
-    io.reset();  // joins the thread; its objects are deleted there
+    owned.reset();  // joins the thread; its objects are deleted there
 }
 
 }  // namespace zv

@@ -1,0 +1,58 @@
+// Small helpers shared by the sender and receiver pipelines: readable error
+// texts, graph dumps, tolerant property setting and a bus forwarder that
+// needs no GLib main loop.
+#pragma once
+
+#include <gst/gst.h>
+
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include "media/GstHandles.h"
+
+namespace zv::media {
+
+// "element: message (detail)" for an error or warning message, else its type name.
+std::string describeMessage(GstMessage* message);
+
+// Writes the pipeline's graph as <GST_DEBUG_DUMP_DOT_DIR>/<time>-<name>.dot.
+// Does nothing when that variable is not set.
+void dumpPipelineGraph(GstElement* pipeline, const std::string& name);
+
+bool hasProperty(GstElement* element, const char* property);
+// Sets a property from its text form (numbers, booleans, enum and flag
+// nicks) when the element has it; logs and returns false when it has not.
+bool setPropertyText(GstElement* element, const char* property, const char* value);
+
+// Forwards every message posted on a pipeline's bus to a handler, called at
+// once on the thread that posts the message (a streaming thread, or the
+// thread changing the state). Messages are dropped after the handler, so the
+// bus never fills up. detach() (also run by the destructor) waits for no
+// handler call: detach only after the pipeline is in the NULL state.
+class BusForwarder {
+public:
+    using Handler = std::function<void(GstMessage*)>;
+
+    BusForwarder() = default;
+    ~BusForwarder() { detach(); }
+    BusForwarder(const BusForwarder&) = delete;
+    BusForwarder& operator=(const BusForwarder&) = delete;
+
+    void attach(GstElement* pipeline, Handler handler);
+    void detach();
+
+private:
+    static GstBusSyncReply onMessage(GstBus* bus, GstMessage* message, gpointer self);
+
+    BusPtr m_bus;
+    Handler m_handler;
+};
+
+// Sets the pipeline to a state and waits up to timeoutMs for the change to
+// complete. Returns an empty string, or why it failed (firstError() is
+// asked for the text of an error posted meanwhile).
+std::string changeState(GstElement* pipeline, GstState state, int timeoutMs,
+                        const std::function<std::string()>& firstError);
+
+}  // namespace zv::media

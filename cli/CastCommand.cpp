@@ -1,0 +1,146 @@
+// cast: log in, cast the screen (or one window) and keep casting for a while,
+// printing the session's events; commands on standard input steer the cast
+// ("pause", "resume", "voice on", "voice off", "control on", "control off",
+// "stop"), one per line.
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <unistd.h>
+
+#include <memory>
+
+#include "Commands.h"
+#include "JsonLines.h"
+#include "PanelSession.h"
+#include "casting/CManageAll.h"
+
+// Xlib last: its macros (Status, Bool, ...) clash with Qt headers.
+#include <X11/Xlib.h>
+
+namespace cli {
+namespace {
+
+// The pointer over the whole screen, in panel units.
+void capturePointer(int& x, int& y, MOUSESTATUS& status, void* user, bool& visible) {
+    auto* display = static_cast<Display*>(user);
+    status = MOUSE_STATUS_NORMAL;
+    visible = true;
+    if (display == nullptr) return;
+    Window root, child;
+    int rootX = 0, rootY = 0, winX = 0, winY = 0;
+    unsigned int mask = 0;
+    const Window rootWindow = DefaultRootWindow(display);
+    if (!XQueryPointer(display, rootWindow, &root, &child, &rootX, &rootY, &winX, &winY, &mask)) return;
+    const int width = DisplayWidth(display, DefaultScreen(display));
+    const int height = DisplayHeight(display, DefaultScreen(display));
+    if (width <= 0 || height <= 0) return;
+    x = static_cast<int>(static_cast<long long>(rootX) * 65535 / width);
+    y = static_cast<int>(static_cast<long long>(rootY) * 65535 / height);
+}
+
+int printTouch(CtrlMouseInfo_S* action, bool, int, int, void*) {
+    if (action == nullptr) return -1;
+    printLine({{QStringLiteral("event"), QStringLiteral("touch")},
+               {QStringLiteral("type"), QString::fromStdString(action->strType)},
+               {QStringLiteral("x"), action->nX},
+               {QStringLiteral("y"), action->nY}});
+    return 0;
+}
+
+bool protocolFromName(const QString& name, ProtocolType* protocol) {
+    if (name == QLatin1String("udp")) *protocol = PROTOCOL_UDP;
+    else if (name == QLatin1String("tcp")) *protocol = PROTOCOL_TCP;
+    else if (name == QLatin1String("brx") || name == QLatin1String("srt")) *protocol = PROTOCOL_BRX;
+    else return false;
+    return true;
+}
+
+void runCommand(const QByteArray& line) {
+    CManageAll* library = CManageAll::getInstance();
+    long result = 0;
+    if (line == "pause") result = library->pauseMiracast(true);
+    else if (line == "resume") result = library->pauseMiracast(false);
+    else if (line == "voice on") result = library->voiceOn(0, false);
+    else if (line == "voice off") result = library->voiceOn(1, false);
+    else if (line == "control on") result = library->reverseCtrlOn(1, SCREEN_CONTROL_TOUCH);
+    else if (line == "control off") result = library->reverseCtrlOn(0, SCREEN_CONTROL_TOUCH);
+    else if (line == "stop") QCoreApplication::quit();
+    else result = -2;
+    printLine({{QStringLiteral("event"), QStringLiteral("command")},
+               {QStringLiteral("command"), QString::fromUtf8(line)},
+               {QStringLiteral("result"), static_cast<int>(result)}});
+}
+
+}  // namespace
+
+int runCast(const QStringList& arguments) {
+    QCommandLineParser parser;
+    PanelSession session;
+    session.addOptions(parser);
+    const QCommandLineOption window(QStringLiteral("window"), QStringLiteral("X11 window id to cast."),
+                                    QStringLiteral("ID"));
+    const QCommandLineOption seconds(QStringLiteral("seconds"), QStringLiteral("How long to cast (default 10)."),
+                                     QStringLiteral("N"), QStringLiteral("10"));
+    const QCommandLineOption protocol(QStringLiteral("protocol"), QStringLiteral("udp, tcp or brx (default brx)."),
+                                      QStringLiteral("NAME"), QStringLiteral("brx"));
+    parser.addOptions({window, seconds, protocol});
+    QString error;
+    ProtocolType stream = PROTOCOL_BRX;
+    bool ok = parser.parse(arguments) && session.readOptions(parser, &error);
+    if (ok && !protocolFromName(parser.value(protocol), &stream)) {
+        error = QStringLiteral("--protocol must be udp, tcp or brx");
+        ok = false;
+    }
+    tagWindowScreenInfo_ windowInfo{};
+    if (ok && parser.isSet(window)) {
+        windowInfo.nWindowId = static_cast<int32_t>(parser.value(window).toUInt(&ok, 0));
+        if (!ok || windowInfo.nWindowId == 0) error = QStringLiteral("--window must be a window id");
+    }
+    if (!ok) {
+        printLine({{QStringLiteral("event"), QStringLiteral("usage")},
+                   {QStringLiteral("text"), error.isEmpty() ? parser.errorText() : error}});
+        return 2;
+    }
+    if (!session.logIn()) return 1;
+
+    std::unique_ptr<Display, int (*)(Display*)> display(XOpenDisplay(nullptr), &XCloseDisplay);
+    CManageAll* library = CManageAll::getInstance();
+    library->initProtocol(stream, PROTOCOL_TCP, PROTOCOL_TCP);
+    library->setWindowScreenInfo(windowInfo);
+    const long result = library->miracastResq(session.userHandle(), session.panel(), &capturePointer, display.get(),
+                                              &printTouch, nullptr, false,
+                                              windowInfo.nWindowId != 0 ? VIDEO_SOURCE_WINDOW : VIDEO_SOURCE_SCREEN);
+    printLine({{QStringLiteral("event"), QStringLiteral("cast")},
+               {QStringLiteral("result"), result == SUCCESS ? QStringLiteral("started")
+                                          : result == WAIT_AUTHORIZATION ? QStringLiteral("waiting")
+                                                                         : QStringLiteral("failed")}});
+    if (result == FAIL) return 1;
+
+    QSocketNotifier commands(STDIN_FILENO, QSocketNotifier::Read);
+    QByteArray pending;
+    QObject::connect(&commands, &QSocketNotifier::activated, [&] {
+        char buffer[256];
+        const ssize_t n = read(STDIN_FILENO, buffer, sizeof buffer);
+        if (n <= 0) {
+            commands.setEnabled(false);  // no more commands; the cast goes on for its time
+            return;
+        }
+        pending.append(buffer, static_cast<int>(n));
+        int newline;
+        while ((newline = pending.indexOf('\n')) >= 0) {
+            const QByteArray line = pending.left(newline).trimmed();
+            pending.remove(0, newline + 1);
+            if (!line.isEmpty()) runCommand(line);
+        }
+    });
+    QTimer::singleShot(parser.value(seconds).toInt() * 1000, QCoreApplication::instance(), &QCoreApplication::quit);
+    QCoreApplication::exec();
+    library->stopMiracast();
+    printLine({{QStringLiteral("event"), QStringLiteral("cast-stopped")}});
+    session.logOut();
+    return 0;
+}
+
+}  // namespace cli

@@ -1,0 +1,197 @@
+// Casting end to end: the test's Xvfb screen shows known colour blocks,
+// zelvanor-cli on one test host casts it, the real receiver on the other
+// decodes it; its snapshots are compared with the blocks, and the cast is
+// steered (pause, sound, touch-back, stop) the way a user would.
+#include <gtest/gtest.h>
+
+#include <QColor>
+#include <QImage>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <X11/Xutil.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "NetnsPair.h"
+#include "Process.h"
+#include "XvfbSession.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using zvtest::ChildProcess;
+
+QJsonObject json(const std::string& line) { return QJsonDocument::fromJson(QByteArray::fromStdString(line)).object(); }
+
+std::function<bool(const std::string&)> event(const std::string& name, const char* field = nullptr,
+                                              const QJsonValue& value = QJsonValue()) {
+    return [name, field, value](const std::string& line) {
+        const QJsonObject o = json(line);
+        if (o.value(QLatin1String("event")).toString().toStdString() != name) return false;
+        return field == nullptr || o.value(QLatin1String(field)) == value;
+    };
+}
+
+// Four blocks in the screen's quarters: red, green, blue, white.
+const QColor kBlocks[4] = {Qt::red, Qt::green, Qt::blue, Qt::white};
+
+void paintBlocks(Display* display) {
+    const int screen = DefaultScreen(display);
+    const int width = DisplayWidth(display, screen), height = DisplayHeight(display, screen);
+    const Window root = RootWindow(display, screen);
+    GC gc = XCreateGC(display, root, 0, nullptr);
+    for (int i = 0; i < 4; ++i) {
+        XSetForeground(display, gc, kBlocks[i].rgb() & 0xFFFFFF);
+        XFillRectangle(display, root, gc, (i % 2) * width / 2, (i / 2) * height / 2, width / 2, height / 2);
+    }
+    XFreeGC(display, gc);
+    XSync(display, False);
+}
+
+bool near(const QColor& a, const QColor& b) {
+    return std::abs(a.red() - b.red()) < 40 && std::abs(a.green() - b.green()) < 40 && std::abs(a.blue() - b.blue()) < 40;
+}
+
+class CastNetns : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!net.ready()) GTEST_SKIP() << "no test hosts: " << net.error();
+        ASSERT_TRUE(x.ready()) << "Xvfb did not start";
+        char folder[] = "/tmp/zv-cast-XXXXXX";
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        root = folder;
+        paintBlocks(x.connection());
+    }
+    void TearDown() override {
+        if (!root.empty()) std::system(("rm -rf " + root).c_str());
+    }
+
+    std::vector<std::string> on(const std::string& ns, const std::string& home, std::vector<std::string> argv) {
+        const std::string dir = root + "/" + home;
+        std::system(("mkdir -p " + dir).c_str());
+        argv.insert(argv.begin(), {"env", "HOME=" + dir, "XDG_CONFIG_HOME=" + dir + "/.config",
+                                   "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + dir + "/no-bus", "DISPLAY=" + x.display(),
+                                   "PULSE_SERVER=unix:" + dir + "/no-sound"});
+        return zvtest::NetnsPair::in(ns, argv);
+    }
+
+    void startReceiver(const std::vector<std::string>& extra = {}) {
+        std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-receiver"), "--headless", "--no-discovery"};
+        argv.insert(argv.end(), extra.begin(), extra.end());
+        receiver = std::make_unique<ChildProcess>(on(net.a, "panel", argv), ChildProcess::Output::Capture,
+                                                  ChildProcess::Input::Pipe);
+        ASSERT_FALSE(receiver->waitForLine(event("ready"), 20s).empty());
+    }
+    std::unique_ptr<ChildProcess> startCast(const std::string& protocol, const std::vector<std::string>& extra = {}) {
+        std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-cli"), "cast", "--address", net.addressA,
+                                         "--protocol", protocol, "--seconds", "60"};
+        argv.insert(argv.end(), extra.begin(), extra.end());
+        return std::make_unique<ChildProcess>(on(net.b, "pc", argv), ChildProcess::Output::Capture,
+                                              ChildProcess::Input::Pipe);
+    }
+    // The receiver's newest decoded picture.
+    QImage snapshot() {
+        const std::string path = root + "/snap-" + std::to_string(++snapshots) + ".png";
+        receiver->writeLine("{\"cmd\":\"snapshot\",\"path\":\"" + path + "\"}");
+        const QJsonObject answer = json(receiver->waitForLine(event("snapshot"), 5s));
+        return answer.value("saved").toBool() ? QImage(QString::fromStdString(path)) : QImage();
+    }
+    // Waits until the receiver has decoded at least count pictures.
+    bool decodedAtLeast(qint64 count, std::chrono::milliseconds timeout) {
+        return !receiver->waitForLine([count](const std::string& line) {
+                              const QJsonObject o = json(line);
+                              return o.value("event") == "cast-stats" && static_cast<qint64>(o.value("framesDecoded").toDouble()) >= count;
+                          }, timeout).empty();
+    }
+
+    zvtest::NetnsPair net;
+    zvtest::XvfbSession x{"1280x720x24"};
+    std::string root;
+    std::unique_ptr<ChildProcess> receiver;
+    int snapshots = 0;
+};
+
+TEST_F(CastNetns, EachTransportCarriesTheScreenAndTheColoursArrive) {
+    startReceiver();
+    for (const char* protocol : {"udp", "tcp", "brx"}) {
+        SCOPED_TRACE(protocol);
+        auto cast = startCast(protocol);
+        ASSERT_FALSE(cast->waitForLine(event("cast", "result", "started"), 15s).empty());
+        ASSERT_FALSE(receiver->waitForLine(event("cast-started", "transport", protocol), 5s).empty());
+        ASSERT_TRUE(decodedAtLeast(1, 15s)) << "no picture decoded";
+
+        const QImage picture = snapshot();
+        ASSERT_FALSE(picture.isNull());
+        for (int i = 0; i < 4; ++i) {
+            const QPoint centre((i % 2) * picture.width() / 2 + picture.width() / 4,
+                                (i / 2) * picture.height() / 2 + picture.height() / 4);
+            EXPECT_TRUE(near(picture.pixelColor(centre), kBlocks[i]))
+                << "block " << i << " arrived as " << picture.pixelColor(centre).name().toStdString();
+        }
+        cast->writeLine("stop");
+        EXPECT_FALSE(receiver->waitForLine(event("cast-stopped"), 10s).empty());
+        EXPECT_TRUE(cast->waitFinished(10s));
+        EXPECT_EQ(cast->exitCode(), 0);
+    }
+}
+
+TEST_F(CastNetns, PauseSoundAndTouchBackAreSteeredFromBothSides) {
+    startReceiver();
+    auto cast = startCast("udp");
+    ASSERT_FALSE(cast->waitForLine(event("cast", "result", "started"), 15s).empty());
+    ASSERT_TRUE(decodedAtLeast(1, 15s));
+
+    cast->writeLine("pause");
+    EXPECT_FALSE(receiver->waitForLine(event("cast-paused", "paused", true), 5s).empty());
+    cast->writeLine("resume");
+    EXPECT_FALSE(receiver->waitForLine(event("cast-paused", "paused", false), 5s).empty());
+
+    cast->writeLine("voice off");
+    EXPECT_FALSE(cast->waitForLine(event("exception", "type", 32783), 5s).empty()) << "sound off not confirmed";
+    cast->writeLine("voice on");
+    EXPECT_FALSE(cast->waitForLine(event("exception", "type", 32782), 5s).empty()) << "sound on not confirmed";
+
+    // Touches reach the PC only once control is granted.
+    receiver->writeLine("{\"cmd\":\"touch\",\"type\":\"touchDown\",\"x\":1000,\"y\":2000}");
+    cast->writeLine("control on");
+    const QJsonObject granted = json(cast->waitForLine(event("exception", "type", 32784), 5s));
+    EXPECT_EQ(granted.value("result").toInt(), 1);
+    ASSERT_FALSE(receiver->waitForLine(event("control", "granted", true), 5s).empty());
+    receiver->writeLine("{\"cmd\":\"touch\",\"type\":\"touchMove\",\"x\":32768,\"y\":65535}");
+    const QJsonObject touch = json(cast->waitForLine(event("touch"), 5s));
+    EXPECT_EQ(touch.value("type").toString(), QStringLiteral("touchMove")) << "the early touch must not arrive";
+    EXPECT_EQ(touch.value("x").toInt(), 32768);
+    EXPECT_EQ(touch.value("y").toInt(), 65535);
+
+    // The panel ends the cast: the PC hears 32792 and stops.
+    receiver->writeLine("{\"cmd\":\"stop-cast\"}");
+    EXPECT_FALSE(cast->waitForLine(event("exception", "type", 32792), 5s).empty());
+    EXPECT_TRUE(cast->waitFinished(10s));
+}
+
+TEST_F(CastNetns, APanelThatAsksItsUserAnswersWaitThenTheVerdict) {
+    startReceiver({"--require-approval"});
+    auto cast = startCast("tcp");
+    ASSERT_FALSE(cast->waitForLine(event("cast", "result", "waiting"), 15s).empty());
+    const QJsonObject asked = json(receiver->waitForLine(event("approval-needed"), 5s));
+    ASSERT_FALSE(asked.isEmpty());
+    receiver->writeLine("{\"cmd\":\"approve\",\"client\":" + std::to_string(asked.value("client").toInt()) +
+                        ",\"approved\":true}");
+    EXPECT_FALSE(cast->waitForLine(event("exception", "type", 32810), 10s).empty());
+    EXPECT_TRUE(decodedAtLeast(1, 15s));
+    cast->writeLine("stop");
+    EXPECT_TRUE(cast->waitFinished(10s));
+
+    auto denied = startCast("tcp");
+    ASSERT_FALSE(denied->waitForLine(event("cast", "result", "waiting"), 15s).empty());
+    const QJsonObject again = json(receiver->waitForLine(event("approval-needed"), 5s));
+    receiver->writeLine("{\"cmd\":\"approve\",\"client\":" + std::to_string(again.value("client").toInt()) +
+                        ",\"approved\":false}");
+    EXPECT_FALSE(denied->waitForLine(event("exception", "type", 32811), 10s).empty());
+    EXPECT_TRUE(denied->waitFinished(10s));
+}
+
+}  // namespace

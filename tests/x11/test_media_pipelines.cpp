@@ -1,0 +1,619 @@
+// The media engine end to end: SenderPipeline captures a private Xvfb
+// screen and casts it over loopback to a ReceiverPipeline in the same
+// process; the decoded pictures are checked against what was drawn.
+// Qt and gtest before Xlib: Xlib's macros (Bool, Status, None) break their headers.
+#include <gst/gst.h>
+#include <gtest/gtest.h>
+
+#include <QImage>
+
+#include "media/ReceiverPipeline.h"
+#include "media/SenderPipeline.h"
+#include "media/UdpPortReservation.h"
+
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <dirent.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Process.h"
+#include "XvfbSession.h"
+
+using namespace std::chrono_literals;
+using zv::media::MediaTransport;
+using zv::media::ReceiverConfig;
+using zv::media::ReceiverPipeline;
+using zv::media::SenderConfig;
+using zv::media::SenderPipeline;
+using zvtest::waitFor;
+
+namespace {
+
+// The leaks tracer lets the stop test see whether any pipeline object is
+// still alive; it has to be named before GStreamer starts.
+const bool kTracerSet = [] {
+    setenv("GST_TRACERS", "leaks(filters=GstPipeline)", 1);
+    setenv("GST_DEBUG", "GST_TRACER:0,*:1", 0);
+    return true;
+}();
+
+constexpr int kScreenWidth = 1280;
+constexpr int kScreenHeight = 720;
+const char* kPassphrase = "0123456789abcdefABCDEF0123456789";
+
+struct Colour {
+    int r, g, b;
+    unsigned long pixel() const { return (static_cast<unsigned long>(r) << 16) | (g << 8) | b; }
+};
+constexpr Colour kRed{255, 0, 0}, kGreen{0, 255, 0}, kBlue{0, 0, 255}, kWhite{255, 255, 255}, kBlack{0, 0, 0};
+constexpr Colour kMagenta{255, 0, 255}, kCyan{0, 255, 255}, kYellow{255, 255, 0};
+
+bool near(QRgb pixel, const Colour& colour, int tolerance = 48) {
+    return std::abs(qRed(pixel) - colour.r) <= tolerance && std::abs(qGreen(pixel) - colour.g) <= tolerance &&
+           std::abs(qBlue(pixel) - colour.b) <= tolerance;
+}
+
+std::string describe(QRgb pixel) {
+    return "(" + std::to_string(qRed(pixel)) + "," + std::to_string(qGreen(pixel)) + "," +
+           std::to_string(qBlue(pixel)) + ")";
+}
+
+int threadCount() {
+    int count = 0;
+    if (DIR* dir = opendir("/proc/self/task")) {
+        while (dirent* entry = readdir(dir)) {
+            if (entry->d_name[0] != '.') ++count;
+        }
+        closedir(dir);
+    }
+    return count;
+}
+
+// Pipelines still alive, as the leaks tracer sees them (-1: tracer missing).
+int livePipelines() {
+    int count = -1;
+    GList* tracers = gst_tracing_get_active_tracers();
+    for (GList* item = tracers; item != nullptr; item = item->next) {
+        if (std::string(G_OBJECT_TYPE_NAME(item->data)) != "GstLeaksTracer") continue;
+        GstStructure* info = nullptr;
+        g_signal_emit_by_name(item->data, "get-live-objects", &info);
+        if (info == nullptr) continue;
+        const GValue* list = gst_structure_get_value(info, "live-objects-list");
+        count = list != nullptr ? static_cast<int>(gst_value_list_get_size(list)) : 0;
+        if (getenv("ZV_DEBUG_LEAKS") && list) for (guint i = 0; i < gst_value_list_get_size(list); ++i) { gchar* t = gst_value_serialize(gst_value_list_get_value(list, i)); fprintf(stderr, "%s\n", t); g_free(t);}
+        gst_structure_free(info);
+    }
+    g_list_free_full(tracers, gst_object_unref);
+    return count;
+}
+
+// The screen as four blocks (red, green / blue, white), kept by the server
+// as the root window's background.
+void drawBlocks(Display* display, const Colour (&blocks)[4]) {
+    const Window root = DefaultRootWindow(display);
+    const Pixmap pixmap = XCreatePixmap(display, root, kScreenWidth, kScreenHeight,
+                                        static_cast<unsigned>(DefaultDepth(display, DefaultScreen(display))));
+    GC gc = XCreateGC(display, pixmap, 0, nullptr);
+    for (int i = 0; i < 4; ++i) {
+        XSetForeground(display, gc, blocks[i].pixel());
+        XFillRectangle(display, pixmap, gc, (i % 2) * kScreenWidth / 2, (i / 2) * kScreenHeight / 2,
+                       kScreenWidth / 2, kScreenHeight / 2);
+    }
+    XSetWindowBackgroundPixmap(display, root, pixmap);
+    XClearWindow(display, root);
+    XFreeGC(display, gc);
+    XFreePixmap(display, pixmap);
+    XSync(display, False);
+}
+const Colour kBlocks[4] = {kRed, kGreen, kBlue, kWhite};
+const Colour kSwapped[4] = {kWhite, kBlue, kGreen, kRed};
+
+// Whether a picture shows the four blocks inside `area` (the whole frame, or
+// the part left by black bars).
+bool showsBlocks(const QImage& frame, const Colour (&blocks)[4], QRect area = {}, std::string* why = nullptr) {
+    if (frame.isNull()) return false;
+    if (area.isNull()) area = frame.rect();
+    for (int i = 0; i < 4; ++i) {
+        const int x = area.x() + area.width() * (1 + 2 * (i % 2)) / 4;
+        const int y = area.y() + area.height() * (1 + 2 * (i / 2)) / 4;
+        const QRgb pixel = frame.pixel(x, y);
+        if (!near(pixel, blocks[i])) {
+            if (why != nullptr) *why = "block " + std::to_string(i) + " at " + std::to_string(x) + "," +
+                                       std::to_string(y) + " is " + describe(pixel);
+            return false;
+        }
+    }
+    return true;
+}
+
+// The whole picture in one colour (sampled on a grid, away from the edges
+// where scaling and chroma blend).
+bool uniform(const QImage& frame, const Colour& colour) {
+    if (frame.isNull()) return false;
+    for (int gy = 1; gy <= 5; ++gy) {
+        for (int gx = 1; gx <= 5; ++gx) {
+            if (!near(frame.pixel(frame.width() * gx / 6, frame.height() * gy / 6), colour)) return false;
+        }
+    }
+    return true;
+}
+
+// Maps a window and waits until the window manager shows it. openbox names
+// itself on the root window a moment before it manages windows, and a map
+// request made in that moment is lost: ask again until it is shown.
+bool mapAndWait(Display* display, Window window) {
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        XMapWindow(display, window);
+        XSync(display, False);
+        if (waitFor(
+                [&] {
+                    XWindowAttributes attributes{};
+                    return XGetWindowAttributes(display, window, &attributes) && attributes.map_state == IsViewable;
+                },
+                1s)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A PulseAudio of our own with a null sink, for sound in tests.
+class PrivatePulse {
+public:
+    PrivatePulse() {
+        char pattern[] = "/tmp/zv-pulse-XXXXXX";
+        if (mkdtemp(pattern) == nullptr) return;
+        m_dir = pattern;
+        m_server.start({"env", "XDG_RUNTIME_DIR=" + m_dir, "HOME=" + m_dir, "pulseaudio", "-n", "--daemonize=no",
+                        "--exit-idle-time=-1", "--use-pid-file=no", "-L", "module-native-protocol-unix", "-L",
+                        "module-null-sink sink_name=vsink", "-L", "module-always-sink"});
+        const std::string socket = m_dir + "/pulse/native";
+        m_ready = waitFor([&] { return access(socket.c_str(), F_OK) == 0; }, 15s);
+        if (m_ready) setenv("PULSE_SERVER", ("unix:" + socket).c_str(), 1);
+    }
+    ~PrivatePulse() {
+        unsetenv("PULSE_SERVER");
+        m_server.stop();
+        if (!m_dir.empty()) std::system(("rm -rf '" + m_dir + "'").c_str());
+    }
+    bool ready() const { return m_ready; }
+
+private:
+    zvtest::ChildProcess m_server;
+    std::string m_dir;
+    bool m_ready = false;
+};
+
+// Keeps part of the screen moving (a sliding bar over noise) at 60 Hz, as
+// a playing video would.
+class Animator {
+public:
+    explicit Animator(const std::string& display) : m_thread([this, display] { run(display); }) {}
+    ~Animator() {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_stop = true;
+        }
+        m_wake.notify_all();
+        m_thread.join();
+    }
+
+private:
+    void run(const std::string& name) {
+        Display* display = XOpenDisplay(name.c_str());
+        if (display == nullptr) return;
+        const Window root = DefaultRootWindow(display);
+        GC gc = XCreateGC(display, root, 0, nullptr);
+        const int width = 480, height = 270;
+        std::vector<uint32_t> pixels(static_cast<size_t>(width) * height);
+        XImage* image = XCreateImage(display, DefaultVisual(display, DefaultScreen(display)), 24, ZPixmap, 0,
+                                     reinterpret_cast<char*>(pixels.data()), width, height, 32, 0);
+        std::mt19937 random(7);
+        auto next = std::chrono::steady_clock::now();
+        std::unique_lock<std::mutex> lock(m_mutex);
+        for (int frame = 0; !m_stop; ++frame) {
+            for (int y = 0; y < height; ++y) {
+                for (int x = 0; x < width; ++x) {
+                    const bool bar = ((x + frame * 8) % 160) < 40;
+                    pixels[static_cast<size_t>(y) * width + x] =
+                        bar ? 0xffff00u : ((random() & 0x3f3f3fu) + static_cast<uint32_t>((x * 255 / width) << 8));
+                }
+            }
+            XPutImage(display, root, gc, image, 0, 0, 400, 225, width, height);
+            XFlush(display);
+            next += std::chrono::microseconds(16667);
+            m_wake.wait_until(lock, next, [this] { return m_stop; });
+        }
+        image->data = nullptr;
+        XDestroyImage(image);
+        XFreeGC(display, gc);
+        XCloseDisplay(display);
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_stop = false;
+    std::thread m_thread;
+};
+
+class MediaPipelines : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        s_xvfb = new zvtest::XvfbSession(std::to_string(kScreenWidth) + "x" + std::to_string(kScreenHeight) + "x24");
+    }
+    static void TearDownTestSuite() {
+        delete s_xvfb;
+        s_xvfb = nullptr;
+    }
+    void SetUp() override {
+        ASSERT_TRUE(s_xvfb->ready()) << "Xvfb with openbox did not start";
+        drawBlocks(s_xvfb->connection(), kBlocks);
+    }
+
+    // Starts a receiver, then a sender aimed at it; empty on success.
+    std::string startCast(ReceiverPipeline& receiver, SenderPipeline& sender, MediaTransport transport,
+                          SenderConfig sending = {}, ReceiverConfig receiving = {}) {
+        receiving.transport = transport;
+        receiving.listenAddress = "127.0.0.1";
+        receiving.srtPassphrase = kPassphrase;
+        if (transport == MediaTransport::Udp) {
+            m_rtcpPort = sender.reserveRtcpPort();
+            receiving.senderHost = "127.0.0.1";
+            receiving.senderRtcpPort = m_rtcpPort;
+        }
+        std::string error = receiver.start(receiving);
+        if (!error.empty()) return "receiver: " + error;
+        const auto ports = receiver.ports();
+        sending.displayName = s_xvfb->display();
+        sending.transport = transport;
+        sending.host = "127.0.0.1";
+        sending.videoPort = ports.video;
+        sending.remoteRtcpPort = ports.rtcp;
+        sending.audioPort = ports.audio;
+        sending.srtPassphrase = kPassphrase;
+        error = sender.start(sending);
+        return error.empty() ? std::string() : "sender: " + error;
+    }
+
+    static zvtest::XvfbSession* s_xvfb;
+    uint16_t m_rtcpPort = 0;
+};
+zvtest::XvfbSession* MediaPipelines::s_xvfb = nullptr;
+
+TEST_F(MediaPipelines, ScreenReachesTheReceiverOverEveryTransport) {
+    for (MediaTransport transport : {MediaTransport::Udp, MediaTransport::Tcp, MediaTransport::Srt}) {
+        SCOPED_TRACE(zv::media::transportName(transport));
+        ReceiverPipeline receiver;
+        SenderPipeline sender;
+        ASSERT_EQ(startCast(receiver, sender, transport), "");
+        ASSERT_NE(receiver.ports().video, 0);
+        std::string why = "no picture";
+        EXPECT_TRUE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kBlocks, {}, &why); }, 15s)) << why;
+        const QImage frame = receiver.latestFrame();
+        EXPECT_EQ(frame.width(), kScreenWidth);
+        EXPECT_EQ(frame.height(), kScreenHeight);
+
+        // A change on the screen reaches the panel.
+        drawBlocks(s_xvfb->connection(), kSwapped);
+        EXPECT_TRUE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kSwapped, {}, &why); }, 10s)) << why;
+
+        const auto sent = sender.statistics();
+        const auto received = receiver.statistics();
+        EXPECT_GT(sent.framesSent, 0u);
+        EXPECT_GT(sent.bytesSent, 0u);
+        EXPECT_GT(received.framesDecoded, 0u);
+        EXPECT_GE(received.bytesReceived, 0u);
+        EXPECT_EQ(received.width, kScreenWidth);
+        sender.stop();
+        receiver.stop();
+        drawBlocks(s_xvfb->connection(), kBlocks);
+    }
+}
+
+TEST_F(MediaPipelines, FixedSizeKeepsTheAspectWithBlackBars) {
+    ReceiverPipeline receiver;
+    SenderPipeline sender;
+    SenderConfig sending;
+    sending.width = 640;  // 16:9 into 4:3: 640x360 between two 60-pixel bars
+    sending.height = 480;
+    ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp, sending), "");
+    std::string why = "no picture";
+    EXPECT_TRUE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kBlocks, QRect(0, 60, 640, 360), &why); },
+                        15s))
+        << why;
+    const QImage frame = receiver.latestFrame();
+    ASSERT_EQ(frame.size(), QSize(640, 480));
+    EXPECT_TRUE(near(frame.pixel(320, 20), kBlack, 24)) << describe(frame.pixel(320, 20));
+    EXPECT_TRUE(near(frame.pixel(320, 460), kBlack, 24)) << describe(frame.pixel(320, 460));
+    EXPECT_EQ(sender.statistics().width, 640);
+}
+
+TEST_F(MediaPipelines, WindowCaptureShowsTheWindowAndFollowsIt) {
+    Display* display = s_xvfb->connection();
+    const Window window = XCreateSimpleWindow(display, DefaultRootWindow(display), 100, 100, 400, 300, 0, 0,
+                                              kMagenta.pixel());
+    XSizeHints hints{};
+    hints.flags = USPosition | PPosition;
+    hints.x = 100;
+    hints.y = 100;
+    XSetWMNormalHints(display, window, &hints);
+    ASSERT_TRUE(mapAndWait(display, window));
+
+    ReceiverPipeline receiver;
+    SenderPipeline sender;
+    SenderConfig sending;
+    sending.window = window;
+    ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp, sending), "");
+    EXPECT_TRUE(waitFor([&] { return uniform(receiver.latestFrame(), kMagenta); }, 15s));
+    EXPECT_EQ(receiver.latestFrame().size(), QSize(400, 300));
+
+    // Moved, then repainted cyan: only a capture that went with it sees cyan
+    // (the old place now shows the red block).
+    XMoveWindow(display, window, 700, 380);
+    XSync(display, False);
+    XSetWindowBackground(display, window, kCyan.pixel());
+    XClearWindow(display, window);
+    XSync(display, False);
+    EXPECT_TRUE(waitFor([&] { return uniform(receiver.latestFrame(), kCyan); }, 10s))
+        << describe(receiver.latestFrame().pixel(200, 150));
+
+    // Resized: the picture follows the new size (no fixed size asked for).
+    XResizeWindow(display, window, 500, 320);
+    XSync(display, False);
+    EXPECT_TRUE(waitFor(
+        [&] {
+            const QImage frame = receiver.latestFrame();
+            return frame.size() == QSize(500, 320) && uniform(frame, kCyan);
+        },
+        10s))
+        << receiver.latestFrame().width() << "x" << receiver.latestFrame().height();
+    sender.stop();
+    receiver.stop();
+    XDestroyWindow(display, window);
+    XSync(display, False);
+}
+
+TEST_F(MediaPipelines, PauseSendsNothingAndResumeShowsTheNewScreen) {
+    ReceiverPipeline receiver;
+    SenderPipeline sender;
+    ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp), "");
+    ASSERT_TRUE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kBlocks); }, 15s));
+
+    sender.setPaused(true);
+    EXPECT_TRUE(sender.isPaused());
+    const uint64_t sentAtPause = sender.statistics().framesSent;
+    drawBlocks(s_xvfb->connection(), kSwapped);
+    // Longer than the one-second keep-alive: neither the change nor a repeat goes out.
+    EXPECT_FALSE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kSwapped); }, 2500ms));
+    EXPECT_LE(sender.statistics().framesSent, sentAtPause + 1);  // at most one already in the encoder
+    EXPECT_TRUE(showsBlocks(receiver.latestFrame(), kBlocks)) << "the panel keeps the last picture";
+
+    sender.setPaused(false);
+    EXPECT_TRUE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kSwapped); }, 10s));
+}
+
+TEST_F(MediaPipelines, StillScreenSendsKeepAliveFramesOnly) {
+    ReceiverPipeline receiver;
+    SenderPipeline sender;
+    ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp), "");
+    ASSERT_TRUE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kBlocks); }, 15s));
+    const auto before = sender.statistics();
+    // Nothing changes: a repeat about once a second, no new grab.
+    ASSERT_TRUE(waitFor([&] { return sender.statistics().framesSent >= before.framesSent + 2; }, 5s));
+    const auto after = sender.statistics();
+    EXPECT_EQ(after.captureGrabs, before.captureGrabs);
+    EXPECT_LT(after.fps, 5.0);
+
+    // A key frame asked for on a still screen goes out at once.
+    const uint64_t sent = sender.statistics().framesSent;
+    sender.requestKeyFrame();
+    EXPECT_TRUE(waitFor([&] { return sender.statistics().framesSent > sent; }, 500ms));
+}
+
+TEST_F(MediaPipelines, SoundFlowsAndCanBeSwitchedOff) {
+    PrivatePulse pulse;
+    if (!pulse.ready()) GTEST_SKIP() << "pulseaudio could not start here";
+    ReceiverPipeline receiver;
+    SenderPipeline sender;
+    SenderConfig sending;
+    sending.audio = true;
+    sending.audioDevice = "vsink.monitor";
+    ReceiverConfig receiving;
+    receiving.audio = true;
+    for (MediaTransport transport : {MediaTransport::Udp, MediaTransport::Tcp}) {
+        SCOPED_TRACE(zv::media::transportName(transport));
+        ASSERT_EQ(startCast(receiver, sender, transport, sending, receiving), "");
+        ASSERT_NE(receiver.ports().audio, 0);
+        EXPECT_TRUE(sender.audioActive());
+        EXPECT_TRUE(waitFor([&] { return receiver.statistics().audioBytes > 2000; }, 10s));
+        EXPECT_TRUE(waitFor([&] { return receiver.statistics().audioPlaying; }, 5s));
+
+        sender.setAudioEnabled(false);
+        EXPECT_FALSE(sender.audioActive());
+        ASSERT_TRUE(waitFor(
+            [&, last = uint64_t{0}]() mutable {
+                const uint64_t now = receiver.statistics().audioBytes;
+                const bool settled = now == last;
+                last = now;
+                return settled;
+            },
+            5s));
+        const uint64_t silent = receiver.statistics().audioBytes;
+        EXPECT_FALSE(waitFor([&] { return receiver.statistics().audioBytes > silent; }, 600ms));
+        sender.setAudioEnabled(true);
+        EXPECT_TRUE(waitFor([&] { return receiver.statistics().audioBytes > silent + 1000; }, 5s));
+        sender.stop();
+        receiver.stop();
+    }
+}
+
+TEST_F(MediaPipelines, NoSoundServerStillCastsThePicture) {
+    setenv("PULSE_SERVER", "unix:/nonexistent/zv-pulse", 1);
+    ReceiverPipeline receiver;
+    SenderPipeline sender;
+    SenderConfig sending;
+    sending.audio = true;
+    ReceiverConfig receiving;
+    receiving.audio = true;
+    ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp, sending, receiving), "");
+    EXPECT_FALSE(sender.audioActive());
+    EXPECT_TRUE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kBlocks); }, 15s));
+    EXPECT_FALSE(receiver.statistics().audioPlaying);
+    unsetenv("PULSE_SERVER");
+}
+
+TEST_F(MediaPipelines, StopLeavesNoThreadsAndNoPipelines) {
+    // GStreamer and libsrt keep a few process-wide threads once used: one
+    // round of every transport first, then the count to come back to.
+    for (MediaTransport transport : {MediaTransport::Udp, MediaTransport::Tcp, MediaTransport::Srt}) {
+        ReceiverPipeline receiver;
+        SenderPipeline sender;
+        ASSERT_EQ(startCast(receiver, sender, transport), "");
+        ASSERT_TRUE(waitFor([&] { return receiver.statistics().framesDecoded > 0; }, 15s));
+    }
+    auto settled = [](int baseline) {
+        return waitFor(
+            [&] {
+                g_thread_pool_stop_unused_threads();
+                return threadCount() <= baseline;
+            },
+            10s);
+    };
+    g_thread_pool_stop_unused_threads();
+    ASSERT_TRUE(settled(threadCount()));
+    const int baseline = threadCount();
+    ASSERT_EQ(livePipelines(), 0);
+
+    for (MediaTransport transport : {MediaTransport::Udp, MediaTransport::Srt}) {
+        SCOPED_TRACE(zv::media::transportName(transport));
+        ReceiverPipeline receiver;
+        SenderPipeline sender;
+        ASSERT_EQ(startCast(receiver, sender, transport), "");
+        ASSERT_TRUE(waitFor([&] { return receiver.statistics().framesDecoded > 0; }, 15s));
+        EXPECT_GT(threadCount(), baseline);
+        EXPECT_GE(livePipelines(), 2);
+        sender.stop();
+        receiver.stop();
+        EXPECT_FALSE(sender.isRunning());
+        EXPECT_TRUE(settled(baseline)) << threadCount() << " threads, " << baseline << " before";
+        EXPECT_EQ(livePipelines(), 0);
+    }
+}
+
+TEST_F(MediaPipelines, BadInputsGiveReadableErrors) {
+    g_thread_pool_stop_unused_threads();
+    const int baseline = threadCount();
+    {
+        ReceiverPipeline receiver;
+        SenderPipeline sender;
+        SenderConfig sending;
+        sending.encoderCandidates = {"zv-no-such-encoder"};
+        const std::string error = startCast(receiver, sender, MediaTransport::Udp, sending);
+        EXPECT_NE(error.find("no H.264 encoder"), std::string::npos) << error;
+        EXPECT_FALSE(sender.isRunning());
+    }
+    {
+        ReceiverPipeline receiver;
+        SenderPipeline sender;
+        SenderConfig sending;
+        sending.window = 0x7ffffff0;
+        const std::string error = startCast(receiver, sender, MediaTransport::Udp, sending);
+        EXPECT_NE(error.find("does not exist"), std::string::npos) << error;
+    }
+    {
+        SenderPipeline sender;
+        SenderConfig sending;
+        sending.displayName = ":4321";
+        sending.host = "127.0.0.1";
+        sending.videoPort = 9;
+        EXPECT_NE(sender.start(sending).find("cannot open X display"), std::string::npos);
+    }
+    {
+        // Nobody listens: TCP is refused at once.
+        SenderPipeline sender;
+        SenderConfig sending;
+        sending.displayName = s_xvfb->display();
+        sending.transport = MediaTransport::Tcp;
+        sending.host = "127.0.0.1";
+        sending.videoPort = zv::media::pickFreeUdpPort();
+        const std::string error = sender.start(sending);
+        EXPECT_FALSE(error.empty());
+        EXPECT_FALSE(sender.isRunning());
+    }
+    {
+        ReceiverPipeline receiver;
+        ReceiverConfig receiving;
+        receiving.transport = MediaTransport::Srt;
+        receiving.srtPassphrase = "short";
+        EXPECT_NE(receiver.start(receiving).find("passphrase"), std::string::npos);
+    }
+    EXPECT_TRUE(waitFor(
+        [&] {
+            g_thread_pool_stop_unused_threads();
+            return threadCount() <= baseline;
+        },
+        10s))
+        << threadCount() << " threads, " << baseline << " before";
+    EXPECT_EQ(livePipelines(), 0);
+}
+
+// 2 % of the video packets dropped on the way (retransmissions too): NACK
+// and retransmission keep the picture going. Loose bounds here; the
+// benchmark measures the same case precisely.
+TEST_F(MediaPipelines, TwoPercentLossKeepsThePictureMoving) {
+    Animator animator(s_xvfb->display());
+    std::mutex mutex;
+    std::vector<std::chrono::steady_clock::time_point> arrivals;
+    zv::media::ReceiverCallbacks callbacks;
+    callbacks.frame = [&](const QImage&) {
+        std::lock_guard<std::mutex> lock(mutex);
+        arrivals.push_back(std::chrono::steady_clock::now());
+    };
+    ReceiverPipeline receiver(callbacks);
+    SenderPipeline sender;
+    SenderConfig sending;
+    sending.simulatedLoss = 0.02;
+    sending.fps = 30;
+    ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp, sending), "");
+    ASSERT_TRUE(waitFor([&] { return receiver.statistics().framesDecoded > 10; }, 15s));
+
+    const auto start = std::chrono::steady_clock::now();
+    size_t first = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        first = arrivals.size();
+    }
+    waitFor([&] { return std::chrono::steady_clock::now() - start >= 5s; }, 6s);
+    std::vector<std::chrono::steady_clock::time_point> window;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        window.assign(arrivals.begin() + static_cast<long>(first), arrivals.end());
+    }
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double fps = static_cast<double>(window.size()) / seconds;
+    double longestGapMs = 0;
+    for (size_t i = 1; i < window.size(); ++i) {
+        longestGapMs =
+            std::max(longestGapMs, std::chrono::duration<double, std::milli>(window[i] - window[i - 1]).count());
+    }
+    const auto stats = receiver.statistics();
+    std::cout << "[ loss   ] " << window.size() << " pictures in " << seconds << " s (" << fps
+              << " fps), longest gap " << longestGapMs << " ms, retransmitted " << stats.packetsRetransmitted
+              << ", lost " << stats.packetsLost << ", sender retransmissions "
+              << sender.statistics().retransmittedPackets << std::endl;
+    EXPECT_GE(fps, 25.0);
+    EXPECT_LT(longestGapMs, 300.0);
+    EXPECT_GT(sender.statistics().retransmittedPackets, 0u);
+}
+
+}  // namespace
