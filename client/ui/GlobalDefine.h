@@ -26,3 +26,22 @@ const std::string plat_m110c = "ZV-M110C";
 const std::string plat_common_ops = "COMMON_OPS";
 const std::string plat_special_ops = "SPECIAL_OPS";
 }  // namespace platname
+
+// How the window that is being cast is doing; carried by queued signals.
+enum ScreeningWindowStatus : int {
+    WindowScreenNormal = 0,
+    WindowScreenSourceAbnormal = 1,  // its capture source failed
+    WindowScreenMinimized = 4,
+    WindowScreenClosed = 5,
+};
+
+// Which resource of the PC is under high load while a cast runs.
+enum HighUsageTipType : int {
+    HighCpuUsage = 1,
+    HighMemoryUsage = 2,
+    HighCpuAndMemoryUsage = 3,
+};
+
+// True for the interface languages laid out right to left.
+inline bool isRightToLeftLanguage() { return g_strLanguage == "Arabic" || g_strLanguage == "Hebrew"; }
+

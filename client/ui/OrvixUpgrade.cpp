@@ -1,24 +1,62 @@
 #include "ui/OrvixUpgrade.h"
 
+#include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
+#include <QDesktopWidget>
 #include <QFile>
+#include <QGuiApplication>
+#include <QHostInfo>
 #include <QIcon>
-#include <QPainter>
-#include <QPixmap>
-#include <QSvgRenderer>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QScreen>
+#include <QSysInfo>
+#include <QSystemTrayIcon>
+#include <QTimer>
 
+#include <cstring>
+#include <functional>
 #include <ios>
 
+#include "casting/BusinessSettings.h"
+#include "casting/CClientConfig.h"
 #include "casting/CManageAll.h"
+#include "casting/Daemon.h"
 #include "casting/ErrorCodes.h"
 #include "casting/KtrRuntime.h"
 #include "casting/Log.h"
+#include "casting/McUtil.h"
 #include "casting/MyLog.h"
+#include "casting/Singleton.h"
+#include "ui/ContentWidget/ConnectPage.h"
+#include "ui/ContentWidget/ScreenPage.h"
+#include "ui/ControlBall.h"
+#include "ui/DetailsExpansionWindow.h"
+#include "ui/DynamicWindow.h"
+#include "ui/ExceptionCallBack.h"
+#include "ui/GlobalDefine.h"
+#include "ui/LibraryCallbacks.h"
+#include "ui/ManageErrorCode.h"
+#include "ui/MirkAsync.h"
+#include "ui/MirroringCheck.h"
+#include "ui/PopupWindow.h"
+#include "ui/RequestThreads.h"
+#include "ui/TipWindows.h"
+#include "ui/widgets/LoadingWidget.h"
+#include "ui/widgets/StyleUtil.h"
 #include "ui_OrvixUpgrade.h"
 
 // The client's resources live in a static library, so they have to be
 // registered by hand before first use.
-static void initClientResources() { Q_INIT_RESOURCE(OrvixUpgrade); }
+static void initClientResources() {
+    Q_INIT_RESOURCE(OrvixUpgrade);
+    Q_INIT_RESOURCE(OrvixUpgradeImages);
+}
 
 namespace qorquicomponents {
 
@@ -26,20 +64,25 @@ namespace {
 
 constexpr int kWindowWidth = 1008;
 constexpr int kWindowHeight = 640;
+constexpr int kHideControlBallMs = 2000;
+constexpr int kTipTopOffset = 48;
+// The Windows version value below which a client announces itself as the
+// Linux kind; on Linux there is no such value.
+constexpr int kWindowsVersionForWindowsType = 145;
 const char* const kLogoPath = ":/OrvixUpgrade/images/logo.svg";
 const char* const kStyleSheetPath = ":/OrvixUpgrade/QSS/OrvixUpgrade.qss";
 
-// Renders an SVG at the label's size, sharp on high-density screens.
-void setSvgPixmap(QLabel* label, const QString& path) {
-    QSvgRenderer renderer(path);
-    const qreal ratio = label->devicePixelRatioF();
-    QPixmap pixmap(label->minimumSize() * ratio);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    renderer.render(&painter);
-    painter.end();
-    pixmap.setDevicePixelRatio(ratio);
-    label->setPixmap(pixmap);
+int windowsVersionValue() { return 0; }
+
+template <size_t N>
+QString fieldText(const char (&field)[N]) {
+    return QString::fromUtf8(field, static_cast<int>(strnlen(field, N)));
+}
+
+template <size_t N>
+void copyText(char (&field)[N], const QByteArray& text) {
+    Ktr_Memset_s(field, N, 0, N);
+    Ktr_Memcpy_s(field, N, text.constData(), std::min(static_cast<size_t>(text.size()), N - 1));
 }
 
 }  // namespace
@@ -54,29 +97,151 @@ OrvixUpgrade::OrvixUpgrade(QWidget* parent) : QWidget(parent), ui(new Ui::OrvixU
 }
 
 OrvixUpgrade::~OrvixUpgrade() {
-    CManageAll::getInstance()->endDiscovery();
+    CManageAll* library = CManageAll::getInstance();
+    library->endDiscovery();
     Ktr_Fini();
+    // Nothing in the library may call back into this window from now on.
+    library->setFoundDeviceCallback(nullptr);
+    library->setExitDeviceCallback(nullptr);
+    library->setUpdateDeviceCallback(nullptr);
+    library->setDevComingCallback(nullptr);
+    library->initDataCallBack(nullptr, nullptr, nullptr);
+    stopRequestThreads(true);
     delete ui;
 }
 
+// ---------------------------------------------------------------------------
+// Construction
+// ---------------------------------------------------------------------------
+
 void OrvixUpgrade::initUi() {
+    setWindowFlags(Qt::Window | Qt::FramelessWindowHint);
     setFixedSize(kWindowWidth, kWindowHeight);
     setAttribute(Qt::WA_StyledBackground, true);
     setWindowIcon(QIcon(QString::fromLatin1(kLogoPath)));
-    setSvgPixmap(ui->labelTitleLogo, QString::fromLatin1(kLogoPath));
-    setSvgPixmap(ui->labelHomeLogo, QString::fromLatin1(kLogoPath));
-    ui->stackedWidget->setCurrentWidget(ui->pageHome);
+    ui->labelTitleLogo->setPixmap(renderSvgPixmap(QString::fromLatin1(kLogoPath), QSize(28, 28), 2.0));
+
+    // Pages. Their parent at construction is this window, the anchor of
+    // their tips.
+    m_screenPage = new ScreenPage(this);
+    m_connectPage = new ConnectPage(this);
+    ui->stackedWidget->addWidget(m_screenPage);
+    ui->stackedWidget->addWidget(m_connectPage);
+    ui->stackedWidget->setCurrentWidget(m_connectPage);
+
+    // Title bar: the screen page's button stays hidden until that page can
+    // cast; the group then shows only the connect page's button.
+    ui->screenTitleBtn->hide();
+    setTitleBtnStatus(TitleConnectPage);
+
+    // Bottom bar.
+    ui->deviceIconLab->setPixmap(
+        renderSvgPixmap(QStringLiteral(":/OrvixUpgrade/images/svg/bottom_devices.svg"), QSize(16, 16), 2.0));
+    ui->virtualDeviceIconLab->setPixmap(
+        renderSvgPixmap(QStringLiteral(":/OrvixUpgrade/images/svg/bottom_virtual.svg"), QSize(16, 16), 2.0));
+    ui->deviceCountLab->setText(tr("Nearby screens: %1").arg(0));
+    ui->versionLab->setText(QStringLiteral("V") + QStringLiteral(ZV_CLIENT_VERSION));
+
+    // The window itself holds the focus at start, so the code entry shows its
+    // pale placeholder until the user clicks it.
+    setFocusPolicy(Qt::StrongFocus);
+    setFocus();
+
+    m_loading = new LoadingWidget(ui->stackedWidget);
+    initTray();
     applyStyleSheet();
 
-    CManageAll::getInstance()->initLogOut(nullptr, true);
+    CManageAll* library = CManageAll::getInstance();
+    library->initLogOut(nullptr, true);
+    library->initCallBack(pingDataCallback);
+    connect(this, &OrvixUpgrade::signalDealWithKLUFDevice, this, &OrvixUpgrade::onDealWithKLUFDevice);
+    using std::placeholders::_1;
+    library->setFoundDeviceCallback(std::bind(&OrvixUpgrade::afterFindDeviceNotify, this, _1));
+    library->setExitDeviceCallback(std::bind(&OrvixUpgrade::deviceOfflineNotify, this, _1));
+    library->setUpdateDeviceCallback(std::bind(&OrvixUpgrade::deviceUpdateNotify, this, _1));
+    if (library->startDiscovery() != 0) ZV_LOG(WARNING) << " discovery did not start";
+    library->setDevComingCallback(std::bind(&OrvixUpgrade::deviceComingNotify, this, _1));
+
+    m_controlBall = new ControlBall(QStringLiteral("Chinese"), this);
+    m_controlBall->hide();
+    m_hideControlBallTimer = new QTimer(this);
+    m_hideControlBallTimer->setInterval(kHideControlBallMs);
+    TipWindows::getInstance()->setMainWidgetPtr(this);
+    DetailsExpansionWindow::getInstance()->setMainWidgetPtr(this);
+    m_exceptionCallBack = std::make_unique<ExceptionCallBack>();
+    ui->virtualDeviceWidget->hide();
+    m_desktop = QApplication::desktop();
+}
+
+void OrvixUpgrade::initTray() {
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) return;
+    m_trayIcon = new QSystemTrayIcon(windowIcon(), this);
+    m_trayIcon->setToolTip(QStringLiteral("Zelvanor"));
+    auto* menu = new QMenu(this);
+    menu->addAction(tr("Show main window"), this, &OrvixUpgrade::showWindowActive);
+    menu->addAction(tr("Exit"), this, &QWidget::close);
+    m_trayIcon->setContextMenu(menu);
+    connect(m_trayIcon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick) showWindowActive();
+    });
+    m_trayIcon->show();
 }
 
 void OrvixUpgrade::initData() {
-    m_screenStatus = NormalStatus;
-    m_isCommandLineStart = false;
+    m_screenThread = new ScreenThread(this, this);
+    m_startShareThread = new StartShareThread(this, this);
+    m_connectThread = new ConnectThread(this, this);
+    m_fileScreenThread = new FileScreenThread(this, this);
+
+    m_screenPage->getScreenCodeEdit()->installEventFilter(this);
+    m_screenPage->getStartScreenBtn()->installEventFilter(this);
+    m_connectPage->getConnectCodeEdit()->installEventFilter(this);
+    m_connectPage->getStartConnectBtn()->installEventFilter(this);
+    ui->widgetTitle->installEventFilter(this);
+    ui->stackedWidget->installEventFilter(this);
+    installEventFilter(this);
+
+    qRegisterMetaType<tagDeviceListUnitInfo_>("DEVICE_LISTUNIT_INFO_S");
+    qRegisterMetaType<VersionInfo>("VersionInfo&");
+    qRegisterMetaType<ProjectOrShareReqResult>("ProjectOrShareReqResult");
+    qRegisterMetaType<ScreeningWindowStatus>("ScreeningWindowStatus");
+    qRegisterMetaType<HighUsageTipType>("HighUsageTipType");
+    // The discovery signal carries its record across threads as well.
+    qRegisterMetaType<DeviceShowInfo>("DeviceShowInfo&");
+
+    m_strDeviceName.clear();
+    m_isFileScreen = false;
+    PopupWindow::getInstance()->setMainProcessInfo(0, this);
+    ManageErrorCode::getInstance()->setMainWidget(this);
 }
 
-void OrvixUpgrade::initConnect() {}
+void OrvixUpgrade::initConnect() {
+    connect(m_connectPage, &ConnectPage::signalConnect, this, &OrvixUpgrade::onStartConnect);
+    connect(m_connectPage, &ConnectPage::signalStopconnect, this, &OrvixUpgrade::onStopConnect);
+    connect(m_connectPage, &ConnectPage::signalShowLoading, this, &OrvixUpgrade::onShowLoading);
+    connect(m_screenPage, &ScreenPage::signalWindowScreen, this, &OrvixUpgrade::onDealWithWindowScreen);
+    connect(m_screenPage, &ScreenPage::signalShowLoading, this, &OrvixUpgrade::onShowLoading);
+
+    connect(this, &OrvixUpgrade::signalConnectResult, this, &OrvixUpgrade::onConnectResult);
+    connect(this, &OrvixUpgrade::signalCheckVersionResult, this, &OrvixUpgrade::onCheckVersion);
+    connect(this, &OrvixUpgrade::signalMainErrorCode, this, &OrvixUpgrade::onDealwithError);
+    connect(this, &OrvixUpgrade::signalCallbackException, this, &OrvixUpgrade::onDealWithCallbackException);
+    connect(this, &OrvixUpgrade::signalLogout, this, &OrvixUpgrade::onLogout);
+    connect(this, &OrvixUpgrade::signalStopConnect, this, &OrvixUpgrade::onStopConnect);
+    connect(this, &OrvixUpgrade::signalSetDelayWhenUseTCP, this, &OrvixUpgrade::onSetDelayWhenUseTCP);
+    connect(m_hideControlBallTimer, &QTimer::timeout, this, &OrvixUpgrade::onHideControlBallTimeout);
+
+    connect(ui->connectTitleBtn, &QPushButton::clicked, this, [this] {
+        setTitleBtnStatus(TitleConnectPage);
+        ui->stackedWidget->setCurrentWidget(m_connectPage);
+    });
+    connect(ui->screenTitleBtn, &QPushButton::clicked, this, [this] {
+        setTitleBtnStatus(TitleScreenPage);
+        ui->stackedWidget->setCurrentWidget(m_screenPage);
+    });
+    connect(ui->minBtn, &QPushButton::clicked, this, &QWidget::showMinimized);
+    connect(ui->closeBtn, &QPushButton::clicked, this, &QWidget::close);
+}
 
 void OrvixUpgrade::applyStyleSheet() {
     QFile file(QString::fromLatin1(kStyleSheetPath));
@@ -90,6 +255,37 @@ void OrvixUpgrade::showWindowActive() {
     raise();
     activateWindow();
 }
+
+void OrvixUpgrade::setTitleBtnStatus(int status) {
+    m_titleBtnStatus = status;
+    setStyleProperty(ui->screenTitleBtn, "select",
+                     status == TitleScreenPage ? QStringLiteral("down") : QStringLiteral("up"));
+    setStyleProperty(ui->connectTitleBtn, "select",
+                     status == TitleConnectPage ? QStringLiteral("down") : QStringLiteral("up"));
+}
+
+void OrvixUpgrade::showLoading() { m_loading->showLoading(); }
+void OrvixUpgrade::hideLoading() { m_loading->hideLoading(); }
+bool OrvixUpgrade::isLoadingShown() const { return m_loading->isVisible(); }
+
+void OrvixUpgrade::onShowLoading(bool show) {
+    if (show) {
+        showLoading();
+    } else {
+        hideLoading();
+    }
+}
+
+void OrvixUpgrade::showNotice(const QString& icon, const QString& title, const QString& text) {
+    if (m_dynamicWindow != nullptr) m_dynamicWindow->deleteLater();
+    m_dynamicWindow = new DynamicWindow(this);
+    m_dynamicWindow->setWindowContent(icon, title, text, DynamicWindowConfirm, 0);
+    m_dynamicWindow->showMessage();
+}
+
+// ---------------------------------------------------------------------------
+// Command line
+// ---------------------------------------------------------------------------
 
 void OrvixUpgrade::shortcutModeScreen(QString strIp, QString second, int mode) {
     showWindowActive();
@@ -107,12 +303,490 @@ void OrvixUpgrade::shortcutModeScreen(QString strIp, QString second, int mode) {
     ZV_LOG(WARNING) << " shortcutModeScreen: screen casting is not available in this build yet";
 }
 
-void OrvixUpgrade::raiseErrorCode(unsigned errorCode) {
-    ZV_LOG(ERROR) << " error code 0x" << std::hex << std::uppercase << errorCode;
+void OrvixUpgrade::raiseErrorCode(unsigned errorCode) { ManageErrorCode::getInstance()->handleErrorCode(errorCode); }
+
+// ---------------------------------------------------------------------------
+// Connect by code
+// ---------------------------------------------------------------------------
+
+bool OrvixUpgrade::getLocalNetworkStatus() {
+    char mac[18] = {};
+    char ip[16] = {};
+    return MC_Util_GetLocalMACIP(mac, sizeof mac, ip, sizeof ip) != 0;
+}
+
+void OrvixUpgrade::fillClientDeviceInfo() {
+    tagDeviceInfo_ info{};
+    copyText(info.szModel, QByteArrayLiteral("PC"));
+    const QString name = m_hostName.empty() ? QHostInfo::localHostName() : QString::fromStdString(m_hostName);
+    copyText(info.szName, name.toUtf8());
+    char mac[18] = {};
+    char ip[16] = {};
+    if (MC_Util_GetLocalMACIP(mac, sizeof mac, ip, sizeof ip) == 0) {
+        copyText(info.szAddress, QByteArray(ip));
+        copyText(info.szMac, QByteArray(mac));
+    }
+    copyText(info.szOsName, QSysInfo::prettyProductName().toUtf8());
+    info.nDeviceType = CLIENT_DEVICE_LINUX;
+    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
+        const QSize pixels = screen->size() * screen->devicePixelRatio();
+        info.nScreenWidth = pixels.width();
+        info.nScreenHeight = pixels.height();
+    }
+    m_clientDeviceInfo = info;
+}
+
+void OrvixUpgrade::onStartConnect(const QString& code) {
+    ZV_LOG(INFO) << " Start connect.";
+    if (getLocalNetworkStatus()) {
+        ZV_LOG(INFO) << " Start code connect fail, because there is on network.";
+        ManageErrorCode::getInstance()->handleErrorCode(zv_error::NO_NETWORK);
+        hideLoading();
+        return;
+    }
+    if (m_screenStatus != NormalStatus) {
+        ZV_LOG(INFO) << " Start code connect fail, because the current state is not NormalStatus.";
+        hideLoading();
+        return;
+    }
+    m_isConnectPageEnter = !m_isScreenPageConnect;
+    m_screenStatus = CodeConnectingStatus;
+    showLoading();
+    m_hostName = Singleton<CClientConfig>::getInstance().getHostName();
+    // The worker reads the code from here: pages are widgets of this thread.
+    m_strConnectCode = m_isScreenPageConnect ? m_screenPage->getScreenConnectCode() : m_connectPage->getConnectCode();
+    ZV_LOG(INFO) << " connect code: " << code.toStdString();
+    fillClientDeviceInfo();
+    m_connectThread->start(QThread::InheritPriority);
+}
+
+int OrvixUpgrade::connectThreadFun() {
+    m_loginHandle = -1;
+    m_sessionHandle = -1;
+    Ktr_Memset_s(m_codeServerInfo.szIp, sizeof m_codeServerInfo.szIp, 0, sizeof m_codeServerInfo.szIp);
+    m_codeServerInfo.nPort = 0;
+
+    const ClientDeviceType deviceType =
+        windowsVersionValue() < kWindowsVersionForWindowsType ? CLIENT_DEVICE_LINUX : CLIENT_DEVICE_WINDOWS;
+
+    const unsigned status = m_screenStatus;
+    if (status == CodeConnectingStatus || status == CodeReverseRequestStatus || status == CodeScreenRequestStatus) {
+        const QByteArray code = m_strConnectCode.toUtf8();
+        if (m_strConnectCode.length() == 4) {
+            CClientConfig& config = Singleton<CClientConfig>::getInstance();
+            const std::string serverIp = config.getServerIP();
+            Ktr_Memcpy_s(m_codeServerInfo.szIp, sizeof m_codeServerInfo.szIp, serverIp.c_str(), serverIp.size() + 1);
+            m_codeServerInfo.nPort = QString::fromStdString(config.getServerPort()).toInt();
+        }
+        Ktr_Memcpy_s(m_deviceInfo.szConnectCode, sizeof m_deviceInfo.szConnectCode, code.constData(),
+                     static_cast<size_t>(code.size()) + 1);
+    }
+
+    CManageAll* library = CManageAll::getInstance();
+    library->initDataCallBack(ExceptionCallback(exceptionCallBackFun), errorCallbackFunc, this);
+    library->uploadClientDeviceInfo(m_clientDeviceInfo);
+
+    const long login = library->logIn(m_codeServerInfo, m_deviceInfo, m_loginHandle, m_sessionHandle, nullptr,
+                                      deviceType, m_hostName.c_str());
+    if (login != 0) {
+        emit signalConnectResult(FAIL, m_deviceInfo);
+        return 0;
+    }
+
+    VersionInfo version;
+    if (library->checkVersion(version, m_loginHandle) != 0) {
+        emit signalCheckVersionResult(false, version);
+        return 0;
+    }
+
+    library->getBusinessCap(m_businessCap);
+    if (m_screenStatus == CodeConnectingStatus || m_screenStatus == KLUFConnectingStatus) {
+        emit signalConnectResult(SUCCESS, m_deviceInfo);
+    }
+    return 1;
+}
+
+void OrvixUpgrade::onConnectResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device) {
+    if (result == SUCCESS) {
+        ZV_LOG(INFO) << " Connect success.";
+        m_screenStatus = ConnectedStatus;
+        if (m_isConnectPageEnter) {
+            const tagDeviceInfo_ server = CManageAll::getInstance()->getServerInfo();
+            m_strDeviceName = fieldText(server.szName);
+            m_connectPage->setBigScreenInfo(server);
+            m_connectPage->setConnectShow();
+            ui->stackedWidget->setCurrentWidget(m_connectPage);
+            ui->titleBtnGroup->hide();
+            m_controlBall->hide();
+            MirroringCheck::setDisplayInfo(device);
+            m_connectPage->enableFileCastBtn(false);
+        } else {
+            m_screenPage->setBigScreenInfo(CManageAll::getInstance()->getServerInfo());
+            m_screenPage->showSelectWindow();
+        }
+        hideLoading();
+        return;
+    }
+    if (result == FAIL) {
+        m_hostName.clear();
+        PopupWindow::getInstance()->hide();
+        clearSessionRecords();
+        m_screenStatus = NormalStatus;
+        m_screenPage->setCurrentScreenStatus(0);
+        BusinessSettings::getInstance().restoreDefault();
+        m_isScreenPageConnect = false;
+        ZV_LOG(INFO) << " Connect screen fail, ProjectOrShareReqResult::FAIL finish";
+        hideLoading();
+        return;
+    }
+    hideLoading();
+}
+
+void OrvixUpgrade::onCheckVersion(bool ok, VersionInfo& info) {
+    ZV_LOG(INFO) << " Check version: " << ok << ", panel protocol " << info.nProtocolVersion << ", accepts from "
+                 << info.nMinClientVersion;
+    if (ok) return;
+    // The panel was logged in to but cannot serve this client: leave it
+    // again off the GUI thread, then return to idle. The tip comes through
+    // the error callback.
+    mirk_async::ASYNC([this] { logOut(); },
+                      [this] {
+                          if (m_screenStatus == CodeConnectingStatus || m_screenStatus == KLUFConnectingStatus) {
+                              m_hostName.clear();
+                              clearSessionRecords();
+                              m_screenStatus = NormalStatus;
+                              m_isScreenPageConnect = false;
+                          }
+                          hideLoading();
+                      },
+                      this);
+}
+
+void OrvixUpgrade::clearSessionRecords() {
+    Ktr_Memset_s(&m_deviceInfo, sizeof m_deviceInfo, 0, sizeof m_deviceInfo);
+    Ktr_Memset_s(&m_windowScreenInfo, sizeof m_windowScreenInfo, 0, sizeof m_windowScreenInfo);
+}
+
+// ---------------------------------------------------------------------------
+// Ending a connection
+// ---------------------------------------------------------------------------
+
+void OrvixUpgrade::onStopConnect() {
+    ZV_LOG(INFO) << " Stop connect m_isConnectPageEnter: " << m_isConnectPageEnter;
+    CManageAll::getInstance()->stopMiracast();
+    if (m_isConnectPageEnter) {
+        setTitleBtnStatus(TitleConnectPage);
+        ui->stackedWidget->setCurrentWidget(m_connectPage);
+        m_isConnectPageEnter = false;
+    } else {
+        setTitleBtnStatus(TitleScreenPage);
+        ui->stackedWidget->setCurrentWidget(m_screenPage);
+    }
+    m_screenStatus = NormalStatus;
+    m_connectPage->setNormalShow();
+    if (m_dynamicWindow != nullptr && m_dynamicWindow->isVisible()) m_dynamicWindow->close();
+
+    clearSessionRecords();
+    logOut();
+    m_hostName.clear();
+    m_strConnectCode.clear();
+    Ktr_Memset_s(&m_deviceInfo, sizeof m_deviceInfo, 0, sizeof m_deviceInfo);
+    m_strDeviceName.clear();
+    m_isDisconnectAfterStop = false;
+    ui->titleBtnGroup->show();
+    m_isMirroringAbnormal = false;
+    m_isPauseScreen = false;
+    MirroringCheck::setDisplayInfo(m_deviceInfo);
+    ui->virtualDeviceWidget->hide();
+    m_isScreenPageConnect = false;
+    repaint();
+}
+
+void OrvixUpgrade::logOut() {
+    if (m_loginHandle >= 0) CManageAll::getInstance()->logOut(m_loginHandle, m_sessionHandle);
+    m_loginHandle = -1;
+    m_sessionHandle = -1;
+}
+
+void OrvixUpgrade::onLogout() {
+    switch (m_screenStatus) {
+    case NormalStatus:
+        break;
+    case ReverseScreeningStatus:
+        m_isScreenPageConnect = true;
+        onStopReverseScreen();
+        break;
+    case ScreeningStatus:
+        ZV_LOG(INFO) << "StopScreen: onLogout.";
+        CManageAll::getInstance()->reportOtherClientInfo("ScreenLogOutByServer");
+        m_isScreenPageConnect = true;
+        onStopScreen();
+        break;
+    case ConnectedStatus:
+        m_isScreenPageConnect = true;
+        onStopConnect();
+        break;
+    default:
+        if (ui->stackedWidget->currentWidget() == m_connectPage) {
+            m_isScreenPageConnect = true;
+            onStopConnect();
+        } else {
+            logOut();
+        }
+        break;
+    }
+}
+
+void OrvixUpgrade::onStopScreen() {
+    if (m_screenStatus != ScreeningStatus) {
+        ZV_LOG(INFO) << " Stop screen fail, because the current state is not ScreeningStatus.";
+        hideLoading();
+        return;
+    }
+    Daemon::getInstance().setReconnect(0);
+    mirk_async::ASYNC(
+        [this] {
+            Daemon::getInstance().destroyDaemon();
+            CManageAll::getInstance()->stopMiracast();
+            BusinessSettings::getInstance().restoreDefault();
+        },
+        [this] {
+            m_screenStatus = ConnectedStatus;
+            if (m_isDisconnectAfterStop) onStopConnect();
+            hideLoading();
+        },
+        this);
+}
+
+void OrvixUpgrade::onStopReverseScreen() {
+    if (m_screenStatus != ReverseScreeningStatus) {
+        hideLoading();
+        return;
+    }
+    mirk_async::ASYNC(
+        [] {
+            Daemon::getInstance().setReconnect(0);
+            Daemon::getInstance().destroyDaemon();
+            CManageAll::getInstance()->stopShare();
+        },
+        [this] {
+            m_screenStatus = ConnectedStatus;
+            if (m_isDisconnectAfterStop) onStopConnect();
+            hideLoading();
+        },
+        this);
+}
+
+// ---------------------------------------------------------------------------
+// Window casting from the screen page
+// ---------------------------------------------------------------------------
+
+void OrvixUpgrade::onDealWithWindowScreen(const QString& code) {
+    if (m_screenStatus == ConnectedStatus) {
+        m_screenPage->showSelectWindow();
+        hideLoading();
+        return;
+    }
+    m_isScreenPageConnect = true;
+    onStartConnect(code);
+    if (m_screenStatus != CodeConnectingStatus) m_isScreenPageConnect = false;
+}
+
+// ---------------------------------------------------------------------------
+// Failures
+// ---------------------------------------------------------------------------
+
+long OrvixUpgrade::deviceExceptionCallBack(tagNotifyExceptionType_ type, tagNotifyExceptionParams_* params,
+                                           void* user) {
+    return m_exceptionCallBack->callBackException(type, params, user);
+}
+
+void OrvixUpgrade::onDealWithCallbackException(unsigned int type) {
+    switch (type) {
+    case NOTIFY_LIBRARY_FAILED:
+        if (m_screenStatus == ConnectedStatus) onStopConnect();
+        ZV_LOG(INFO) << " SDK_FAILED_EXCEPTION_MSG";
+        break;
+    case NOTIFY_HEARTBEAT_MISSED:
+        if (m_screenStatus == ConnectedStatus) {
+            onStopConnect();
+        } else if (getScreenStatus() && !m_isNetworkNotice) {
+            CManageAll::getInstance()->reportOtherClientInfo("StopScreenByHeartbeat");
+            m_isDisconnectAfterStop = true;
+            onStopScreen();
+        }
+        break;
+    case NOTIFY_VIRTUAL_NETWORK_ISOLATION:
+        TipWindows::getInstance()->setDisplayText(ErrorLevelInfo, tr("virtual PC network isolation "), TipWindowPlain,
+                                                  this, kTipTopOffset);
+        break;
+    default:
+        ZV_LOG(INFO) << " exception " << type << " has no handling in the connect-only session";
+        break;
+    }
+}
+
+void OrvixUpgrade::onDealwithError(unsigned int code) {
+    switch (code) {
+    case zv_error::WINDOW_SOURCE_ABNORMAL:
+        emit signalWindowAbnormal(WindowScreenSourceAbnormal);
+        break;
+    case zv_error::MIRRORING_ABNORMAL_RETRY:
+        if (!m_isMirroringAbnormal) {
+            tagNotifyExceptionParams_ params{};
+            exceptionCallBackFun(NOTIFY_MIRRORING_ABNORMAL, &params, this);
+            m_isMirroringAbnormal = true;
+            return;
+        } else {
+            tagNotifyExceptionParams_ params{};
+            exceptionCallBackFun(NOTIFY_LOGOUT, &params, this);
+        }
+        break;
+    case zv_error::WINDOW_ABNORMAL_4:
+        emit signalWindowAbnormal(WindowScreenMinimized);
+        break;
+    case zv_error::WINDOW_ABNORMAL_5:
+        emit signalWindowAbnormal(WindowScreenClosed);
+        break;
+    default:
+        break;
+    }
+    ManageErrorCode::getInstance()->handleErrorCode(code);
+}
+
+// ---------------------------------------------------------------------------
+// Library callbacks
+// ---------------------------------------------------------------------------
+
+void OrvixUpgrade::mouseCapCallback(int&, int&, MOUSESTATUS& status, bool& visible) {
+    // The pointer is taken as the capture sees it until remote input drives it.
+    status = MOUSE_STATUS_NORMAL;
+    visible = true;
+}
+
+int OrvixUpgrade::screenReverseControl(CtrlMouseInfo_S* info, char pressed, int, int) {
+    if (info != nullptr) ZV_VLOG(1) << " reverse control " << info->strType << " pressed " << static_cast<int>(pressed);
+    return 0;
+}
+
+void OrvixUpgrade::onSetDelayWhenUseTCP(int delayMs) { m_tcpDelayMs = delayMs; }
+
+void OrvixUpgrade::onHideControlBallTimeout() {
+    m_hideControlBallTimer->stop();
+    m_controlBall->hide();
+}
+
+int OrvixUpgrade::screenThreadFun() {
+    ZV_LOG(WARNING) << " screen cast requests are not wired in this build";
+    return 0;
+}
+
+int OrvixUpgrade::reverseScreenThreadFun() {
+    ZV_LOG(WARNING) << " reverse screen requests are not wired in this build";
+    return 0;
+}
+
+int OrvixUpgrade::fileScreenThreadFun() {
+    ZV_LOG(WARNING) << " file cast requests are not wired in this build";
+    return 0;
+}
+
+// ---------------------------------------------------------------------------
+// Discovery
+// ---------------------------------------------------------------------------
+
+void OrvixUpgrade::notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation) {
+    DeviceShowInfo info = DeviceShowInfo::fromRecord(record);
+    const QString key = fieldText(record.szDeviceKey);
+    m_screenPage->setDeviceConnectCode(key, info.detail, info.connectCode, state);
+    m_connectPage->setDeviceConnectCode(key, info.detail, info.connectCode, state);
+    emit signalDealWithKLUFDevice(info, operation);
+}
+
+void OrvixUpgrade::afterFindDeviceNotify(const KLUF_DEVICE_INFO& record) {
+    notifyDevice(record, CodeAdd, QStringLiteral("add"));
+}
+
+void OrvixUpgrade::deviceUpdateNotify(const KLUF_DEVICE_INFO& record) {
+    notifyDevice(record, CodeUpdate, QStringLiteral("update"));
+}
+
+void OrvixUpgrade::deviceOfflineNotify(const KLUF_DEVICE_INFO& record) {
+    notifyDevice(record, CodeDelete, QStringLiteral("delete"));
+}
+
+void OrvixUpgrade::deviceComingNotify(const KLUF_DEVICE_INFO& record) {
+    const DeviceShowInfo info = DeviceShowInfo::fromRecord(record);
+    std::lock_guard<std::mutex> lock(m_deviceMapMutex);
+    m_mapDevice.insert({fieldText(record.szDeviceKey), info});
+}
+
+void OrvixUpgrade::onDealWithKLUFDevice(DeviceShowInfo& info, QString operation) {
+    if (operation == QLatin1String("add") || operation == QLatin1String("update")) {
+        m_listedDevices[info.deviceKey] = info;
+    } else {
+        m_listedDevices.erase(info.deviceKey);
+    }
+    ui->deviceCountLab->setText(tr("Nearby screens: %1").arg(m_listedDevices.size()));
+}
+
+// ---------------------------------------------------------------------------
+// Events, closing
+// ---------------------------------------------------------------------------
+
+bool OrvixUpgrade::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == ui->widgetTitle) {
+        auto* mouse = static_cast<QMouseEvent*>(event);
+        switch (event->type()) {
+        case QEvent::MouseButtonPress:
+            if (mouse->button() == Qt::LeftButton) {
+                m_dragging = true;
+                m_dragOffset = mouse->globalPos() - frameGeometry().topLeft();
+            }
+            break;
+        case QEvent::MouseMove:
+            if (m_dragging && (mouse->buttons() & Qt::LeftButton)) move(mouse->globalPos() - m_dragOffset);
+            break;
+        case QEvent::MouseButtonRelease:
+            m_dragging = false;
+            break;
+        default:
+            break;
+        }
+    } else if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape) {
+        if (watched == m_connectPage->getConnectCodeEdit()) m_connectPage->setCodeListHide();
+        if (watched == m_screenPage->getScreenCodeEdit()) m_screenPage->setCodeListHide();
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void OrvixUpgrade::stopRequestThreads(bool all) {
+    QThread* threads[] = {m_connectThread, m_screenThread, m_startShareThread, m_fileScreenThread};
+    const int count = all ? 4 : 2;
+    for (int i = 0; i < count; ++i) {
+        QThread* thread = threads[i];
+        if (thread == nullptr || !thread->isRunning()) continue;
+        thread->terminate();
+        thread->wait();
+        thread->quit();
+    }
 }
 
 void OrvixUpgrade::closeEvent(QCloseEvent* event) {
+    if (m_screenStatus == ScreeningStatus) {
+        ZV_LOG(INFO) << "StopScreen: Client close event.";
+        CManageAll::getInstance()->reportOtherClientInfo("StopScreenByCloseEvent");
+        onStopScreen();
+    }
+    if (m_screenStatus == ReverseScreeningStatus) onStopReverseScreen();
+    if (m_screenStatus == ConnectedStatus) onStopConnect();
+    // The connect and screen threads may be blocked inside the library; they
+    // are ended, not waited for.
+    stopRequestThreads(false);
+    logOut();
     CManageAll::getInstance()->destroy();
+    TipWindows::getInstance()->close();
+    if (m_trayIcon != nullptr) m_trayIcon->hide();
     QWidget::closeEvent(event);
 }
 

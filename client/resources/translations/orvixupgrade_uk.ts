@@ -2,10 +2,255 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="uk" sourcelanguage="en">
 <context>
+    <name>ConnectPage</name>
+    <message>
+        <source>Please enter the connection code to connect the screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The connection code is shown on the large screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Start Connect</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Mirror Screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Expand Screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Window Screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>File Screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Reverse Screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>disconnect</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>DetailsExpansionWindow</name>
+    <message>
+        <source>Details</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Check that the PC and the screen are on the same network, then try again. If it keeps failing, send this code to your administrator.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>DynamicWindow</name>
+    <message>
+        <source>Cancel</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>OrvixUpgrade</name>
     <message>
         <source>Cast your screen to a display panel</source>
         <translation>Трансляція екрана на дисплейну панель</translation>
+    </message>
+    <message>
+        <source>Screen Mirroring</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Connect Code</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Virtual display in use</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>PopupWindow</name>
+    <message>
+        <source>Cancel</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>ScreenPage</name>
+    <message>
+        <source>Please enter the connection code to cast screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Start Screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>TipWindows</name>
+    <message>
+        <source>ShowDetails</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::ConnectPage</name>
+    <message>
+        <source>inPut Connected Code</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Connected</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Passcode server not configured,please check and try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>virtual PC do not support Extend screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::DetailsExpansionWindow</name>
+    <message>
+        <source>Error code: %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::ManageErrorCode</name>
+    <message>
+        <source>Failed to connect to the screen,please try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Request denied,please check the screen permission settings</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Big screen version is too low, please upgrade and try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Mirroring screen abnormal,please quit application and try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>There is no network at present, please check and try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Reverse screen abnormal,please try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Passcode input error</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Get infomation from passcode server fail, please check and try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>You have been removed from the screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Failed to turn on sound mirroring screen,please try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Failed to turn on reverse control,please try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The current screen can only be mirroring screen at 1080P resolution</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Mirroring screen abnormal,please try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Fast screen mirroring fail,please try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The number of screens exceeds the limit. Please exit other screens first</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The number of reverse screens exceeds the limit. Please exit other reverse screens first</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Screen mirroring ended</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Reverse screen mirroring ended</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Mouse screen error</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The mouse cannot be displayed on the large screen,please try again</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::OrvixUpgrade</name>
+    <message>
+        <source>Nearby screens: %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Show main window</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Exit</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>virtual PC network isolation </source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::PopupWindow</name>
+    <message>
+        <source>Waiting for permission</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The screen has to allow this PC first. Please confirm on the screen.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The screen is asking its user to accept the request. Please wait.</source>
+        <translation type="unfinished"></translation>
     </message>
 </context>
 </TS>

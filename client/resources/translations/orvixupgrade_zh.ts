@@ -2,10 +2,255 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="zh_CN" sourcelanguage="en">
 <context>
+    <name>ConnectPage</name>
+    <message>
+        <source>Please enter the connection code to connect the screen</source>
+        <translation>请输入投屏码连接大屏</translation>
+    </message>
+    <message>
+        <source>The connection code is shown on the large screen</source>
+        <translation>投屏码显示在大屏上</translation>
+    </message>
+    <message>
+        <source>Start Connect</source>
+        <translation>开始连接</translation>
+    </message>
+    <message>
+        <source>Mirror Screen</source>
+        <translation>镜像投屏</translation>
+    </message>
+    <message>
+        <source>Expand Screen</source>
+        <translation>扩展投屏</translation>
+    </message>
+    <message>
+        <source>Window Screen</source>
+        <translation>窗口投屏</translation>
+    </message>
+    <message>
+        <source>File Screen</source>
+        <translation>文件投屏</translation>
+    </message>
+    <message>
+        <source>Reverse Screen</source>
+        <translation>反向投屏</translation>
+    </message>
+    <message>
+        <source>disconnect</source>
+        <translation>断开连接</translation>
+    </message>
+</context>
+<context>
+    <name>DetailsExpansionWindow</name>
+    <message>
+        <source>Details</source>
+        <translation>详情</translation>
+    </message>
+    <message>
+        <source>Check that the PC and the screen are on the same network, then try again. If it keeps failing, send this code to your administrator.</source>
+        <translation>请确认电脑与大屏处于同一网络后重试。如仍失败，请将此错误码发送给管理员。</translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation>确定</translation>
+    </message>
+</context>
+<context>
+    <name>DynamicWindow</name>
+    <message>
+        <source>Cancel</source>
+        <translation>取消</translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation>确定</translation>
+    </message>
+</context>
+<context>
     <name>OrvixUpgrade</name>
     <message>
         <source>Cast your screen to a display panel</source>
         <translation>将屏幕投射到显示大屏</translation>
+    </message>
+    <message>
+        <source>Screen Mirroring</source>
+        <translation>屏幕投屏</translation>
+    </message>
+    <message>
+        <source>Connect Code</source>
+        <translation>投屏码连接</translation>
+    </message>
+    <message>
+        <source>Virtual display in use</source>
+        <translation>虚拟显示器使用中</translation>
+    </message>
+</context>
+<context>
+    <name>PopupWindow</name>
+    <message>
+        <source>Cancel</source>
+        <translation>取消</translation>
+    </message>
+</context>
+<context>
+    <name>ScreenPage</name>
+    <message>
+        <source>Please enter the connection code to cast screen</source>
+        <translation>请输入投屏码进行投屏</translation>
+    </message>
+    <message>
+        <source>Start Screen</source>
+        <translation>开始投屏</translation>
+    </message>
+</context>
+<context>
+    <name>TipWindows</name>
+    <message>
+        <source>ShowDetails</source>
+        <translation>查看详情</translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::ConnectPage</name>
+    <message>
+        <source>inPut Connected Code</source>
+        <translation>请输入投屏码</translation>
+    </message>
+    <message>
+        <source>Connected</source>
+        <translation>已连接</translation>
+    </message>
+    <message>
+        <source>Passcode server not configured,please check and try again</source>
+        <translation>未配置投屏码服务器，请检查后重试</translation>
+    </message>
+    <message>
+        <source>virtual PC do not support Extend screen</source>
+        <translation>虚拟机不支持扩展投屏</translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::DetailsExpansionWindow</name>
+    <message>
+        <source>Error code: %1</source>
+        <translation>错误码：%1</translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::ManageErrorCode</name>
+    <message>
+        <source>Failed to connect to the screen,please try again</source>
+        <translation>连接大屏失败，请重试</translation>
+    </message>
+    <message>
+        <source>Request denied,please check the screen permission settings</source>
+        <translation>请求被拒绝，请检查大屏的权限设置</translation>
+    </message>
+    <message>
+        <source>Big screen version is too low, please upgrade and try again</source>
+        <translation>大屏版本过低，请升级后重试</translation>
+    </message>
+    <message>
+        <source>Mirroring screen abnormal,please quit application and try again</source>
+        <translation>投屏异常，请退出应用后重试</translation>
+    </message>
+    <message>
+        <source>There is no network at present, please check and try again</source>
+        <translation>当前无网络，请检查后重试</translation>
+    </message>
+    <message>
+        <source>Reverse screen abnormal,please try again</source>
+        <translation>反向投屏异常，请重试</translation>
+    </message>
+    <message>
+        <source>Passcode input error</source>
+        <translation>投屏码输入错误</translation>
+    </message>
+    <message>
+        <source>Get infomation from passcode server fail, please check and try again</source>
+        <translation>从投屏码服务器获取信息失败，请检查后重试</translation>
+    </message>
+    <message>
+        <source>You have been removed from the screen</source>
+        <translation>您已被移出大屏</translation>
+    </message>
+    <message>
+        <source>Failed to turn on sound mirroring screen,please try again</source>
+        <translation>开启声音投屏失败，请重试</translation>
+    </message>
+    <message>
+        <source>Failed to turn on reverse control,please try again</source>
+        <translation>开启反向控制失败，请重试</translation>
+    </message>
+    <message>
+        <source>The current screen can only be mirroring screen at 1080P resolution</source>
+        <translation>当前大屏仅支持1080P分辨率投屏</translation>
+    </message>
+    <message>
+        <source>Mirroring screen abnormal,please try again</source>
+        <translation>投屏异常，请重试</translation>
+    </message>
+    <message>
+        <source>Fast screen mirroring fail,please try again</source>
+        <translation>快速投屏失败，请重试</translation>
+    </message>
+    <message>
+        <source>The number of screens exceeds the limit. Please exit other screens first</source>
+        <translation>投屏数量超出上限，请先退出其他投屏</translation>
+    </message>
+    <message>
+        <source>The number of reverse screens exceeds the limit. Please exit other reverse screens first</source>
+        <translation>反向投屏数量超出上限，请先退出其他反向投屏</translation>
+    </message>
+    <message>
+        <source>Screen mirroring ended</source>
+        <translation>投屏已结束</translation>
+    </message>
+    <message>
+        <source>Reverse screen mirroring ended</source>
+        <translation>反向投屏已结束</translation>
+    </message>
+    <message>
+        <source>Mouse screen error</source>
+        <translation>鼠标投屏错误</translation>
+    </message>
+    <message>
+        <source>The mouse cannot be displayed on the large screen,please try again</source>
+        <translation>鼠标无法在大屏上显示，请重试</translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::OrvixUpgrade</name>
+    <message>
+        <source>Nearby screens: %1</source>
+        <translation>附近的大屏：%1</translation>
+    </message>
+    <message>
+        <source>Show main window</source>
+        <translation>显示主窗口</translation>
+    </message>
+    <message>
+        <source>Exit</source>
+        <translation>退出</translation>
+    </message>
+    <message>
+        <source>virtual PC network isolation </source>
+        <translation>虚拟机网络隔离 </translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::PopupWindow</name>
+    <message>
+        <source>Waiting for permission</source>
+        <translation>等待授权</translation>
+    </message>
+    <message>
+        <source>The screen has to allow this PC first. Please confirm on the screen.</source>
+        <translation>需要大屏先允许本电脑，请在大屏上确认。</translation>
+    </message>
+    <message>
+        <source>The screen is asking its user to accept the request. Please wait.</source>
+        <translation>大屏正在询问其用户是否接受请求，请稍候。</translation>
     </message>
 </context>
 </TS>
