@@ -6,3 +6,4 @@ bash scripts/build.sh
 BIN=${ZV_BUILD_DIR:-build}/bin
 "$BIN/bench_settings_store" --benchmark_min_time=0.2
 "$BIN/bench_login" 30
+"$BIN/bench_cast_start" 10

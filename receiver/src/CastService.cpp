@@ -3,6 +3,8 @@
 #include <QDateTime>
 #include <QRandomGenerator>
 
+#include <chrono>
+
 #include "PanelService.h"
 #include "casting/Log.h"
 #include "media/ReceiverPipeline.h"
@@ -121,7 +123,17 @@ void CastService::start(qint64 client, const zv::CastRequestMessage& request) {
 
     // Callbacks come on pipeline threads: everything is handed to this thread.
     zv::media::ReceiverCallbacks callbacks;
-    if (m_frameSink) callbacks.frame = m_frameSink;
+    m_awaitingFirstFrame = true;
+    callbacks.frame = [this, sink = m_frameSink](const QImage& frame) {
+        if (m_awaitingFirstFrame.exchange(false)) {
+            const qint64 now = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                   std::chrono::steady_clock::now().time_since_epoch())
+                                   .count();
+            QMetaObject::invokeMethod(this, [this, now] { emit firstFrame(m_status.client, now); },
+                                      Qt::QueuedConnection);
+        }
+        if (sink) sink(frame);
+    };
     callbacks.stats = [this](const zv::media::ReceiverStatistics& stats) {
         QMetaObject::invokeMethod(
             this,

@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -70,6 +71,9 @@ signals:
     void approvalNeeded(qint64 client, const QString& host);
     void castStarted(const receiver::CastStatus& status);
     void castStopped(qint64 client, const QString& reason);
+    // The first picture of a cast is decoded; steadyMs is the monotonic
+    // clock (std::chrono::steady_clock) at that moment, for start-up timing.
+    void firstFrame(qint64 client, qint64 steadyMs);
     void statistics(const receiver::CastStatus& status);
     void cursorMoved(int x, int y, bool visible);
     void pausedChanged(bool paused);
@@ -85,6 +89,7 @@ private:
     Settings m_settings;
     PanelService* m_panel;
     FrameSink m_frameSink;
+    std::atomic<bool> m_awaitingFirstFrame{false};
     std::unique_ptr<zv::media::ReceiverPipeline> m_pipeline;
     CastStatus m_status;
     bool m_controlGranted = false;

@@ -256,6 +256,10 @@ void ReceiverApp::startCasting() {
                               {QStringLiteral("lossPercent"), status.lossPercent},
                               {QStringLiteral("paused"), status.paused}});
     });
+    connect(m_cast, &CastService::firstFrame, this, [](qint64 client, qint64 steadyMs) {
+        StatusPrinter::print(QStringLiteral("cast-first-frame"),
+                             {{QStringLiteral("client"), client}, {QStringLiteral("steadyMs"), steadyMs}});
+    });
     connect(m_cast, &CastService::pausedChanged, this, [](bool paused) {
         StatusPrinter::print(QStringLiteral("cast-paused"), {{QStringLiteral("paused"), paused}});
     });

@@ -3,6 +3,7 @@
 #include <gst/app/gstappsink.h>
 #include <gst/video/video.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -25,6 +26,10 @@ namespace {
 
 constexpr int kUdpReceiveBufferBytes = 4194304;
 constexpr int kAudioLatencyFloorMs = 40;
+constexpr int kRtxDelayMs = 5;
+constexpr int kRetransmissionLatencyMs = 60;
+constexpr double kSessionBandwidthBytes = 2.5e6;  // 20 Mbit/s: RTCP may use 5 % of it
+constexpr int kRtcpMinIntervalMs = 20;
 
 const char* kVideoRtpCaps = "application/x-rtp,media=video,clock-rate=90000,encoding-name=H264,payload=96";
 const char* kVideoStreamCaps = "application/x-rtp-stream,media=video,clock-rate=90000,encoding-name=H264,payload=96";
@@ -228,7 +233,10 @@ std::string ReceiverPipeline::Impl::buildVideo() {
             g_object_set(rtcpSource.get(), "address", config.listenAddress.c_str(), "port",
                          static_cast<gint>(config.rtcpPort), "caps", rtcpCaps.get(), nullptr);
             const bool feedback = config.senderRtcpPort != 0 && !config.senderHost.empty();
-            g_object_set(rtpbin.get(), "latency", static_cast<guint>(config.latencyMs), "drop-on-latency", TRUE,
+            // Time for a lost packet to be asked for again (twice if need be).
+            // It delays nothing while packets arrive in order.
+            const int latencyMs = feedback ? std::max(config.latencyMs, kRetransmissionLatencyMs) : config.latencyMs;
+            g_object_set(rtpbin.get(), "latency", static_cast<guint>(latencyMs), "drop-on-latency", TRUE,
                          "do-retransmission", feedback ? TRUE : FALSE, nullptr);
             setPropertyText(rtpbin.get(), "rtp-profile", feedback ? "avpf" : "avp");
             g_signal_connect(rtpbin.get(), "request-pt-map", G_CALLBACK(&Impl::onRequestPtMap), this);
@@ -243,6 +251,16 @@ std::string ReceiverPipeline::Impl::buildVideo() {
                 return "cannot link the UDP sources to rtpbin";
             }
             if (feedback) {
+                // RTCP is sized from the session's bandwidth; the default guess
+                // is low and would hold NACKs back for the next regular report,
+                // past the jitter buffer's deadline. Feedback may go at once.
+                GstElement* session = nullptr;
+                g_signal_emit_by_name(rtpbin.get(), "get-session", 0u, &session);
+                if (session != nullptr) {
+                    g_object_set(session, "bandwidth", kSessionBandwidthBytes, "rtcp-min-interval",
+                                 static_cast<guint64>(kRtcpMinIntervalMs) * GST_MSECOND, nullptr);
+                    gst_object_unref(session);
+                }
                 m_rtcpSink = element("udpsink", "zv-rtcp-sink", &error);
                 if (!error.empty()) return error;
                 g_object_set(m_rtcpSink.get(), "host", config.senderHost.c_str(), "port",
@@ -527,6 +545,10 @@ void ReceiverPipeline::Impl::onNewJitterbuffer(GstElement*, GstElement* jitterbu
     auto* impl = static_cast<Impl*>(self);
     // One per SSRC, the retransmission stream's included (its RTCP makes
     // one): the video's is picked when its pad appears (onPadAdded).
+    // The sender's frames leave after a capture and an encode of varying
+    // length, so the jitter looks large; waiting for that long before
+    // asking again would use up the latency. Ask soon after a gap.
+    g_object_set(jitterbuffer, "rtx-delay", kRtxDelayMs, nullptr);
     std::lock_guard<std::mutex> lock(impl->m_jitterMutex);
     impl->m_jitterbuffers[ssrc] = addRef(jitterbuffer);
 }
