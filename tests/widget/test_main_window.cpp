@@ -2,48 +2,16 @@
 // and closing.
 #include <QtTest/QtTest>
 
-#include <glog/logging.h>
-
-#include <mutex>
 #include <string>
-#include <vector>
 
+#include "WidgetTestSupport.h"
 #include "ui/OrvixUpgrade.h"
 
 using qorquicomponents::OrvixUpgrade;
 
 namespace {
 
-// Collects the text of every log line while it is installed.
-class LogCapture : public google::LogSink {
-public:
-    LogCapture() { google::AddLogSink(this); }
-    ~LogCapture() override { google::RemoveLogSink(this); }
-
-    void send(google::LogSeverity, const char*, const char*, int, const google::LogMessageTime&,
-              const char* message, size_t length) override {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_lines.emplace_back(message, length);
-    }
-
-    int count(const std::string& line) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        int n = 0;
-        for (const auto& l : m_lines) n += l == line ? 1 : 0;
-        return n;
-    }
-
-    int countContaining(const std::string& part) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        int n = 0;
-        for (const auto& l : m_lines) n += l.find(part) != std::string::npos ? 1 : 0;
-        return n;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::vector<std::string> m_lines;
-};
+using zvtest::LogCapture;
 
 const std::string kEmptyIpLine = "[shortcutModeScreen] shortcutModeScreen return, because strIp is empty";
 const std::string kConnectFailedCode = "0xF3200001";
