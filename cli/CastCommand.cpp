@@ -117,6 +117,7 @@ int runCast(const QStringList& arguments) {
                                           : result == WAIT_AUTHORIZATION ? QStringLiteral("waiting")
                                                                          : QStringLiteral("failed")}});
     if (result == FAIL) return 1;
+    session.armWatchdog();
 
     QSocketNotifier commands(STDIN_FILENO, QSocketNotifier::Read);
     QByteArray pending;

@@ -156,11 +156,14 @@ bool PanelSession::logIn() {
     return true;
 }
 
+void PanelSession::armWatchdog() {
+    if (!m_reconnect) return;
+    Daemon::getInstance().initDaemon(&PanelSession::onException, this, m_library);
+    Daemon::getInstance().setReconnect(1);
+}
+
 void PanelSession::hold(int seconds) {
-    if (m_reconnect) {
-        Daemon::getInstance().initDaemon(&PanelSession::onException, this, m_library);
-        Daemon::getInstance().setReconnect(1);
-    }
+    armWatchdog();
     std::unique_ptr<QSocketNotifier> stdinWatch;
     if (seconds > 0) {
         QTimer::singleShot(seconds * 1000, QCoreApplication::instance(), &QCoreApplication::quit);

@@ -33,6 +33,8 @@ public:
     // panel ends the session.
     void hold(int seconds);
     int holdSeconds() const { return m_holdSeconds; }
+    // With --reconnect: the watchdog takes dropped links (and broken casts) over.
+    void armWatchdog();
     bool holdRequested() const { return m_holdSeconds >= 0; }
     void logOut();
 

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "NetnsPair.h"
 #include "Process.h"
@@ -170,6 +171,34 @@ TEST_F(CastNetns, PauseSoundAndTouchBackAreSteeredFromBothSides) {
     receiver->writeLine("{\"cmd\":\"stop-cast\"}");
     EXPECT_FALSE(cast->waitForLine(event("exception", "type", 32792), 5s).empty());
     EXPECT_TRUE(cast->waitFinished(10s));
+}
+
+TEST_F(CastNetns, ACastSurvivesACutLinkThroughTheWatchdog) {
+    startReceiver();
+    for (const char* protocol : {"udp", "brx"}) {
+        SCOPED_TRACE(protocol);
+        auto cast = startCast(protocol, {"--reconnect"});
+        ASSERT_FALSE(cast->waitForLine(event("cast", "result", "started"), 15s).empty());
+        ASSERT_TRUE(decodedAtLeast(1, 15s));
+
+        // Long enough for the control link to be given up and for SRT to drop its peer.
+        ASSERT_TRUE(net.setLinkUp(false));
+        ASSERT_FALSE(cast->waitForLine(event("exception", "type", 32802), 15s).empty()) << "no reconnecting";
+        std::this_thread::sleep_for(7s);  // the outage itself, not a wait for a result
+        ASSERT_TRUE(net.setLinkUp(true));
+        ASSERT_FALSE(cast->waitForLine(event("exception", "type", 32803), 40s).empty()) << "not reconnected";
+
+        // Pictures arrive again: after what the receiver said so far, a second with decoded pictures.
+        receiver->waitForLine([](const std::string&) { return false; }, 1s);
+        paintBlocks(x.connection());  // a change, so the sender has something new to send
+        EXPECT_FALSE(receiver->waitForLine([](const std::string& line) {
+                                  const QJsonObject o = json(line);
+                                  return o.value("event") == "cast-stats" && o.value("fps").toInt() > 0;
+                              }, 20s).empty())
+            << "no picture after the link came back";
+        cast->writeLine("stop");
+        EXPECT_TRUE(cast->waitFinished(15s));
+    }
 }
 
 TEST_F(CastNetns, APanelThatAsksItsUserAnswersWaitThenTheVerdict) {

@@ -39,8 +39,8 @@ void copyReason(tagNotifyExceptionParams_& params, const QString& text) {
 
 }  // namespace
 
-CastSession::CastSession(ClientSession* session, Raise raise, QObject* parent)
-    : QObject(parent), m_session(session), m_raise(std::move(raise)) {
+CastSession::CastSession(ClientSession* session, Raise raise, ReportError reportError, QObject* parent)
+    : QObject(parent), m_session(session), m_raise(std::move(raise)), m_reportError(std::move(reportError)) {
     m_answerTimeout.setSingleShot(true);
     connect(&m_answerTimeout, &QTimer::timeout, this, [this] {
         ZV_LOG(WARNING) << " the panel did not answer the cast request";
@@ -54,6 +54,7 @@ CastSession::CastSession(ClientSession* session, Raise raise, QObject* parent)
     connect(m_session, &ClientSession::ended, this, [this] {
         if (m_state == State::Idle) return;
         ZV_LOG(INFO) << " the session ended: the cast ends with it";
+        m_wantsCast = false;
         teardown();
         finishRequest(FAIL, zv_error::CONNECT_FAILED);
     });
@@ -62,11 +63,20 @@ CastSession::CastSession(ClientSession* session, Raise raise, QObject* parent)
 CastSession::~CastSession() { teardown(); }
 
 void CastSession::request(const CastOptions& options, RequestDone done) {
+    m_paused = false;
+    ask(options, std::move(done));
+}
+
+void CastSession::ask(const CastOptions& options, RequestDone done) {
     if (!m_session->isLoggedIn()) {
         done(FAIL, zv_error::CONNECT_FAILED);
         return;
     }
-    if (m_state != State::Idle) stop(QStringLiteral("replaced"));
+    if (m_state != State::Idle) {
+        m_session->send(buildCastStop({QStringLiteral("replaced")}));
+        teardown();
+        finishRequest(FAIL, zv_error::MIRRORING_ABNORMAL);
+    }
     m_options = options;
     m_done = std::move(done);
     m_state = State::Asking;
@@ -113,6 +123,7 @@ void CastSession::onMessage(const QCborMap& message) {
         if (m_state != State::Casting) return;
         const auto stop = parseCastStop(message, &error);
         ZV_LOG(INFO) << " the panel ended the cast: " << (stop ? stop->reason.toStdString() : std::string("?"));
+        m_wantsCast = false;
         teardown();
         m_raise(NOTIFY_SCREEN_CAST_ENDED, nullptr);
     } else if (type == msg::kCastStats) {
@@ -187,6 +198,8 @@ void CastSession::onAccepted(const CastAcceptedMessage& accepted) {
         return;
     }
     m_state = State::Casting;
+    m_wantsCast = true;
+    if (m_paused) pause(true);  // a cast resumed by the watchdog keeps the user's pause
     if (m_options.mouseCallback != nullptr) m_cursorTimer.start();
     ZV_LOG(INFO) << " casting to " << config.host << ":" << config.videoPort << " with "
                  << m_sender->statistics().encoder;
@@ -222,9 +235,30 @@ void CastSession::onSenderError(const QString& error) {
     if (m_state != State::Casting) return;
     ZV_LOG(ERROR) << " the cast broke: " << error.toStdString();
     m_session->send(buildCastStop({QStringLiteral("senderFailed")}));
+    const bool windowCast = m_options.source == VIDEO_SOURCE_WINDOW;
     teardown();
-    // The client's watchdog may try again; it decides, not us.
+    if (windowCast) {
+        // Most often the window was closed: that is the user's business, not a fault to retry.
+        m_wantsCast = false;
+        m_reportError(zv_error::WINDOW_SOURCE_ABNORMAL);
+        return;
+    }
+    // The client's watchdog may ask for the cast again (resume); it decides, not us.
     m_raise(NOTIFY_STREAM_SEND_FAILED, [&](tagNotifyExceptionParams_& p) { copyReason(p, error); });
+}
+
+void CastSession::resume(std::function<void(bool)> done) {
+    if (!m_wantsCast) return done(true);
+    // After an outage the media paths on both sides are in doubt (SRT drops
+    // its peer, decoders wait for key frames, ports may be gone): a fresh
+    // cast with the same options is the one sure way back, and costs less
+    // than the outage did.
+    if (m_state != State::Idle) teardown();
+    ZV_LOG(INFO) << " asking for the broken cast again";
+    ask(m_options, [this, done](ProjectOrShareReqResult result, uint32_t) {
+        m_wantsCast = result != FAIL;
+        done(result != FAIL);
+    });
 }
 
 void CastSession::finishRequest(ProjectOrShareReqResult result, uint32_t error) {
@@ -236,6 +270,7 @@ void CastSession::finishRequest(ProjectOrShareReqResult result, uint32_t error) 
 
 void CastSession::pause(bool paused) {
     if (m_state != State::Casting) return;
+    m_paused = paused;
     m_sender->setPaused(paused);
     m_session->send(buildCastSwitch(msg::kCastPause, {paused}));
 }
@@ -254,6 +289,8 @@ bool CastSession::setControl(bool on) {
 }
 
 void CastSession::stop(const QString& reason) {
+    m_wantsCast = false;
+    m_paused = false;
     if (m_state == State::Idle) return;
     ZV_LOG(INFO) << " stopping the cast: " << reason.toStdString();
     m_session->send(buildCastStop({reason}));

@@ -43,7 +43,9 @@ public:
     static constexpr int kAnswerTimeoutMs = 8000;
     static constexpr int kCursorIntervalMs = 16;  // about the display's rate
 
-    CastSession(ClientSession* session, Raise raise, QObject* parent = nullptr);
+    using ReportError = std::function<void(uint32_t code)>;
+
+    CastSession(ClientSession* session, Raise raise, ReportError reportError, QObject* parent = nullptr);
     ~CastSession() override;
 
     // Asks for a cast; done runs once: SUCCESS when media flow, FAIL with an
@@ -53,6 +55,11 @@ public:
     void request(const CastOptions& options, RequestDone done);
     void pause(bool paused);
     void stop(const QString& reason);
+    // The watchdog's part: a cast the user still wants but that broke (its
+    // sender failed, or the link was replaced) is asked for again with the
+    // same options. done(true) when it runs again or none was wanted.
+    void resume(std::function<void(bool)> done);
+    bool wantsCast() const { return m_wantsCast; }
     bool setVoice(bool on);
     bool setControl(bool on);
     bool isCasting() const { return m_state == State::Casting; }
@@ -61,6 +68,7 @@ public:
 private:
     enum class State { Idle = 1, Asking, Waiting, Casting };
 
+    void ask(const CastOptions& options, RequestDone done);
     void onMessage(const QCborMap& message);
     void onAccepted(const CastAcceptedMessage& accepted);
     void onRefused(const CastRefusedMessage& refused);
@@ -71,6 +79,7 @@ private:
 
     ClientSession* m_session;
     Raise m_raise;
+    ReportError m_reportError;
     State m_state = State::Idle;
     CastOptions m_options;
     RequestDone m_done;
@@ -78,6 +87,8 @@ private:
     QTimer m_cursorTimer;
     CursorMessage m_lastCursor{-1, -1, false};
     bool m_controlGranted = false;
+    bool m_wantsCast = false;  // from a granted request until the user, the panel or the session ends it
+    bool m_paused = false;
     std::unique_ptr<media::SenderPipeline> m_sender;
 };
 

@@ -64,6 +64,7 @@ public:
 
     bool isLoggedIn() const { return m_loggedIn; }
     bool hasLink() const { return m_channel != nullptr; }
+    int missedBeats() const { return m_missed; }
     const WelcomeMessage& welcome() const { return m_welcome; }
     const PanelAddress& panel() const { return m_panel; }
 

@@ -45,11 +45,12 @@ void LibraryCore::startIoLocked() {
     };
     auto lookup = [this](const QString& code) { return lookupCode(code); };
     auto known = m_knownPanels;
+    auto reportError = [this](uint32_t code) { this->reportError(code); };
     auto made = m_io->call(
-        [events, lookup, known, context = m_io->context()] {
+        [events, lookup, known, reportError, context = m_io->context()] {
             auto* session = new ClientSession(events, lookup, known, context);
-            auto* cast = new CastSession(session, events.exception, context);
-            auto* watchdog = new Watchdog(session, context);
+            auto* cast = new CastSession(session, events.exception, reportError, context);
+            auto* watchdog = new Watchdog(session, cast, context);
             return std::make_tuple(session, cast, watchdog);
         },
         std::chrono::seconds(10));

@@ -1,11 +1,23 @@
 #include "session/Watchdog.h"
 
 #include "casting/Log.h"
+#include "session/CastSession.h"
 #include "session/ClientSession.h"
 
 namespace zv {
 
-Watchdog::Watchdog(ClientSession* session, QObject* parent) : QObject(parent), m_session(session) {
+namespace {
+
+// Events about the media only: the control link may be fine.
+bool isMediaEvent(tagNotifyExceptionType_ type) {
+    return type == NOTIFY_STREAM_SEND_FAILED || type == NOTIFY_ENCODER_FAILED || type == NOTIFY_CAPTURE_FAILED ||
+           type == NOTIFY_MEDIA_LINK_BROKEN;
+}
+
+}  // namespace
+
+Watchdog::Watchdog(ClientSession* session, CastSession* cast, QObject* parent)
+    : QObject(parent), m_session(session), m_cast(cast) {
     m_retry.setSingleShot(true);
     connect(&m_retry, &QTimer::timeout, this, &Watchdog::tryOnce);
 }
@@ -28,6 +40,7 @@ void Watchdog::onAbnormal(tagNotifyExceptionType_ type) {
     }
     ZV_LOG(WARNING) << " event " << static_cast<int>(type) << ": reconnecting";
     m_reconnecting = true;
+    m_linkInDoubt = !isMediaEvent(type) || !m_session->hasLink() || m_session->missedBeats() > 0;
     ++m_generation;
     m_since.start();
     m_session->setReconnecting(true);
@@ -39,17 +52,33 @@ void Watchdog::tryOnce() {
     if (!m_reconnecting || m_attemptRunning) return;
     m_attemptRunning = true;
     const quint64 generation = m_generation;
-    m_session->reconnect([this, generation](bool reconnected) {
-        m_attemptRunning = false;
-        if (generation != m_generation || !m_reconnecting) return;
-        if (reconnected) {
-            finish(true);
-        } else if (m_since.elapsed() >= kGiveUpMs) {
-            finish(false);
-        } else {
-            m_retry.start(kRetryIntervalMs);
-        }
+    auto resumeCast = [this, generation] {
+        m_cast->resume([this, generation](bool resumed) {
+            if (generation == m_generation) afterAttempt(resumed);
+        });
+    };
+    if (!m_linkInDoubt) {
+        resumeCast();
+        return;
+    }
+    m_session->reconnect([this, generation, resumeCast](bool reconnected) {
+        if (generation != m_generation) return;
+        if (!reconnected) return afterAttempt(false);
+        m_linkInDoubt = false;  // the link is new; from here on only the cast may need asking again
+        resumeCast();
     });
+}
+
+void Watchdog::afterAttempt(bool ok) {
+    m_attemptRunning = false;
+    if (!m_reconnecting) return;
+    if (ok) {
+        finish(true);
+    } else if (m_since.elapsed() >= kGiveUpMs) {
+        finish(false);
+    } else {
+        m_retry.start(kRetryIntervalMs);
+    }
 }
 
 void Watchdog::finish(bool reconnected) {
@@ -61,6 +90,7 @@ void Watchdog::finish(bool reconnected) {
         raise(NOTIFY_RECONNECTED);
     } else {
         ZV_LOG(WARNING) << " reconnection given up after " << m_since.elapsed() << " ms";
+        m_cast->stop(QStringLiteral("reconnection failed"));
         m_session->logout();
         raise(NOTIFY_RECONNECT_FAILED);
     }

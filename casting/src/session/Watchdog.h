@@ -1,7 +1,9 @@
-// The watchdog behind Daemon: when the session's link breaks while
-// reconnection is on, it reports 32802 (reconnecting), retries the session
-// over a new connection every second, and reports 32803 (reconnected) or,
-// after kGiveUpMs, 32801 (given up). Lives on the library's I/O thread.
+// The watchdog behind Daemon: when the session's link or its cast breaks
+// while reconnection is on, it reports 32802 (reconnecting), retries every
+// second — the session over a new connection when the control link is in
+// doubt, then the cast the user still wants — and reports 32803
+// (reconnected) or, after kGiveUpMs, 32801 (given up). Lives on the
+// library's I/O thread.
 #pragma once
 
 #include <QElapsedTimer>
@@ -15,6 +17,7 @@
 
 namespace zv {
 
+class CastSession;
 class ClientSession;
 
 class Watchdog : public QObject {
@@ -23,7 +26,7 @@ public:
     static constexpr int kGiveUpMs = 30000;
     static constexpr int kRetryIntervalMs = 1000;
 
-    explicit Watchdog(ClientSession* session, QObject* parent = nullptr);
+    Watchdog(ClientSession* session, CastSession* cast, QObject* parent = nullptr);
 
     // Any thread.
     void configure(ExceptionCallback callback, void* user);
@@ -38,10 +41,13 @@ public:
 
 private:
     void tryOnce();
+    void afterAttempt(bool ok);
     void finish(bool reconnected);
     void raise(tagNotifyExceptionType_ type);
 
     ClientSession* m_session;
+    CastSession* m_cast;
+    bool m_linkInDoubt = false;  // the control link must be replaced, not only the cast
     std::atomic<bool> m_enabled{false};
     std::mutex m_mutex;
     ExceptionCallback m_callback;
