@@ -1,11 +1,12 @@
-// Classifies the casting library's exception events (library threads) into
-// the session controller's queued signals. One instance, owned by the main
-// window. Every event is handled under one lock, one after the other.
-//
-// Each event type the client reacts to has a row in the handler table
-// (ExceptionCallBack.cpp); a type without a row is forwarded unchanged as
-// signalCallbackException.
+// Classifies the casting library's and the watchdog's exception events
+// (library threads) into the session controller's queued signals, hands link
+// failures to the watchdog, and tells the reverse-screen view about reverse
+// control. One instance, owned by the main window. Every event is handled
+// under one lock, one after the other; types without a row are ignored.
 #pragma once
+
+#include <QCoreApplication>
+#include <QString>
 
 #include <mutex>
 
@@ -17,13 +18,15 @@ class OrvixUpgrade;
 }
 
 class ExceptionCallBack {
+    Q_DECLARE_TR_FUNCTIONS(ExceptionCallBack)
+
 public:
     ExceptionCallBack() = default;
     ExceptionCallBack(const ExceptionCallBack&) = delete;
     ExceptionCallBack& operator=(const ExceptionCallBack&) = delete;
 
     // Library thread. user is the main window; with a null user nothing is
-    // emitted. Always returns 0.
+    // emitted (link failures still go to the watchdog). Always returns 0.
     long callBackException(tagNotifyExceptionType_ type, tagNotifyExceptionParams_* params, void* user);
 
     // True from "reconnecting" (32802) until "reconnected" (32803) or
@@ -32,23 +35,40 @@ public:
 
     // Missed heartbeats in a row from which the session counts as lost.
     static constexpr int kHeartbeatLostCount = 5;
+    // Network-state sub-codes.
+    static constexpr int kNetworkLost = 1;
+    static constexpr int kNetworkGivenUp = 5;
 
     // Kept first: the watchdog's reconnect state as last reported.
     bool m_isReconnecting = false;
 
 private:
-    using Handler = void (ExceptionCallBack::*)(tagNotifyExceptionType_ type, const tagNotifyExceptionParams_& params,
-                                                qorquicomponents::OrvixUpgrade* window);
+    using Window = qorquicomponents::OrvixUpgrade;
+    using Params = tagNotifyExceptionParams_;
+    using Handler = void (ExceptionCallBack::*)(tagNotifyExceptionType_ type, Params& params, Window* window);
     static Handler handlerFor(tagNotifyExceptionType_ type);
 
-    void onForward(tagNotifyExceptionType_ type, const tagNotifyExceptionParams_& params,
-                   qorquicomponents::OrvixUpgrade* window);
-    void onLogout(tagNotifyExceptionType_ type, const tagNotifyExceptionParams_& params,
-                  qorquicomponents::OrvixUpgrade* window);
-    void onHeartbeat(tagNotifyExceptionType_ type, const tagNotifyExceptionParams_& params,
-                     qorquicomponents::OrvixUpgrade* window);
-    void onReconnectState(tagNotifyExceptionType_ type, const tagNotifyExceptionParams_& params,
-                          qorquicomponents::OrvixUpgrade* window);
+    void onForward(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onWatchdog(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onVoice(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onReverseAnswer(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onReverseOff(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onCastEnded(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onLogout(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onShareRefused(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onRequestRefused(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onReconnectState(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onPresentation(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onStatistics(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onAuthorizationDenied(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onKicked(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onPanelResolution(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onPicture(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onPeripheralStopped(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onReverseScreenEnded(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onNetworkState(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onHeartbeat(tagNotifyExceptionType_ type, Params& params, Window* window);
+    void onPeripheralRestart(tagNotifyExceptionType_ type, Params& params, Window* window);
 
     std::mutex m_mutex;
 };

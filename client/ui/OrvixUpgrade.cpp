@@ -19,9 +19,14 @@
 #include <QSystemTrayIcon>
 #include <QTimer>
 
+#include <pthread.h>
+#include <sched.h>
+
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <ios>
+#include <thread>
 
 #include "casting/BusinessSettings.h"
 #include "casting/CClientConfig.h"
@@ -33,8 +38,10 @@
 #include "casting/McUtil.h"
 #include "casting/MyLog.h"
 #include "casting/Singleton.h"
+#include "BusinessModule/ScreenBusiness/ScreenControl.h"
 #include "ui/ContentWidget/ConnectPage.h"
 #include "ui/ContentWidget/ScreenPage.h"
+#include "ui/ContentWidget/SharePage.h"
 #include "ui/ControlBall.h"
 #include "ui/DetailsExpansionWindow.h"
 #include "ui/DynamicWindow.h"
@@ -46,6 +53,8 @@
 #include "ui/MirroringCheck.h"
 #include "ui/PopupWindow.h"
 #include "ui/RequestThreads.h"
+#include "ui/ReverseScreen.h"
+#include "ui/ScreenChangeWatcher.h"
 #include "ui/TipWindows.h"
 #include "ui/widgets/LoadingWidget.h"
 #include "ui/widgets/StyleUtil.h"
@@ -66,6 +75,9 @@ constexpr int kWindowWidth = 1008;
 constexpr int kWindowHeight = 640;
 constexpr int kHideControlBallMs = 2000;
 constexpr int kTipTopOffset = 48;
+constexpr auto kHardwareInitWait = std::chrono::milliseconds(1000);
+constexpr int kRestartWaitSeconds = 7;
+constexpr int kStopPollMs = 500;
 // The Windows version value below which a client announces itself as the
 // Linux kind; on Linux there is no such value.
 constexpr int kWindowsVersionForWindowsType = 145;
@@ -97,6 +109,18 @@ OrvixUpgrade::OrvixUpgrade(QWidget* parent) : QWidget(parent), ui(new Ui::OrvixU
 }
 
 OrvixUpgrade::~OrvixUpgrade() {
+    // Asynchronous works still running use this window: a cast request
+    // waiting for a stop gives up, the others end within their library
+    // time-outs.
+    m_isStopAccepted = true;
+    for (int i = 0; i < 200 && m_runningWorks > 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    m_screenChangeWatcher->stop();
+    // The address watcher loops while a cast runs; nothing runs once we go.
+    m_isCheckIpRunning = false;
+    if (m_screenStatus == ScreeningStatus) m_screenStatus = ConnectedStatus;
+    stopWatchers();
+    if (m_hwProbeThread.joinable()) m_hwProbeThread.join();
+    ScreenControl::unInitReverseControl();
     CManageAll* library = CManageAll::getInstance();
     library->endDiscovery();
     Ktr_Fini();
@@ -125,13 +149,13 @@ void OrvixUpgrade::initUi() {
     // their tips.
     m_screenPage = new ScreenPage(this);
     m_connectPage = new ConnectPage(this);
+    m_sharePage = new SharePage(this);
     ui->stackedWidget->addWidget(m_screenPage);
     ui->stackedWidget->addWidget(m_connectPage);
+    ui->stackedWidget->addWidget(m_sharePage);
     ui->stackedWidget->setCurrentWidget(m_connectPage);
+    m_reverseScreen = new ReverseScreen(this);
 
-    // Title bar: the screen page's button stays hidden until that page can
-    // cast; the group then shows only the connect page's button.
-    ui->screenTitleBtn->hide();
     setTitleBtnStatus(TitleConnectPage);
 
     // Bottom bar.
@@ -140,6 +164,7 @@ void OrvixUpgrade::initUi() {
     ui->virtualDeviceIconLab->setPixmap(
         renderSvgPixmap(QStringLiteral(":/OrvixUpgrade/images/svg/bottom_virtual.svg"), QSize(16, 16), 2.0));
     ui->deviceCountLab->setText(tr("Nearby screens: %1").arg(0));
+    ui->dynamicInfoLab->hide();
     ui->versionLab->setText(QStringLiteral("V") + QStringLiteral(ZV_CLIENT_VERSION));
 
     // The window itself holds the focus at start, so the code entry shows its
@@ -171,6 +196,28 @@ void OrvixUpgrade::initUi() {
     m_exceptionCallBack = std::make_unique<ExceptionCallBack>();
     ui->virtualDeviceWidget->hide();
     m_desktop = QApplication::desktop();
+
+    // Remote input, the encoder probe the first cast waits for, and the
+    // screen size that a running cast follows.
+    ScreenControl::initReverseControl();
+    startHardwareProbe();
+    m_screenChangeWatcher = new ScreenChangeWatcher(this);
+    connect(m_screenChangeWatcher, &ScreenChangeWatcher::signalScreenSizeChanged, this,
+            [this](int, int) { onRestartMirroring(); }, Qt::QueuedConnection);
+    m_screenChangeWatcher->start();
+}
+
+void OrvixUpgrade::startHardwareProbe() {
+    m_hwProbeThread = std::thread([this] {
+        BusinessSettings& settings = BusinessSettings::getInstance();
+        settings.probeHardwareCoding();
+        ZV_LOG(INFO) << " hardware encoder probe finished, available: " << settings.getHardwareCodingAvailable();
+        {
+            std::lock_guard<std::mutex> lock(m_hwInitMutex);
+            m_isHWInitFinished = true;
+        }
+        m_hwInitCond.notify_all();
+    });
 }
 
 void OrvixUpgrade::initTray() {
@@ -219,10 +266,23 @@ void OrvixUpgrade::initConnect() {
     connect(m_connectPage, &ConnectPage::signalConnect, this, &OrvixUpgrade::onStartConnect);
     connect(m_connectPage, &ConnectPage::signalStopconnect, this, &OrvixUpgrade::onStopConnect);
     connect(m_connectPage, &ConnectPage::signalShowLoading, this, &OrvixUpgrade::onShowLoading);
+    connect(m_connectPage, &ConnectPage::signalStartScreen, this, &OrvixUpgrade::onStartCodeScreen);
     connect(m_screenPage, &ScreenPage::signalWindowScreen, this, &OrvixUpgrade::onDealWithWindowScreen);
     connect(m_screenPage, &ScreenPage::signalShowLoading, this, &OrvixUpgrade::onShowLoading);
+    connect(m_screenPage, &ScreenPage::signalStartCodeScreen, this, &OrvixUpgrade::onStartCodeScreen);
+    connect(m_screenPage, &ScreenPage::signalStopScreen, this, &OrvixUpgrade::onStopScreen);
+    connect(m_screenPage, &ScreenPage::signalPauseScreen, this, &OrvixUpgrade::onPauseScreen);
+    connect(m_screenPage, &ScreenPage::signalVoiceScreen, this, &OrvixUpgrade::onScreenVoiceRequest);
+    connect(m_screenPage, &ScreenPage::signalScreenReverse, this, &OrvixUpgrade::onScreenReverseRequest);
+    connect(m_screenPage, &ScreenPage::signalWindowInfo, this, &OrvixUpgrade::onWindowInfo);
 
     connect(this, &OrvixUpgrade::signalConnectResult, this, &OrvixUpgrade::onConnectResult);
+    connect(this, &OrvixUpgrade::signalScreenResult, this, &OrvixUpgrade::onScreenRequestResult);
+    connect(this, &OrvixUpgrade::signalVoiceScreenRequestResult, this, &OrvixUpgrade::onVoiceScreenRequestResult);
+    connect(this, &OrvixUpgrade::signalScreenReverseRequestResult, this,
+            &OrvixUpgrade::onScreenReverseRequestResult);
+    connect(this, &OrvixUpgrade::signalSetDynamicDisplayInfo, this, &OrvixUpgrade::onSetDynamicDisplayInfo);
+    connect(this, &OrvixUpgrade::signalRealScreenResolution, this, &OrvixUpgrade::onRealScreenResolution);
     connect(this, &OrvixUpgrade::signalCheckVersionResult, this, &OrvixUpgrade::onCheckVersion);
     connect(this, &OrvixUpgrade::signalMainErrorCode, this, &OrvixUpgrade::onDealwithError);
     connect(this, &OrvixUpgrade::signalCallbackException, this, &OrvixUpgrade::onDealWithCallbackException);
@@ -276,10 +336,11 @@ void OrvixUpgrade::onShowLoading(bool show) {
     }
 }
 
-void OrvixUpgrade::showNotice(const QString& icon, const QString& title, const QString& text) {
+void OrvixUpgrade::showNotice(const QString& icon, const QString& title, const QString& text, bool titleShown) {
     if (m_dynamicWindow != nullptr) m_dynamicWindow->deleteLater();
     m_dynamicWindow = new DynamicWindow(this);
     m_dynamicWindow->setWindowContent(icon, title, text, DynamicWindowConfirm, 0);
+    if (!titleShown) m_dynamicWindow->setTitleShow(false);
     m_dynamicWindow->showMessage();
 }
 
@@ -300,7 +361,10 @@ void OrvixUpgrade::shortcutModeScreen(QString strIp, QString second, int mode) {
     m_isCommandLineStart = true;
     ZV_LOG(INFO) << " shortcutModeScreen strIp: " << strIp.toStdString() << ", second: " << second.toStdString()
                  << ", mode: " << mode;
-    ZV_LOG(WARNING) << " shortcutModeScreen: screen casting is not available in this build yet";
+    // The address is cast to the way a panel picked from the list is.
+    DeviceShowInfo panel;
+    panel.detail = strIp;
+    onStartKLUFScreen(panel);
 }
 
 void OrvixUpgrade::raiseErrorCode(unsigned errorCode) { ManageErrorCode::getInstance()->handleErrorCode(errorCode); }
@@ -484,7 +548,7 @@ void OrvixUpgrade::onStopConnect() {
     }
     m_screenStatus = NormalStatus;
     m_connectPage->setNormalShow();
-    if (m_dynamicWindow != nullptr && m_dynamicWindow->isVisible()) m_dynamicWindow->close();
+    // A notice that tells why the connection ended stays up.
 
     clearSessionRecords();
     logOut();
@@ -537,25 +601,415 @@ void OrvixUpgrade::onLogout() {
     }
 }
 
-void OrvixUpgrade::onStopScreen() {
-    if (m_screenStatus != ScreeningStatus) {
-        ZV_LOG(INFO) << " Stop screen fail, because the current state is not ScreeningStatus.";
+// ---------------------------------------------------------------------------
+// Screen casting
+// ---------------------------------------------------------------------------
+
+void OrvixUpgrade::onStartCodeScreen(const QString& code) {
+    if (getLocalNetworkStatus()) {
+        ZV_LOG(INFO) << " Start code screen fail, because there is on network.";
+        ManageErrorCode::getInstance()->handleErrorCode(zv_error::NO_NETWORK);
         hideLoading();
         return;
     }
+    if (m_screenStatus != NormalStatus && m_screenStatus != ConnectedStatus) {
+        ZV_LOG(INFO) << " Start code screen fail, because the current state is not NormalStatus.";
+        hideLoading();
+        return;
+    }
+    if (m_screenStatus != ConnectedStatus) {
+        m_screenStatus = CodeScreenRequestStatus;
+        // The worker logs in with this code; a stop then returns to the
+        // screen page.
+        m_strConnectCode = code;
+        m_isConnectPageEnter = false;
+    }
+    showLoading();
+    m_hostName = Singleton<CClientConfig>::getInstance().getHostName();
+    fillClientDeviceInfo();
+    if (m_isFileScreen) {
+        CManageAll::getInstance()->stopMiracast();
+        m_strFilePath.clear();
+        m_isFileScreen = false;
+    }
+    m_screenThread->start(QThread::InheritPriority);
+}
+
+int OrvixUpgrade::screenThreadFun() {
+    CManageAll* library = CManageAll::getInstance();
+    library->reportOtherClientInfo("StartScreen");
+    if (m_screenStatus == ConnectedStatus) {
+        m_screenStatus = CodeScreenRequestStatus;
+    } else {
+        m_isDisconnectAfterStop = true;
+        if (connectThreadFun() != 1) {
+            emit signalStopConnect();
+            return 0;
+        }
+    }
+
+    CClientConfig& config = Singleton<CClientConfig>::getInstance();
+    library->initProtocol(config.getProType(), config.getMouseProType(), config.getReverseProType());
+    library->setWindowScreenInfo(m_windowScreenInfo);
+    ScreenControl::setScreenWindowHWND(static_cast<unsigned long>(static_cast<uint32_t>(m_windowScreenInfo.nWindowId)));
+    getAllScreenResolution();
+
+    {
+        std::unique_lock<std::mutex> lock(m_hwInitMutex);
+        if (!m_isHWInitFinished) {
+            ZV_LOG(INFO) << " wait HWInit finished.";
+            m_hwInitCond.wait_for(lock, kHardwareInitWait);
+            if (!m_isHWInitFinished) ZV_LOG(INFO) << " HWInit timeout.";
+        }
+    }
+
+    ZV_LOG(INFO) << " micracst request start.";
+    const long result = library->miracastResq(m_loginHandle, m_deviceInfo, captureMouseCallback, this,
+                                              reverseControlCallback, this, false, VIDEO_SOURCE_SCREEN);
+    emit signalScreenResult(static_cast<ProjectOrShareReqResult>(result), m_deviceInfo);
+    return 1;
+}
+
+void OrvixUpgrade::getAllScreenResolution() {
+    const MonitorLayout layout = ScreenChangeWatcher::readMonitorLayout();
+    BusinessSettings& settings = BusinessSettings::getInstance();
+    if (layout.screen.isEmpty()) {
+        ZV_LOG(WARNING) << " no X display to measure";
+        return;
+    }
+    settings.setScreenMode(layout.monitors);
+    settings.setRealCapResolution(layout.screen.width(), layout.screen.height());
+    ZV_LOG(INFO) << " monitors: " << layout.monitors << ", screen " << layout.screen.width() << "x"
+                 << layout.screen.height();
+}
+
+bool OrvixUpgrade::showFileScreenPages(const QString& path) {
+    // The file pages take the file from here once they are part of the
+    // client; until then a file cast is refused and the session stays.
+    ZV_LOG(WARNING) << " no file pages for " << path.toStdString();
+    return false;
+}
+
+void OrvixUpgrade::onScreenRequestResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device) {
+    if (result == FAIL) {
+        const bool disconnect = m_isDisconnectAfterStop;
+        mirk_async::ASYNC(trackedWork([this, disconnect] {
+                              Daemon::getInstance().setReconnect(0);
+                              Daemon::getInstance().destroyDaemon();
+                              CManageAll::getInstance()->stopMiracast();
+                              if (disconnect) logOut();
+                          }),
+                          nullptr, this);
+        PopupWindow::getInstance()->hide();
+        if (disconnect || m_screenStatus == NormalStatus) {
+            m_screenStatus = NormalStatus;
+            m_hostName.clear();
+            clearSessionRecords();
+            if (m_isCommandLineStart) shortcutModeScreen(QString(), QString(), 1);
+        } else {
+            m_screenStatus = ConnectedStatus;
+        }
+        m_screenPage->setCurrentScreenStatus(ScreenIdle);
+        m_screenPage->openOrCloseVirtualMonitor(false);
+        BusinessSettings::getInstance().restoreDefault();
+        m_strFilePath.clear();
+        m_isFileScreen = false;
+        m_isDisconnectAfterStop = false;
+        m_screenPage->resetWindowScreen();
+        ZV_LOG(INFO) << " Request screen fail, ProjectOrShareReqResult::FAIL finish";
+    } else if (result == WAIT_AUTHORIZATION) {
+        PopupWindow::getInstance()->setDisplayInfo(PopupReasonWaitAuthorization);
+    } else if (result == SUCCESS && m_isFileScreen) {
+        ZV_LOG(INFO) << " File cast start " << m_strFilePath.toStdString();
+        PopupWindow::getInstance()->hide();
+        ui->titleBtnGroup->hide();
+        CManageAll::getInstance()->setCastFile(m_strFilePath.toUtf8().constData());
+        if (showFileScreenPages(m_strFilePath)) {
+            Daemon::getInstance().initDaemon(ExceptionCallback(exceptionCallBackFun), this, CManageAll::getInstance());
+            Daemon::getInstance().setReconnect(1);
+        } else {
+            m_screenStatus = ConnectedStatus;
+        }
+    } else if (result == SUCCESS) {
+        PopupWindow::getInstance()->hide();
+        m_screenStatus = ScreeningStatus;
+        m_strDeviceName = fieldText(device.szName);
+        const tagDeviceInfo_ server = CManageAll::getInstance()->getServerInfo();
+        m_screenPage->setBigScreenInfo(server);
+        m_screenPage->setScreeningShow();
+        ui->stackedWidget->setCurrentWidget(m_screenPage);
+        setTitleBtnStatus(TitleScreenPage);
+
+        screenConfigStatus();
+        ui->titleBtnGroup->hide();
+        showMinimized();
+
+        Daemon::getInstance().initDaemon(ExceptionCallback(exceptionCallBackFun), this, CManageAll::getInstance());
+        Daemon::getInstance().setReconnect(1);
+
+        // The bottom bar shows the cast's statistics instead of the panels nearby.
+        ui->deviceIconLab->hide();
+        ui->deviceCountLab->hide();
+        BusinessSettings::getInstance().setSystemMute(true);
+        m_isCommandLineStart = false;
+
+        startWatchers();
+
+        m_screenPage->setScreeningShow();
+        m_screenPage->setBigScreenInfo(server);
+        ui->stackedWidget->setCurrentWidget(m_screenPage);
+        repaint();
+    }
+    hideLoading();
+    repaint();
+}
+
+void OrvixUpgrade::screenConfigStatus() {
+    CClientConfig& config = Singleton<CClientConfig>::getInstance();
+    const bool reverse = config.getScreenReverse() == 1;
+    const bool sound = config.getScreenIsMute() == 1;
+    m_screenPage->setVoiceAndReverseStatus(sound, !reverse);
+    CManageAll* library = CManageAll::getInstance();
+    if (!sound) library->voiceOn(1, false);
+    if (reverse) library->reverseCtrlOn(1, m_screenControlType);
+}
+
+void OrvixUpgrade::onScreenVoiceRequest(bool close) {
+    ZV_LOG(INFO) << " Screen voice(0:open  1:close): " << close;
+    if (CManageAll::getInstance()->voiceOn(close ? 1 : 0, false) != 0) {
+        ZV_LOG(WARNING) << " Request screen voice fail...";
+        raiseErrorCode(zv_error::VOICE_FAILED);
+        return;
+    }
+    Singleton<CClientConfig>::getInstance().updateScreenIsMute((close ? 1 : 0) ^ 1);
+}
+
+void OrvixUpgrade::onScreenReverseRequest(bool on) {
+    ZV_LOG(INFO) << " Request screen reverse control: " << on;
+    if (CManageAll::getInstance()->reverseCtrlOn(on ? 1 : 0, m_screenControlType) != 0) {
+        ZV_LOG(WARNING) << " Request screen reverse fail...";
+        raiseErrorCode(zv_error::REVERSE_CONTROL_FAILED);
+        return;
+    }
+    Singleton<CClientConfig>::getInstance().updateScreenReverse(on ? 1 : 0);
+}
+
+void OrvixUpgrade::onPauseScreen(bool pause) {
+    ZV_LOG(INFO) << " Pause screen: " << pause;
+    CManageAll::getInstance()->pauseMiracast(pause);
+    m_isPauseScreen = !m_isPauseScreen;
+}
+
+void OrvixUpgrade::onVoiceScreenRequestResult(bool on) { m_screenPage->setVoiceIconStatus(on); }
+
+void OrvixUpgrade::onScreenReverseRequestResult(bool on) {
+    ZV_LOG(INFO) << " screen reverse control answered: " << on;
+    // The panel took control back: the switch shows it off.
+    if (!on) m_screenPage->setReverseIconStatus(true);
+}
+
+void OrvixUpgrade::onRealScreenResolution(int width, int height) {
+    ZV_LOG(INFO) << " panel screen " << width << "x" << height;
+}
+
+void OrvixUpgrade::onWindowInfo(unsigned long window, bool flag, unsigned int value) {
+    m_windowScreenInfo.nWindowId = static_cast<int32_t>(window);
+    m_windowScreenInfo.nFollow = flag ? 1 : 0;
+    m_windowScreenInfo.uReserved = value;
+    ScreenControl::setScreenWindowHWND(window);
+    if (getScreenStatus()) CManageAll::getInstance()->setWindowScreenInfo(m_windowScreenInfo);
+}
+
+void OrvixUpgrade::onStopScreen() {
+    if (!m_isStopAccepted) return;
+    showLoading();
+    m_isStopAccepted = false;
+    showNormal();
+    activateWindow();
+    m_screenPage->resetWindowScreen();
+    BusinessSettings::getInstance().setSystemMute(false);
     Daemon::getInstance().setReconnect(0);
+    if (m_screenStatus != ScreeningStatus) {
+        ZV_LOG(INFO) << " Stop screen fail, because the current state is not ScreeningStatus.";
+        m_isStopAccepted = true;
+        hideLoading();
+        return;
+    }
     mirk_async::ASYNC(
-        [this] {
+        trackedWork([this] {
+            Daemon::getInstance().setReconnect(0);
             Daemon::getInstance().destroyDaemon();
             CManageAll::getInstance()->stopMiracast();
-            BusinessSettings::getInstance().restoreDefault();
-        },
-        [this] {
+            m_isCheckIpRunning = false;
+            Ktr_Memset_s(&m_windowScreenInfo, sizeof m_windowScreenInfo, 0, sizeof m_windowScreenInfo);
             m_screenStatus = ConnectedStatus;
-            if (m_isDisconnectAfterStop) onStopConnect();
+            stopWatchers();
+            BusinessSettings::getInstance().restoreDefault();
+        }),
+        [this] {
+            m_controlBall->hide();
             hideLoading();
+            m_screenPage->setBeforeScreenShow();
+            onSetDynamicDisplayInfo(0, 0, 0, false);
+            m_isPauseScreen = false;
+            m_isMirroringAbnormal = false;
+            ui->titleBtnGroup->show();
+            ui->deviceIconLab->show();
+            ui->deviceCountLab->show();
+            m_screenPage->resetWindowScreen();
+            ScreenControl::setScreenWindowHWND(0);
+            if (m_isDisconnectAfterStop) {
+                onStopConnect();
+                m_screenStatus = NormalStatus;
+            } else {
+                m_connectPage->setBigScreenInfo(CManageAll::getInstance()->getServerInfo());
+                m_connectPage->setConnectShow();
+                ui->stackedWidget->setCurrentWidget(m_connectPage);
+            }
+            m_screenPage->setCurrentScreenStatus(ScreenIdle);
+            m_strFilePath.clear();
+            m_isFileScreen = false;
+            m_isStopAccepted = true;
+            // The screen page replaces the connect page set just above.
+            ui->stackedWidget->setCurrentWidget(m_screenPage);
+            setTitleBtnStatus(TitleScreenPage);
         },
         this);
+}
+
+std::function<void()> OrvixUpgrade::trackedWork(std::function<void()> work) {
+    ++m_runningWorks;
+    return [this, work = std::move(work)] {
+        work();
+        --m_runningWorks;
+    };
+}
+
+void OrvixUpgrade::startWatchers() {
+    // A watcher of an earlier cast has ended with it; collect it first.
+    stopWatchers();
+    m_checkIpThread = std::thread(&OrvixUpgrade::checkSysIPAddrChange, this);
+    m_isCheckIpRunning = true;
+    ZV_LOG(INFO) << " Thread start: Check whether the network IP address is changed";
+    m_isCpuMemRunning = true;
+    m_cpuMemThread = std::thread(&OrvixUpgrade::cheakCpuAndMemUsage, this);
+    ZV_LOG(INFO) << " Thread start: Detects native CPU and memory usage";
+}
+
+void OrvixUpgrade::stopWatchers() {
+    if (m_checkIpThread.joinable()) {
+        {
+            std::lock_guard<std::mutex> lock(m_checkIpMutex);
+            m_checkIpCond.notify_all();
+        }
+        m_checkIpThread.join();
+    }
+    if (m_cpuMemThread.joinable()) {
+        {
+            std::lock_guard<std::mutex> lock(m_cpuMemMutex);
+            m_isCpuMemRunning = false;
+            m_cpuMemCond.notify_all();
+        }
+        m_cpuMemThread.join();
+    }
+}
+
+void OrvixUpgrade::checkSysIPAddrChange() {
+    // This loop polls without sleeping for as long as the cast runs. It runs
+    // at idle priority and yields on every turn, so it only takes a core
+    // that nothing else wants.
+    sched_param idle{};
+    if (pthread_setschedparam(pthread_self(), SCHED_IDLE, &idle) != 0) {
+        ZV_LOG(WARNING) << " the address watcher keeps its normal priority";
+    }
+    while (m_screenStatus == ScreeningStatus) std::this_thread::yield();
+    ZV_LOG(INFO) << " Thread stop: Check whether the network IP address is changed";
+}
+
+void OrvixUpgrade::cheakCpuAndMemUsage() {}
+
+void OrvixUpgrade::onRestartMirroring() {
+    if (m_screenStatus != ScreeningStatus) {
+        ScreenControl::unInitReverseControl();
+        ScreenControl::initReverseControl();
+        return;
+    }
+    m_restartDevice = DeviceShowInfo();
+    m_restartDevice.connectCode = fieldText(m_deviceInfo.szConnectCode);
+    m_restartDevice.detail = fieldText(m_deviceInfo.szAddress);
+    m_restartDevice.value = m_deviceInfo.nPort;
+    m_restartDevice.deviceName = fieldText(m_deviceInfo.szName);
+    m_restartDevice.deviceKey = fieldText(m_deviceInfo.szKey);
+    showNotice(QStringLiteral("warning"), tr("Resolution changes"),
+               tr("The client resolution has been modified and will be re displayed"));
+    ZV_LOG(INFO) << "StopScreen: Resolution change.";
+    CManageAll::getInstance()->reportOtherClientInfo("StopScreenByChangeResolution");
+    onStopScreen();
+    for (int i = 0; i < kRestartWaitSeconds && m_screenStatus != NormalStatus && m_screenStatus != ConnectedStatus;
+         ++i) {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+    onStartKLUFScreen(m_restartDevice);
+    ScreenControl::unInitReverseControl();
+    ScreenControl::initReverseControl();
+}
+
+void OrvixUpgrade::onStartKLUFScreen(const DeviceShowInfo& info) {
+    if (getLocalNetworkStatus()) {
+        ZV_LOG(INFO) << "  Start kluf screen fail, because there is on internet.";
+        ManageErrorCode::getInstance()->handleErrorCode(zv_error::NO_NETWORK);
+        hideLoading();
+        return;
+    }
+    if (m_screenStatus != NormalStatus && m_screenStatus != ConnectedStatus) {
+        ZV_LOG(INFO) << " Start kluf screen fail, because the current state is not NormalStatus.";
+        hideLoading();
+        return;
+    }
+    m_isScreenPageConnect = ui->stackedWidget->currentWidget() != m_screenPage;
+    m_screenStatus = KLUFScreenRequestStatus;
+    showLoading();
+    const DeviceShowInfo panel = info;
+    mirk_async::ASYNC(
+        trackedWork([this] {
+            // A cast that is still stopping finishes first.
+            while (!m_isStopAccepted) std::this_thread::sleep_for(std::chrono::milliseconds(kStopPollMs));
+        }),
+        [this, panel] {
+            // The panel is reached by its address: no code of an earlier
+            // session may stay in the record.
+            Ktr_Memset_s(&m_deviceInfo, sizeof m_deviceInfo, 0, sizeof m_deviceInfo);
+            const QByteArray address = panel.detail.toUtf8();
+            Ktr_Memcpy_s(m_deviceInfo.szAddress, sizeof m_deviceInfo.szAddress, address.constData(),
+                         std::min(static_cast<size_t>(address.size()), sizeof m_deviceInfo.szAddress - 1));
+            m_deviceInfo.nPort = panel.value;
+            m_hostName = Singleton<CClientConfig>::getInstance().getHostName();
+            fillClientDeviceInfo();
+            m_screenThread->start(QThread::InheritPriority);
+        },
+        this);
+}
+
+void OrvixUpgrade::onSetDynamicDisplayInfo(int bitRateKbps, int frameRate, int delayMs, bool loss) {
+    QLabel* label = ui->dynamicInfoLab;
+    const bool clear = bitRateKbps == 0 && frameRate == 0 && delayMs == 0 && !loss;
+    if (clear || !getScreenStatus()) {
+        label->clear();
+        label->hide();
+        return;
+    }
+    CClientConfig& config = Singleton<CClientConfig>::getInstance();
+    QStringList parts;
+    if (config.getShowBitRate() == 1) parts << tr("Bit rate: %1 kbps").arg(bitRateKbps);
+    if (config.getShowFrameRate() == 1) parts << tr("Frame rate: %1 fps").arg(frameRate);
+    if (config.getShowDelay() == 1) parts << tr("Delay: %1 ms").arg(delayMs);
+    if (config.getShowLossFraction() == 1) parts << (loss ? tr("Packet loss") : tr("No packet loss"));
+    label->setText(parts.join(QStringLiteral("   ")));
+    label->setVisible(!parts.isEmpty());
+}
+
+QString OrvixUpgrade::dynamicDisplayText() const {
+    return ui->dynamicInfoLab->isHidden() ? QString() : ui->dynamicInfoLab->text();
 }
 
 void OrvixUpgrade::onStopReverseScreen() {
@@ -602,16 +1056,104 @@ long OrvixUpgrade::deviceExceptionCallBack(tagNotifyExceptionType_ type, tagNoti
 }
 
 void OrvixUpgrade::onDealWithCallbackException(unsigned int type) {
+    CManageAll* library = CManageAll::getInstance();
     switch (type) {
+    case NOTIFY_NO_BITSTREAM:
+        onSetDynamicDisplayInfo(0, 0, 0, false);
+        showNotice(QStringLiteral("error"), tr("Bit stream exception"), tr("No bit stream for a long time"));
+        if (getScreenStatus()) {
+            ZV_LOG(INFO) << "StopScreen: No bit stream for a long time.";
+            onStopScreen();
+        }
+        if (getReverseScreenStatus()) onStopReverseScreen();
+        break;
+    case NOTIFY_SCREEN_CAST_ENDED:
+        onStopScreen();
+        break;
+    case NOTIFY_RECONNECT_FAILED:
+        m_isDisconnectAfterStop = true;
+        m_reverseScreen->setReconnecting(false);
+        showNotice(QStringLiteral("error"), tr("Connection exception with server"), tr("Reconnecting failed"));
+        if (getReverseScreenStatus()) onStopReverseScreen();
+        if (getScreenStatus()) {
+            library->reportOtherClientInfo("ScreenReconnectFail");
+            ZV_LOG(INFO) << "StopScreen: Screen cast reconnection failed.";
+            onStopScreen();
+        }
+        break;
+    case NOTIFY_RECONNECTING:
+        m_reverseScreen->setReconnecting(true);
+        onSetDynamicDisplayInfo(0, 0, 0, false);
+        showNotice(QStringLiteral("warning"), tr("Connection exception with server"), tr("Reconnecting"));
+        break;
+    case NOTIFY_RECONNECTED: {
+        m_reverseScreen->setReconnecting(false);
+        library->reportOtherClientInfo("ScreenReconnectSuccess");
+        CClientConfig& config = Singleton<CClientConfig>::getInstance();
+        if (getScreenStatus()) {
+            library->voiceOn(config.getScreenIsMute() == 1 ? 0 : 1, false);
+            library->reverseCtrlOn(config.getScreenReverse() == 1 ? 1 : 0, m_screenControlType);
+        }
+        if (getReverseScreenStatus()) {
+            library->voiceShareOn(config.getShareVoice() == 1);
+            library->reverseCtrlShareOn(config.getShareReverse() == 1);
+            library->requestShareKeyFrame(false);
+        }
+        break;
+    }
+    case NOTIFY_SHARE_RESTORE_SETTINGS: {
+        CClientConfig& config = Singleton<CClientConfig>::getInstance();
+        library->voiceShareOn(config.getShareVoice() == 1);
+        library->reverseCtrlShareOn(config.getShareReverse() == 1);
+        break;
+    }
+    case NOTIFY_REVERSE_CONTROL_INVALID:
+        showNotice(QStringLiteral("error"), tr("Reverse Control"), tr("Reverse Control Invaild"));
+        break;
+    case NOTIFY_AUTHORIZATION_GRANTED:
+        // The panel's user accepted: the request ends as a success.
+        if (m_screenStatus == CodeScreenRequestStatus || m_screenStatus == KLUFScreenRequestStatus) {
+            emit signalScreenResult(SUCCESS, m_deviceInfo);
+        } else if (m_screenStatus == CodeReverseRequestStatus || m_screenStatus == KLUFReverseRequestStatus) {
+            emit signalReverseScreenResult(SUCCESS, m_deviceInfo);
+        }
+        break;
+    case NOTIFY_AUTHORIZATION_DENIED: {
+        const tagDeviceListUnitInfo_ none{};
+        if (m_screenStatus == CodeScreenRequestStatus || m_screenStatus == KLUFScreenRequestStatus) {
+            emit signalScreenResult(FAIL, none);
+        } else if (m_screenStatus == CodeReverseRequestStatus || m_screenStatus == KLUFReverseRequestStatus) {
+            emit signalReverseScreenResult(FAIL, none);
+        }
+        break;
+    }
+    case NOTIFY_PERIPHERAL_SHARE_REQUEST_FAIL:
+        ZV_LOG(INFO) << " PERIPHERAL_SHARE_REQUEST_FAIL_MSG";
+        break;
+    case NOTIFY_MICROPHONE_STREAM_ERROR:
+        ZV_LOG(INFO) << " MICPHONE_SHARE_STREAM_ERR_MSG";
+        break;
+    case NOTIFY_PERIPHERAL_STREAM_ERROR:
+        ZV_LOG(INFO) << " PERIPHERAL_SHARE_STREAM_ERR_MSG";
+        break;
     case NOTIFY_LIBRARY_FAILED:
         if (m_screenStatus == ConnectedStatus) onStopConnect();
         ZV_LOG(INFO) << " SDK_FAILED_EXCEPTION_MSG";
+        break;
+    case NOTIFY_REVERSE_SCREEN_ENDED:
+        onStopReverseScreen();
+        break;
+    case NOTIFY_NETWORK_STATE:
+        if (m_isNetworkNotice) {
+            showNotice(QStringLiteral("warning"), tr("Net Exception"),
+                       tr("There is no network at present, please check and try again"), false);
+        }
         break;
     case NOTIFY_HEARTBEAT_MISSED:
         if (m_screenStatus == ConnectedStatus) {
             onStopConnect();
         } else if (getScreenStatus() && !m_isNetworkNotice) {
-            CManageAll::getInstance()->reportOtherClientInfo("StopScreenByHeartbeat");
+            library->reportOtherClientInfo("StopScreenByHeartbeat");
             m_isDisconnectAfterStop = true;
             onStopScreen();
         }
@@ -621,7 +1163,6 @@ void OrvixUpgrade::onDealWithCallbackException(unsigned int type) {
                                                   this, kTipTopOffset);
         break;
     default:
-        ZV_LOG(INFO) << " exception " << type << " has no handling in the connect-only session";
         break;
     }
 }
@@ -631,17 +1172,17 @@ void OrvixUpgrade::onDealwithError(unsigned int code) {
     case zv_error::WINDOW_SOURCE_ABNORMAL:
         emit signalWindowAbnormal(WindowScreenSourceAbnormal);
         break;
-    case zv_error::MIRRORING_ABNORMAL_RETRY:
+    case zv_error::MIRRORING_ABNORMAL_RETRY: {
+        tagNotifyExceptionParams_ params{};
         if (!m_isMirroringAbnormal) {
-            tagNotifyExceptionParams_ params{};
+            // The first time the watchdog tries to reconnect, silently.
             exceptionCallBackFun(NOTIFY_MIRRORING_ABNORMAL, &params, this);
             m_isMirroringAbnormal = true;
             return;
-        } else {
-            tagNotifyExceptionParams_ params{};
-            exceptionCallBackFun(NOTIFY_LOGOUT, &params, this);
         }
+        exceptionCallBackFun(NOTIFY_LOGOUT, &params, this);
         break;
+    }
     case zv_error::WINDOW_ABNORMAL_4:
         emit signalWindowAbnormal(WindowScreenMinimized);
         break;
@@ -658,14 +1199,16 @@ void OrvixUpgrade::onDealwithError(unsigned int code) {
 // Library callbacks
 // ---------------------------------------------------------------------------
 
-void OrvixUpgrade::mouseCapCallback(int&, int&, MOUSESTATUS& status, bool& visible) {
-    // The pointer is taken as the capture sees it until remote input drives it.
+void OrvixUpgrade::mouseCapCallback(int& x, int& y, MOUSESTATUS& status, bool& visible) {
     status = MOUSE_STATUS_NORMAL;
     visible = true;
+    int width = 0, height = 0;
+    ScreenControl::getMousePosition(x, y, width, height);
 }
 
-int OrvixUpgrade::screenReverseControl(CtrlMouseInfo_S* info, char pressed, int, int) {
-    if (info != nullptr) ZV_VLOG(1) << " reverse control " << info->strType << " pressed " << static_cast<int>(pressed);
+int OrvixUpgrade::screenReverseControl(CtrlMouseInfo_S* info, char, int, int) {
+    if (info == nullptr) return 0;
+    ScreenControl::linuxReverseControl(info->nX, info->nY, info->strType);
     return 0;
 }
 
@@ -674,11 +1217,6 @@ void OrvixUpgrade::onSetDelayWhenUseTCP(int delayMs) { m_tcpDelayMs = delayMs; }
 void OrvixUpgrade::onHideControlBallTimeout() {
     m_hideControlBallTimer->stop();
     m_controlBall->hide();
-}
-
-int OrvixUpgrade::screenThreadFun() {
-    ZV_LOG(WARNING) << " screen cast requests are not wired in this build";
-    return 0;
 }
 
 int OrvixUpgrade::reverseScreenThreadFun() {

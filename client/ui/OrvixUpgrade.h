@@ -7,17 +7,23 @@
 // connectThreadFun and the other *ThreadFun bodies run on the request
 // threads; deviceExceptionCallBack, mouseCapCallback, screenReverseControl and
 // the discovery notifications run on library threads and only emit signals
-// (or touch the pages' locked code maps).
+// (or touch the pages' locked code maps, or inject input through
+// ScreenControl). The session state is atomic because the request threads,
+// the stop work and the address watcher read and write it too.
 #pragma once
 
 #include <QPoint>
 #include <QString>
 #include <QWidget>
 
+#include <atomic>
+#include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include "casting/Callbacks.h"
 #include "casting/SessionRecords.h"
@@ -29,6 +35,8 @@ class QCloseEvent;
 class QDesktopWidget;
 class QSystemTrayIcon;
 class QTimer;
+class TestExceptionDispatch;
+class TestScreenCast;
 class TestSessionController;
 
 namespace Ui {
@@ -42,13 +50,18 @@ class ConnectThread;
 class DynamicWindow;
 class FileScreenThread;
 class LoadingWidget;
+class ReverseScreen;
+class ScreenChangeWatcher;
 class ScreenPage;
 class ScreenThread;
+class SharePage;
 class StartShareThread;
 
 class OrvixUpgrade : public QWidget {
     Q_OBJECT
     friend class ::TestSessionController;
+    friend class ::TestScreenCast;
+    friend class ::TestExceptionDispatch;
 
 public:
     // Session state values.
@@ -96,12 +109,26 @@ public:
 
     ConnectPage* getConnectPage() const { return m_connectPage; }
     ScreenPage* getScreenPage() const { return m_screenPage; }
+    SharePage* getSharePage() const { return m_sharePage; }
+    // The reverse-screen view; its setters may be called from any thread.
+    ReverseScreen* getReverseScreenWindow() const { return m_reverseScreen; }
+    // The notice last shown by the controller, while it exists.
+    DynamicWindow* getDynamicWindow() const { return m_dynamicWindow; }
+    // The live statistics as the bottom bar shows them (empty when none).
+    QString dynamicDisplayText() const;
     bool isLoadingShown() const;
     int getTitleBtnStatus() const { return m_titleBtnStatus; }
 
     // Request-thread bodies. connectThreadFun returns 1 once logged in.
     int connectThreadFun();
     int screenThreadFun();
+    // Measures the PC's monitors and tells the casting library.
+    void getAllScreenResolution();
+    // Applies the stored sound and reverse-control choices to a new cast.
+    void screenConfigStatus();
+    // Bodies of the two watcher threads that run while a cast runs.
+    void checkSysIPAddrChange();
+    void cheakCpuAndMemUsage();
     int reverseScreenThreadFun();
     int fileScreenThreadFun();
 
@@ -118,6 +145,17 @@ public:
 
 signals:
     void signalConnectResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
+    void signalScreenResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
+    void signalReverseScreenResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
+    void signalVoiceScreenRequestResult(bool on);
+    void signalScreenReverseRequestResult(bool on);
+    void signalPPTFullScreen(bool fullScreen);
+    void signalSetDynamicDisplayInfo(int bitRateKbps, int frameRate, int delayMs, bool loss);
+    void signalRealScreenResolution(int width, int height);
+    void signalSwitchNextPicture();
+    void signalSwitchLastPicture();
+    void signalPeripheralShareStopCallbackMsg(unsigned int type, QString reason);
+    void signalPeripheralRestartMsg(QString reason);
     void signalCheckVersionResult(bool ok, VersionInfo& info);
     void signalMainErrorCode(unsigned int code);
     void signalCallbackException(unsigned int type);
@@ -133,7 +171,15 @@ public slots:
     void onCheckVersion(bool ok, VersionInfo& info);
     void onStopConnect();
     void onLogout();
+    void onStartCodeScreen(const QString& code);
+    void onScreenRequestResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
     void onStopScreen();
+    void onPauseScreen(bool pause);
+    void onScreenVoiceRequest(bool close);
+    void onScreenReverseRequest(bool on);
+    void onRestartMirroring();
+    // Casts to a panel picked by its address (the discovery path).
+    void onStartKLUFScreen(const DeviceShowInfo& info);
     void onStopReverseScreen();
     void onDealWithCallbackException(unsigned int type);
     void onDealwithError(unsigned int code);
@@ -142,6 +188,13 @@ public slots:
     // page), then open the window selection.
     void onDealWithWindowScreen(const QString& code);
     void onSetDelayWhenUseTCP(int delayMs);
+    // Live statistics of the cast for the bottom bar; all zero clears them.
+    void onSetDynamicDisplayInfo(int bitRateKbps, int frameRate, int delayMs, bool loss);
+    void onVoiceScreenRequestResult(bool on);
+    void onScreenReverseRequestResult(bool on);
+    void onRealScreenResolution(int width, int height);
+    // A window chosen on the screen page for window casting.
+    void onWindowInfo(unsigned long window, bool flag, unsigned int value);
     void onHideControlBallTimeout();
     void onShowLoading(bool show);
 
@@ -163,11 +216,22 @@ private:
     void clearSessionRecords();
     void notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation);
     void stopRequestThreads(bool all);
-    void showNotice(const QString& icon, const QString& title, const QString& text);
+    void showNotice(const QString& icon, const QString& title, const QString& text, bool titleShown = true);
+    void startHardwareProbe();
+    // Hands a file to the file pages; false when they cannot show it.
+    bool showFileScreenPages(const QString& path);
+    void startWatchers();
+    void stopWatchers();
+    // Wraps work for mirk_async::ASYNC so that the destructor can wait for
+    // it: such work uses this window until its last line.
+    std::function<void()> trackedWork(std::function<void()> work);
 
     Ui::OrvixUpgrade* ui = nullptr;
     ConnectPage* m_connectPage = nullptr;
     ScreenPage* m_screenPage = nullptr;
+    SharePage* m_sharePage = nullptr;
+    ReverseScreen* m_reverseScreen = nullptr;
+    ScreenChangeWatcher* m_screenChangeWatcher = nullptr;
     LoadingWidget* m_loading = nullptr;
     QSystemTrayIcon* m_trayIcon = nullptr;
     ControlBall* m_controlBall = nullptr;
@@ -183,7 +247,7 @@ private:
 
     // Session. The request threads read and write these without a lock while
     // a request runs; the GUI thread does not touch them meanwhile.
-    unsigned m_screenStatus = NormalStatus;
+    std::atomic<unsigned> m_screenStatus{NormalStatus};
     tagDeviceListUnitInfo_ m_deviceInfo{};          // the connected panel
     tagWindowScreenInfo_ m_windowScreenInfo{};      // the window being cast, 0: whole screen
     tagCodeServerInfo_ m_codeServerInfo{};          // passcode server for 4-character codes
@@ -202,6 +266,27 @@ private:
     bool m_isPauseScreen = false;
     bool m_isMirroringAbnormal = false;  // the first 0xF320200A of a session was seen
     bool m_isNetworkNotice = false;      // switch for the network-lost notice; off in this build
+    std::atomic<bool> m_isStopAccepted{true};  // clear while a stop is under way
+    std::atomic<int> m_runningWorks{0};        // asynchronous works that use this window
+    QString m_strFilePath;                     // the file of a file cast
+    ScreenControlType m_screenControlType = SCREEN_CONTROL_TOUCH;
+    DeviceShowInfo m_restartDevice;            // the panel a cast restarts to
+
+    // The hardware encoder probe, run once at start-up.
+    std::mutex m_hwInitMutex;
+    std::condition_variable m_hwInitCond;
+    bool m_isHWInitFinished = false;
+    std::thread m_hwProbeThread;
+
+    // Watchers that run while a cast runs.
+    std::thread m_checkIpThread;
+    std::mutex m_checkIpMutex;
+    std::condition_variable m_checkIpCond;
+    std::atomic<bool> m_isCheckIpRunning{false};
+    std::thread m_cpuMemThread;
+    std::mutex m_cpuMemMutex;
+    std::condition_variable m_cpuMemCond;
+    std::atomic<bool> m_isCpuMemRunning{false};
     int m_titleBtnStatus = TitleConnectPage;
     int m_tcpDelayMs = 0;
 

@@ -105,6 +105,10 @@ void PanelService::onHello(zv::MessageChannel* channel, const QCborMap& message)
         return;
     }
     if (hello->resume) {
+        if (m_removedTokens.contains(*hello->resume)) {
+            refuse(channel, zv::reason::kLogOutByServer, QStringLiteral("removed by the panel"));
+            return;
+        }
         for (Session& session : m_sessions) {
             if (session.resumeToken == *hello->resume) {
                 ZV_LOG(INFO) << " client " << session.info.id << " resumes from " << channel->peerName().toStdString();
@@ -226,6 +230,9 @@ void PanelService::sweepAway() {
         }
     }
     for (qint64 id : expired) endSession(id, QStringLiteral("link lost"), false);
+    for (auto it = m_removedTokens.begin(); it != m_removedTokens.end();) {
+        it = it->elapsed() >= kResumeWindowMs ? m_removedTokens.erase(it) : std::next(it);
+    }
 }
 
 void PanelService::onSessionMessage(qint64 id, const QCborMap& message) {
@@ -268,6 +275,7 @@ void PanelService::endSession(qint64 id, const QString& reason, bool byeToClient
     if (it == m_sessions.end()) return;
     Session session = *it;
     m_sessions.erase(it);
+    if (byeToClient) m_removedTokens[session.resumeToken].start();
     if (session.channel != nullptr) {
         disconnect(session.channel, nullptr, this, nullptr);
         if (byeToClient) session.channel->send(zv::buildBye({zv::reason::kLogOutByServer}));

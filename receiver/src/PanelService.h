@@ -101,6 +101,9 @@ private:
     zv::TlsServer* m_server;
     zv::RateLimiter m_limiter;
     QMap<qint64, Session> m_sessions;
+    // Resume tokens of removed clients: a PC that lost its link while being
+    // removed must hear so when it comes back, not get its session again.
+    QHash<QString, QElapsedTimer> m_removedTokens;
     qint64 m_nextId = 1;
     QTimer* m_sweep;
 };

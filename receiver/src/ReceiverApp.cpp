@@ -21,6 +21,7 @@
 #include "casting/McUtil.h"
 #include "discovery/AvahiRuntime.h"
 #include "discovery/PanelAnnouncer.h"
+#include "media/GstInit.h"
 #include "media/VideoView.h"
 #include "passcode/PasscodeClient.h"
 #include "passcode/PasscodeService.h"
@@ -59,6 +60,11 @@ ReceiverApp::~ReceiverApp() {
 }
 
 bool ReceiverApp::start(QString* error) {
+    // GStreamer's first start scans its plug-ins; done now, "ready" means
+    // ready to receive, and no cast stalls the main thread (and heartbeats).
+    const std::string mediaError = zv::media::ensureGstInitialized();
+    if (!mediaError.empty()) ZV_LOG(ERROR) << " no media engine, casts will be refused: " << mediaError;
+
     const QString identityFolder =
         QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/zelvanor/receiver");
     QString identityError;

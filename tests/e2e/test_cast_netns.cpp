@@ -18,6 +18,7 @@
 
 #include "NetnsPair.h"
 #include "Process.h"
+#include "StatusLines.h"
 #include "XvfbSession.h"
 
 namespace {
@@ -25,16 +26,8 @@ namespace {
 using namespace std::chrono_literals;
 using zvtest::ChildProcess;
 
-QJsonObject json(const std::string& line) { return QJsonDocument::fromJson(QByteArray::fromStdString(line)).object(); }
-
-std::function<bool(const std::string&)> event(const std::string& name, const char* field = nullptr,
-                                              const QJsonValue& value = QJsonValue()) {
-    return [name, field, value](const std::string& line) {
-        const QJsonObject o = json(line);
-        if (o.value(QLatin1String("event")).toString().toStdString() != name) return false;
-        return field == nullptr || o.value(QLatin1String(field)) == value;
-    };
-}
+using zvtest::jsonLine;
+using zvtest::statusEvent;
 
 // Four blocks in the screen's quarters: red, green, blue, white.
 const QColor kBlocks[4] = {Qt::red, Qt::green, Qt::blue, Qt::white};
@@ -84,7 +77,7 @@ protected:
         argv.insert(argv.end(), extra.begin(), extra.end());
         receiver = std::make_unique<ChildProcess>(on(net.a, "panel", argv), ChildProcess::Output::Capture,
                                                   ChildProcess::Input::Pipe);
-        ASSERT_FALSE(receiver->waitForLine(event("ready"), 20s).empty());
+        ASSERT_FALSE(receiver->waitForLine(statusEvent("ready"), 20s).empty());
     }
     std::unique_ptr<ChildProcess> startCast(const std::string& protocol, const std::vector<std::string>& extra = {}) {
         std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-cli"), "cast", "--address", net.addressA,
@@ -97,13 +90,13 @@ protected:
     QImage snapshot() {
         const std::string path = root + "/snap-" + std::to_string(++snapshots) + ".png";
         receiver->writeLine("{\"cmd\":\"snapshot\",\"path\":\"" + path + "\"}");
-        const QJsonObject answer = json(receiver->waitForLine(event("snapshot"), 5s));
+        const QJsonObject answer = jsonLine(receiver->waitForLine(statusEvent("snapshot"), 5s));
         return answer.value("saved").toBool() ? QImage(QString::fromStdString(path)) : QImage();
     }
     // Waits until the receiver has decoded at least count pictures.
     bool decodedAtLeast(qint64 count, std::chrono::milliseconds timeout) {
         return !receiver->waitForLine([count](const std::string& line) {
-                              const QJsonObject o = json(line);
+                              const QJsonObject o = jsonLine(line);
                               return o.value("event") == "cast-stats" && static_cast<qint64>(o.value("framesDecoded").toDouble()) >= count;
                           }, timeout).empty();
     }
@@ -120,8 +113,8 @@ TEST_F(CastNetns, EachTransportCarriesTheScreenAndTheColoursArrive) {
     for (const char* protocol : {"udp", "tcp", "brx"}) {
         SCOPED_TRACE(protocol);
         auto cast = startCast(protocol);
-        ASSERT_FALSE(cast->waitForLine(event("cast", "result", "started"), 15s).empty());
-        ASSERT_FALSE(receiver->waitForLine(event("cast-started", "transport", protocol), 5s).empty());
+        ASSERT_FALSE(cast->waitForLine(statusEvent("cast", "result", "started"), 15s).empty());
+        ASSERT_FALSE(receiver->waitForLine(statusEvent("cast-started", "transport", protocol), 5s).empty());
         ASSERT_TRUE(decodedAtLeast(1, 15s)) << "no picture decoded";
 
         const QImage picture = snapshot();
@@ -133,7 +126,7 @@ TEST_F(CastNetns, EachTransportCarriesTheScreenAndTheColoursArrive) {
                 << "block " << i << " arrived as " << picture.pixelColor(centre).name().toStdString();
         }
         cast->writeLine("stop");
-        EXPECT_FALSE(receiver->waitForLine(event("cast-stopped"), 10s).empty());
+        EXPECT_FALSE(receiver->waitForLine(statusEvent("cast-stopped"), 10s).empty());
         EXPECT_TRUE(cast->waitFinished(10s));
         EXPECT_EQ(cast->exitCode(), 0);
     }
@@ -142,34 +135,34 @@ TEST_F(CastNetns, EachTransportCarriesTheScreenAndTheColoursArrive) {
 TEST_F(CastNetns, PauseSoundAndTouchBackAreSteeredFromBothSides) {
     startReceiver();
     auto cast = startCast("udp");
-    ASSERT_FALSE(cast->waitForLine(event("cast", "result", "started"), 15s).empty());
+    ASSERT_FALSE(cast->waitForLine(statusEvent("cast", "result", "started"), 15s).empty());
     ASSERT_TRUE(decodedAtLeast(1, 15s));
 
     cast->writeLine("pause");
-    EXPECT_FALSE(receiver->waitForLine(event("cast-paused", "paused", true), 5s).empty());
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("cast-paused", "paused", true), 5s).empty());
     cast->writeLine("resume");
-    EXPECT_FALSE(receiver->waitForLine(event("cast-paused", "paused", false), 5s).empty());
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("cast-paused", "paused", false), 5s).empty());
 
     cast->writeLine("voice off");
-    EXPECT_FALSE(cast->waitForLine(event("exception", "type", 32783), 5s).empty()) << "sound off not confirmed";
+    EXPECT_FALSE(cast->waitForLine(statusEvent("exception", "type", 32783), 5s).empty()) << "sound off not confirmed";
     cast->writeLine("voice on");
-    EXPECT_FALSE(cast->waitForLine(event("exception", "type", 32782), 5s).empty()) << "sound on not confirmed";
+    EXPECT_FALSE(cast->waitForLine(statusEvent("exception", "type", 32782), 5s).empty()) << "sound on not confirmed";
 
     // Touches reach the PC only once control is granted.
     receiver->writeLine("{\"cmd\":\"touch\",\"type\":\"touchDown\",\"x\":1000,\"y\":2000}");
     cast->writeLine("control on");
-    const QJsonObject granted = json(cast->waitForLine(event("exception", "type", 32784), 5s));
+    const QJsonObject granted = jsonLine(cast->waitForLine(statusEvent("exception", "type", 32784), 5s));
     EXPECT_EQ(granted.value("result").toInt(), 1);
-    ASSERT_FALSE(receiver->waitForLine(event("control", "granted", true), 5s).empty());
+    ASSERT_FALSE(receiver->waitForLine(statusEvent("control", "granted", true), 5s).empty());
     receiver->writeLine("{\"cmd\":\"touch\",\"type\":\"touchMove\",\"x\":32768,\"y\":65535}");
-    const QJsonObject touch = json(cast->waitForLine(event("touch"), 5s));
+    const QJsonObject touch = jsonLine(cast->waitForLine(statusEvent("touch"), 5s));
     EXPECT_EQ(touch.value("type").toString(), QStringLiteral("touchMove")) << "the early touch must not arrive";
     EXPECT_EQ(touch.value("x").toInt(), 32768);
     EXPECT_EQ(touch.value("y").toInt(), 65535);
 
     // The panel ends the cast: the PC hears 32792 and stops.
     receiver->writeLine("{\"cmd\":\"stop-cast\"}");
-    EXPECT_FALSE(cast->waitForLine(event("exception", "type", 32792), 5s).empty());
+    EXPECT_FALSE(cast->waitForLine(statusEvent("exception", "type", 32792), 5s).empty());
     EXPECT_TRUE(cast->waitFinished(10s));
 }
 
@@ -178,21 +171,21 @@ TEST_F(CastNetns, ACastSurvivesACutLinkThroughTheWatchdog) {
     for (const char* protocol : {"udp", "brx"}) {
         SCOPED_TRACE(protocol);
         auto cast = startCast(protocol, {"--reconnect"});
-        ASSERT_FALSE(cast->waitForLine(event("cast", "result", "started"), 15s).empty());
+        ASSERT_FALSE(cast->waitForLine(statusEvent("cast", "result", "started"), 15s).empty());
         ASSERT_TRUE(decodedAtLeast(1, 15s));
 
         // Long enough for the control link to be given up and for SRT to drop its peer.
         ASSERT_TRUE(net.setLinkUp(false));
-        ASSERT_FALSE(cast->waitForLine(event("exception", "type", 32802), 15s).empty()) << "no reconnecting";
+        ASSERT_FALSE(cast->waitForLine(statusEvent("exception", "type", 32802), 15s).empty()) << "no reconnecting";
         std::this_thread::sleep_for(7s);  // the outage itself, not a wait for a result
         ASSERT_TRUE(net.setLinkUp(true));
-        ASSERT_FALSE(cast->waitForLine(event("exception", "type", 32803), 40s).empty()) << "not reconnected";
+        ASSERT_FALSE(cast->waitForLine(statusEvent("exception", "type", 32803), 40s).empty()) << "not reconnected";
 
         // Pictures arrive again: after what the receiver said so far, a second with decoded pictures.
         receiver->waitForLine([](const std::string&) { return false; }, 1s);
         paintBlocks(x.connection());  // a change, so the sender has something new to send
         EXPECT_FALSE(receiver->waitForLine([](const std::string& line) {
-                                  const QJsonObject o = json(line);
+                                  const QJsonObject o = jsonLine(line);
                                   return o.value("event") == "cast-stats" && o.value("fps").toInt() > 0;
                               }, 20s).empty())
             << "no picture after the link came back";
@@ -204,22 +197,22 @@ TEST_F(CastNetns, ACastSurvivesACutLinkThroughTheWatchdog) {
 TEST_F(CastNetns, APanelThatAsksItsUserAnswersWaitThenTheVerdict) {
     startReceiver({"--require-approval"});
     auto cast = startCast("tcp");
-    ASSERT_FALSE(cast->waitForLine(event("cast", "result", "waiting"), 15s).empty());
-    const QJsonObject asked = json(receiver->waitForLine(event("approval-needed"), 5s));
+    ASSERT_FALSE(cast->waitForLine(statusEvent("cast", "result", "waiting"), 15s).empty());
+    const QJsonObject asked = jsonLine(receiver->waitForLine(statusEvent("approval-needed"), 5s));
     ASSERT_FALSE(asked.isEmpty());
     receiver->writeLine("{\"cmd\":\"approve\",\"client\":" + std::to_string(asked.value("client").toInt()) +
                         ",\"approved\":true}");
-    EXPECT_FALSE(cast->waitForLine(event("exception", "type", 32810), 10s).empty());
+    EXPECT_FALSE(cast->waitForLine(statusEvent("exception", "type", 32810), 10s).empty());
     EXPECT_TRUE(decodedAtLeast(1, 15s));
     cast->writeLine("stop");
     EXPECT_TRUE(cast->waitFinished(10s));
 
     auto denied = startCast("tcp");
-    ASSERT_FALSE(denied->waitForLine(event("cast", "result", "waiting"), 15s).empty());
-    const QJsonObject again = json(receiver->waitForLine(event("approval-needed"), 5s));
+    ASSERT_FALSE(denied->waitForLine(statusEvent("cast", "result", "waiting"), 15s).empty());
+    const QJsonObject again = jsonLine(receiver->waitForLine(statusEvent("approval-needed"), 5s));
     receiver->writeLine("{\"cmd\":\"approve\",\"client\":" + std::to_string(again.value("client").toInt()) +
                         ",\"approved\":false}");
-    EXPECT_FALSE(denied->waitForLine(event("exception", "type", 32811), 10s).empty());
+    EXPECT_FALSE(denied->waitForLine(statusEvent("exception", "type", 32811), 10s).empty());
     EXPECT_TRUE(denied->waitFinished(10s));
 }
 

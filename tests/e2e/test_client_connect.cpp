@@ -24,6 +24,7 @@
 #include <string>
 
 #include "NetnsPair.h"
+#include "StatusLines.h"
 #include "Process.h"
 #include "ui/ContentWidget/ConnectPage.h"
 #include "ui/OrvixUpgrade.h"
@@ -41,22 +42,8 @@ zvtest::NetnsPair* g_net = nullptr;
 std::string g_skipReason;
 std::string g_root;
 
-QJsonObject json(const std::string& line) { return QJsonDocument::fromJson(QByteArray::fromStdString(line)).object(); }
-
-std::function<bool(const std::string&)> receiverEvent(const char* name) {
-    return [name](const std::string& line) { return json(line).value(QLatin1String("event")).toString() == QLatin1String(name); };
-}
-
-// Enters the network namespace of a test host for this (still single-threaded)
-// process, so every thread made later lives there too.
-bool enterNamespace(const std::string& name) {
-    const std::string path = "/var/run/netns/" + name;
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
-    const bool entered = setns(fd, CLONE_NEWNET) == 0;
-    close(fd);
-    return entered;
-}
+using zvtest::jsonLine;
+std::function<bool(const std::string&)> receiverEvent(const char* name) { return zvtest::statusEvent(name); }
 
 void screenshot(QWidget* window, const char* name) {
     const char* folder = std::getenv("ZV_SCREENSHOT_DIR");
@@ -116,7 +103,7 @@ void TestClientConnect::startReceiver() {
                                          zvtest::builtProgram("zelvanor-receiver"), "--headless", "--no-discovery",
                                          "--name", "Room E2E"}),
         ChildProcess::Output::Capture, ChildProcess::Input::Pipe);
-    const QJsonObject ready = json(m_receiver->waitForLine(receiverEvent("ready"), 20s));
+    const QJsonObject ready = jsonLine(m_receiver->waitForLine(receiverEvent("ready"), 20s));
     QCOMPARE(ready.value(QLatin1String("port")).toInt(), 47800);
     QCOMPARE(ready.value(QLatin1String("address")).toString().toStdString(), g_net->addressA);
     m_code = ready.value(QLatin1String("code")).toString().toStdString();
@@ -124,7 +111,7 @@ void TestClientConnect::startReceiver() {
 
 // A finished session retires the panel's code; the receiver announces the next.
 std::string TestClientConnect::nextCode() {
-    return json(m_receiver->waitForLine(receiverEvent("code"), 10s)).value(QLatin1String("code")).toString().toStdString();
+    return jsonLine(m_receiver->waitForLine(receiverEvent("code"), 10s)).value(QLatin1String("code")).toString().toStdString();
 }
 
 bool TestClientConnect::typeCodeAndStart(const QString& code) {
@@ -156,7 +143,7 @@ void TestClientConnect::typedCodeConnectsAndDisconnectReturnsBothSidesToIdle() {
     QVERIFY(name->isVisible());
     QVERIFY(badge->isVisible());
     QVERIFY(badge->x() > name->geometry().center().x());
-    const QJsonObject joined = json(m_receiver->waitForLine(receiverEvent("client-joined"), 10s));
+    const QJsonObject joined = jsonLine(m_receiver->waitForLine(receiverEvent("client-joined"), 10s));
     QVERIFY2(!joined.isEmpty(), "the receiver did not list the client");
     QCOMPARE(joined.value(QLatin1String("address")).toString().toStdString(), g_net->addressB);
     screenshot(m_window.get(), "connect-connected");
@@ -165,7 +152,7 @@ void TestClientConnect::typedCodeConnectsAndDisconnectReturnsBothSidesToIdle() {
     QCOMPARE(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus));
     QVERIFY(page->getConnectCodeEdit()->isVisible());
     QVERIFY(!badge->isVisible());
-    const QJsonObject left = json(m_receiver->waitForLine(receiverEvent("client-left"), 10s));
+    const QJsonObject left = jsonLine(m_receiver->waitForLine(receiverEvent("client-left"), 10s));
     QVERIFY2(!left.isEmpty(), "the receiver still lists the client");
     QCOMPARE(left.value(QLatin1String("client")), joined.value(QLatin1String("client")));
     m_code = nextCode();
@@ -176,7 +163,7 @@ void TestClientConnect::removedByThePanelTheClientReturnsToIdleWithATip() {
     QVERIFY(typeCodeAndStart(QString::fromStdString(m_code)));
     QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus),
                               20000);
-    const QJsonObject joined = json(m_receiver->waitForLine(receiverEvent("client-joined"), 10s));
+    const QJsonObject joined = jsonLine(m_receiver->waitForLine(receiverEvent("client-joined"), 10s));
     QVERIFY(!joined.isEmpty());
 
     m_receiver->writeLine("{\"cmd\":\"remove\",\"client\":" +
@@ -218,7 +205,7 @@ int main(int argc, char* argv[]) {
         net = std::make_unique<zvtest::NetnsPair>();
         if (!net->ready()) {
             g_skipReason = "no test hosts: " + net->error();
-        } else if (!enterNamespace(net->b)) {
+        } else if (!zvtest::NetnsPair::enter(net->b)) {
             g_skipReason = "cannot enter the client's test host";
         }
         g_net = net.get();

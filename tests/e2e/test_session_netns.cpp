@@ -13,28 +13,16 @@
 
 #include "NetnsPair.h"
 #include "Process.h"
+#include "StatusLines.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using zvtest::ChildProcess;
 
-QJsonObject json(const std::string& line) {
-    return QJsonDocument::fromJson(QByteArray::fromStdString(line)).object();
-}
-std::string text(const QJsonObject& object, const char* key) {
-    return object.value(QLatin1String(key)).toString().toStdString();
-}
-
-// A line whose "event" is event (and, if given, whose field has that value).
-std::function<bool(const std::string&)> event(const std::string& name, const char* field = nullptr,
-                                              const QJsonValue& value = QJsonValue()) {
-    return [name, field, value](const std::string& line) {
-        const QJsonObject o = json(line);
-        if (text(o, "event") != name) return false;
-        return field == nullptr || o.value(QLatin1String(field)) == value;
-    };
-}
+using zvtest::jsonLine;
+using zvtest::textField;
+using zvtest::statusEvent;
 
 class SessionNetns : public ::testing::Test {
 protected:
@@ -65,9 +53,9 @@ protected:
         argv.insert(argv.end(), extra.begin(), extra.end());
         auto receiver = std::make_unique<ChildProcess>(on(net.a, home, argv), ChildProcess::Output::Capture,
                                                        ChildProcess::Input::Pipe);
-        const std::string line = receiver->waitForLine(event("ready"), 20s);
+        const std::string line = receiver->waitForLine(statusEvent("ready"), 20s);
         EXPECT_FALSE(line.empty()) << "the receiver did not get ready";
-        *ready = json(line);
+        *ready = jsonLine(line);
         return receiver;
     }
 
@@ -85,7 +73,7 @@ protected:
         std::vector<std::string> lines;
         EXPECT_EQ(cli(args, &lines), 1);
         for (const std::string& line : lines) {
-            if (text(json(line), "event") == "error") return text(json(line), "code");
+            if (textField(jsonLine(line), "event") == "error") return textField(jsonLine(line), "code");
         }
         return "no error line";
     }
@@ -97,55 +85,55 @@ protected:
 TEST_F(SessionNetns, LogInByCodeByPasscodeAndFromTheDiscoveryList) {
     QJsonObject ready;
     auto receiver = startReceiver({"--name", "Room A", "--passcode-service", "0"}, &ready);
-    ASSERT_EQ(text(ready, "address"), net.addressA);
-    const std::string code = text(ready, "code");
+    ASSERT_EQ(textField(ready, "address"), net.addressA);
+    const std::string code = textField(ready, "code");
     ASSERT_EQ(code.size(), 8u);
 
     std::vector<std::string> lines;
     ASSERT_EQ(cli({"login", "--code", code}, &lines), 0);
-    const QJsonObject login = json(lines.front());
-    EXPECT_EQ(text(login, "event"), "login");
-    EXPECT_EQ(text(login, "name"), "Room A");
-    EXPECT_EQ(text(login, "key"), text(ready, "key"));
-    EXPECT_FALSE(receiver->waitForLine(event("client-joined"), 5s).empty());
-    EXPECT_FALSE(receiver->waitForLine(event("client-left", "reason", "logged out"), 5s).empty());
+    const QJsonObject login = jsonLine(lines.front());
+    EXPECT_EQ(textField(login, "event"), "login");
+    EXPECT_EQ(textField(login, "name"), "Room A");
+    EXPECT_EQ(textField(login, "key"), textField(ready, "key"));
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("client-joined"), 5s).empty());
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("client-left", "reason", "logged out"), 5s).empty());
     // A finished session retires the code: it no longer opens the panel.
-    const std::string next = text(json(receiver->waitForLine(event("code"), 5s)), "code");
+    const std::string next = textField(jsonLine(receiver->waitForLine(statusEvent("code"), 5s)), "code");
     EXPECT_NE(next, code);
     EXPECT_EQ(cliError({"login", "--code", code}), "0xF3201000");
 
     // The 4-character passcode, through the passcode service the receiver runs.
-    std::string passcode = text(ready, "passcode");
-    if (passcode.empty()) passcode = text(json(receiver->waitForLine(event("passcode"), 10s)), "passcode");
+    std::string passcode = textField(ready, "passcode");
+    if (passcode.empty()) passcode = textField(jsonLine(receiver->waitForLine(statusEvent("passcode"), 10s)), "passcode");
     const std::string service = net.addressA + ":" + std::to_string(ready.value("passcodeServicePort").toInt());
     ASSERT_EQ(cli({"login", "--code", passcode, "--passcode-server", service}, &lines), 0);
-    EXPECT_EQ(text(json(lines.front()), "name"), "Room A");
+    EXPECT_EQ(textField(jsonLine(lines.front()), "name"), "Room A");
 
     // Picked from the panels discovery finds.
     ASSERT_EQ(cli({"discover", "--seconds", "4"}, &lines), 0);
     QJsonObject found;
     for (const std::string& line : lines) {
-        if (text(json(line), "key") == text(ready, "key")) found = json(line);
+        if (textField(jsonLine(line), "key") == textField(ready, "key")) found = jsonLine(line);
     }
     ASSERT_FALSE(found.isEmpty()) << "discovery did not find the receiver";
-    EXPECT_EQ(text(found, "address"), net.addressA);
-    EXPECT_EQ(text(found, "name"), "Room A");
-    const std::string address = text(found, "address") + ":" + std::to_string(found.value("port").toInt());
-    ASSERT_EQ(cli({"login", "--address", address, "--key", text(found, "key")}, &lines), 0);
-    EXPECT_EQ(text(json(lines.front()), "name"), "Room A");
+    EXPECT_EQ(textField(found, "address"), net.addressA);
+    EXPECT_EQ(textField(found, "name"), "Room A");
+    const std::string address = textField(found, "address") + ":" + std::to_string(found.value("port").toInt());
+    ASSERT_EQ(cli({"login", "--address", address, "--key", textField(found, "key")}, &lines), 0);
+    EXPECT_EQ(textField(jsonLine(lines.front()), "name"), "Room A");
 }
 
 TEST_F(SessionNetns, EachWayOfMissingThePanelHasItsOwnError) {
     QJsonObject ready;
     auto receiver = startReceiver({"--passcode-service", "0", "--no-discovery"}, &ready);
-    const std::string code = text(ready, "code");
+    const std::string code = textField(ready, "code");
     const std::string service = net.addressA + ":" + std::to_string(ready.value("passcodeServicePort").toInt());
 
     // The panel's address with another secret: the panel refuses it.
     std::string wrong = code;
     wrong.back() = wrong.back() == '7' ? '8' : '7';
     EXPECT_EQ(cliError({"login", "--code", wrong}), "0xF3201000");
-    EXPECT_FALSE(receiver->waitForLine(event("refused", "reason", "wrongCode"), 5s).empty());
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("refused", "reason", "wrongCode"), 5s).empty());
     // Not a code at all, and a short code nobody announces.
     EXPECT_EQ(cliError({"login", "--code", "AB*D5"}), "0xF3201000");
     EXPECT_EQ(cliError({"login", "--code", "QQQQQ"}), "0xF3201000");
@@ -163,45 +151,45 @@ TEST_F(SessionNetns, EachWayOfMissingThePanelHasItsOwnError) {
     // Guessing codes is slowed down: after five wrong ones the panel refuses unchecked.
     for (int i = 0; i < 5; ++i) cliError({"login", "--code", wrong});
     EXPECT_EQ(cliError({"login", "--code", code}), "0xF3201000") << "a locked-out source must not get in";
-    EXPECT_FALSE(receiver->waitForLine(event("refused", "reason", "rateLimited"), 5s).empty());
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("refused", "reason", "rateLimited"), 5s).empty());
 }
 
 TEST_F(SessionNetns, RemovedByThePanelTheClientHearsLogOutByServer) {
     QJsonObject ready;
     auto receiver = startReceiver({"--no-discovery"}, &ready);
-    ChildProcess client(on(net.b, "pc", {zvtest::builtProgram("zelvanor-cli"), "login", "--code", text(ready, "code"),
+    ChildProcess client(on(net.b, "pc", {zvtest::builtProgram("zelvanor-cli"), "login", "--code", textField(ready, "code"),
                                          "--hold", "60"}),
                         ChildProcess::Output::Capture);
-    ASSERT_FALSE(client.waitForLine(event("login"), 10s).empty());
-    const QJsonObject joined = json(receiver->waitForLine(event("client-joined"), 5s));
+    ASSERT_FALSE(client.waitForLine(statusEvent("login"), 10s).empty());
+    const QJsonObject joined = jsonLine(receiver->waitForLine(statusEvent("client-joined"), 5s));
     ASSERT_FALSE(joined.isEmpty());
 
     receiver->writeLine("{\"cmd\":\"remove\",\"client\":" + std::to_string(joined.value("client").toInt()) + "}");
-    const QJsonObject logout = json(client.waitForLine(event("exception", "type", 32793), 5s));
-    EXPECT_EQ(text(logout, "reason"), "logOutByServer");
+    const QJsonObject logout = jsonLine(client.waitForLine(statusEvent("exception", "type", 32793), 5s));
+    EXPECT_EQ(textField(logout, "reason"), "logOutByServer");
     EXPECT_TRUE(client.waitFinished(5s));
-    EXPECT_FALSE(receiver->waitForLine(event("client-left", "reason", "removed"), 5s).empty());
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("client-left", "reason", "removed"), 5s).empty());
 }
 
 TEST_F(SessionNetns, ACutLinkIsSeenAsMissedHeartbeatsAndTheWatchdogReconnects) {
     QJsonObject ready;
     auto receiver = startReceiver({"--no-discovery"}, &ready);
-    ChildProcess client(on(net.b, "pc", {zvtest::builtProgram("zelvanor-cli"), "login", "--code", text(ready, "code"),
+    ChildProcess client(on(net.b, "pc", {zvtest::builtProgram("zelvanor-cli"), "login", "--code", textField(ready, "code"),
                                          "--hold", "90", "--reconnect"}),
                         ChildProcess::Output::Capture);
-    ASSERT_FALSE(client.waitForLine(event("login"), 10s).empty());
+    ASSERT_FALSE(client.waitForLine(statusEvent("login"), 10s).empty());
 
     ASSERT_TRUE(net.setLinkUp(false));
-    const QJsonObject missed = json(client.waitForLine(event("exception", "type", 32829), 10s));
+    const QJsonObject missed = jsonLine(client.waitForLine(statusEvent("exception", "type", 32829), 10s));
     ASSERT_FALSE(missed.isEmpty()) << "no missed-heartbeat event";
     EXPECT_GE(missed.value("subCode").toInt(), 2);
-    EXPECT_FALSE(client.waitForLine(event("exception", "type", 32802), 10s).empty()) << "no reconnecting event";
+    EXPECT_FALSE(client.waitForLine(statusEvent("exception", "type", 32802), 10s).empty()) << "no reconnecting event";
 
     ASSERT_TRUE(net.setLinkUp(true));
-    EXPECT_FALSE(client.waitForLine(event("exception", "type", 32803), 30s).empty()) << "not reconnected";
-    EXPECT_FALSE(receiver->waitForLine(event("client-resumed"), 5s).empty());
+    EXPECT_FALSE(client.waitForLine(statusEvent("exception", "type", 32803), 30s).empty()) << "not reconnected";
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("client-resumed"), 5s).empty());
     EXPECT_TRUE(client.lines().end() ==
-                std::find_if(client.lines().begin(), client.lines().end(), event("exception", "type", 32801)));
+                std::find_if(client.lines().begin(), client.lines().end(), statusEvent("exception", "type", 32801)));
 }
 
 }  // namespace

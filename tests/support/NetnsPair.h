@@ -3,6 +3,8 @@
 // mDNS. Needs root; removed again on destruction.
 #pragma once
 
+#include <fcntl.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -68,6 +70,16 @@ public:
     static std::vector<std::string> in(const std::string& ns, std::vector<std::string> argv) {
         argv.insert(argv.begin(), {"ip", "netns", "exec", ns});
         return argv;
+    }
+    // Moves this (still single-threaded) process into namespace ns, so every
+    // thread made later lives there too.
+    static bool enter(const std::string& ns) {
+        const std::string path = "/var/run/netns/" + ns;
+        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) return false;
+        const bool entered = setns(fd, CLONE_NEWNET) == 0;
+        close(fd);
+        return entered;
     }
     // Cuts or restores the link, as a pulled cable does (no packets, no resets).
     bool setLinkUp(bool up) const {

@@ -52,26 +52,33 @@ void TestMainWindow::shortcutRestoresWindowAndTracksCommandLineStart() {
     QCOMPARE(log.count(kEmptyIpLine), 1);
     QCOMPARE(log.countContaining(kConnectFailedCode), 0);
 
-    // A minimised window comes back, and the start is marked.
+    // A minimised window comes back, the start is marked and a cast to the
+    // address begins the way a cast to a listed panel does. Nothing answers
+    // on this address, so the log-in fails and the session returns to idle,
+    // still marked.
     window.showMinimized();
     QTRY_VERIFY(window.isMinimized());
-    window.shortcutModeScreen(QStringLiteral("192.168.10.20"), QString(), 0);
+    window.shortcutModeScreen(QStringLiteral("127.0.0.1"), QString(), 0);
     QVERIFY(window.isCommandLineStart());
     QTRY_VERIFY(!window.isMinimized());
     QVERIFY(window.isVisible());
     QCOMPARE(log.count(kEmptyIpLine), 1);
+    QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::KLUFScreenRequestStatus));
+    QTRY_COMPARE_WITH_TIMEOUT(log.countContaining("[onStopConnect]"), 1, 30000);
     QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus));
+    QVERIFY(window.isCommandLineStart());
+    const int raised = log.countContaining(kConnectFailedCode);
 
     // Empty after a command-line start: the error code is raised once and the
     // mark cleared, so a second empty call raises nothing.
     window.shortcutModeScreen(QString(), QStringLiteral("second"), 0);
     QVERIFY(!window.isCommandLineStart());
     QCOMPARE(log.count(kEmptyIpLine), 2);
-    QCOMPARE(log.countContaining(kConnectFailedCode), 1);
+    QCOMPARE(log.countContaining(kConnectFailedCode), raised + 1);
 
     window.shortcutModeScreen(QString(), QString(), 0);
     QCOMPARE(log.count(kEmptyIpLine), 3);
-    QCOMPARE(log.countContaining(kConnectFailedCode), 1);
+    QCOMPARE(log.countContaining(kConnectFailedCode), raised + 1);
 }
 
 void TestMainWindow::closeHidesWindow() {

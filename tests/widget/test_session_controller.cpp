@@ -323,9 +323,10 @@ void TestSessionController::wrongCodesThroughTheLibraryComeBackAsTips() {
     QTRY_VERIFY_WITH_TIMEOUT(tip->isVisible(), 10000);
     QCOMPARE(tip->displayText(), QStringLiteral("Get infomation from passcode server fail, please check and try again"));
 
-    // From the screen page: the code comes from its entry and the failure
-    // clears the screen-page mark.
+    // From the screen page in window mode: the code comes from its entry and
+    // the failure clears the screen-page mark.
     tip->hide();
+    window.getScreenPage()->setScreenModle(3);
     window.getScreenPage()->getScreenCodeEdit()->setText(QStringLiteral("QQQQ8"));
     QTest::mouseClick(window.getScreenPage()->getStartScreenBtn(), Qt::LeftButton);
     QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::CodeConnectingStatus));

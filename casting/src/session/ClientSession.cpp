@@ -259,6 +259,12 @@ void ClientSession::reconnect(ReconnectDone done) {
     connectTo(m_panel, m_hello, [this, generation, done](const LoginResult& result) {
         if (generation != m_generation || !m_loggedIn) return done(false);
         if (result.error == 0) return done(true);
+        if (result.refusedReason == reason::kLogOutByServer) {
+            // Removed while the link was down: the session is over, as if the bye had come.
+            endSession(reason::kLogOutByServer);
+            m_events.exception(NOTIFY_LOGOUT, [](tagNotifyExceptionParams_& p) { copyReason(p, reason::kLogOutByServer); });
+            return done(false);
+        }
         if (result.refusedReason != reason::kUnknownSession) return done(false);
         // The panel no longer keeps our session: a fresh hello, same panel.
         HelloMessage fresh = m_hello;

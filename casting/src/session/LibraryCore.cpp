@@ -4,6 +4,7 @@
 #include "casting/McUtil.h"
 #include "discovery/AvahiRuntime.h"
 #include "discovery/PanelBrowser.h"
+#include "media/GstInit.h"
 #include "session/CastSession.h"
 #include "session/ClientSession.h"
 #include "session/Watchdog.h"
@@ -37,6 +38,12 @@ IoThread& LibraryCore::io() {
 }
 
 void LibraryCore::startIoLocked() {
+    if (!m_mediaWarmUp.joinable()) {
+        m_mediaWarmUp = std::thread([] {
+            const std::string error = media::ensureGstInitialized();
+            if (!error.empty()) ZV_LOG(WARNING) << " no media engine: " << error;
+        });
+    }
     m_io = std::make_unique<IoThread>();
     if (!m_knownPanels) m_knownPanels = std::make_shared<KnownPanels>();
     ClientSession::Events events;
@@ -172,6 +179,7 @@ void LibraryCore::shutdown() {
         m_watchdog = nullptr;
     }
     owned.reset();  // joins the thread; its objects are deleted there
+    if (m_mediaWarmUp.joinable()) m_mediaWarmUp.join();
 }
 
 }  // namespace zv

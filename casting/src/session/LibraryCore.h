@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include "casting/Callbacks.h"
 #include "core/IoThread.h"
@@ -92,6 +93,10 @@ private:
     CastSession* m_cast = nullptr;       // likewise
     Watchdog* m_watchdog = nullptr;      // likewise
     std::shared_ptr<KnownPanels> m_knownPanels;
+    // Loads GStreamer (its first start scans every plug-in, seconds on a cold
+    // machine) while the user is still choosing a panel, so a cast request
+    // does not stall the I/O thread and its heartbeats.
+    std::thread m_mediaWarmUp;
 
     mutable std::mutex m_discoveryMutex;
     std::shared_ptr<AvahiRuntime> m_avahi;

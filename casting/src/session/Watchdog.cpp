@@ -72,6 +72,15 @@ void Watchdog::tryOnce() {
 void Watchdog::afterAttempt(bool ok) {
     m_attemptRunning = false;
     if (!m_reconnecting) return;
+    if (!m_session->isLoggedIn()) {
+        // The session ended meanwhile (removed by the panel, logged out): its
+        // own event told the client; nothing is left to reconnect.
+        ZV_LOG(INFO) << " the session ended while reconnecting";
+        m_reconnecting = false;
+        m_retry.stop();
+        m_session->setReconnecting(false);
+        return;
+    }
     if (ok) {
         finish(true);
     } else if (m_since.elapsed() >= kGiveUpMs) {

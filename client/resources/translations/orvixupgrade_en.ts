@@ -67,6 +67,21 @@
     </message>
 </context>
 <context>
+    <name>ExceptionCallBack</name>
+    <message>
+        <source>Failed to turn on reverse control,</source>
+        <translation>Failed to turn on reverse control,</translation>
+    </message>
+    <message>
+        <source> is controlling the screen</source>
+        <translation> is controlling the screen</translation>
+    </message>
+    <message>
+        <source>Failed to turn on reverse control, the screen only for displaying</source>
+        <translation>Failed to turn on reverse control, the screen only for displaying</translation>
+    </message>
+</context>
+<context>
     <name>OrvixUpgrade</name>
     <message>
         <source>Cast your screen to a display panel</source>
@@ -101,6 +116,21 @@
     <message>
         <source>Start Screen</source>
         <translation>Start Screen</translation>
+    </message>
+    <message>
+        <source>Stop Screen</source>
+        <translation>Stop Screen</translation>
+    </message>
+</context>
+<context>
+    <name>SharePage</name>
+    <message>
+        <source>Please enter the connection code to show the screen here</source>
+        <translation>Please enter the connection code to show the screen here</translation>
+    </message>
+    <message>
+        <source>Reverse Screen</source>
+        <translation>Reverse Screen</translation>
     </message>
 </context>
 <context>
@@ -220,6 +250,21 @@
     </message>
 </context>
 <context>
+    <name>qorquicomponents::ModelButton</name>
+    <message>
+        <source>ExtendedMode</source>
+        <translation>ExtendedMode</translation>
+    </message>
+    <message>
+        <source>WindowMode</source>
+        <translation>WindowMode</translation>
+    </message>
+    <message>
+        <source>CopyMode</source>
+        <translation>CopyMode</translation>
+    </message>
+</context>
+<context>
     <name>qorquicomponents::OrvixUpgrade</name>
     <message>
         <source>Nearby screens: %1</source>
@@ -237,6 +282,70 @@
         <source>virtual PC network isolation </source>
         <translation>virtual PC network isolation </translation>
     </message>
+    <message>
+        <source>Resolution changes</source>
+        <translation>Resolution changes</translation>
+    </message>
+    <message>
+        <source>The client resolution has been modified and will be re displayed</source>
+        <translation>The client resolution has been modified and will be re displayed</translation>
+    </message>
+    <message>
+        <source>Bit rate: %1 kbps</source>
+        <translation>Bit rate: %1 kbps</translation>
+    </message>
+    <message>
+        <source>Frame rate: %1 fps</source>
+        <translation>Frame rate: %1 fps</translation>
+    </message>
+    <message>
+        <source>Delay: %1 ms</source>
+        <translation>Delay: %1 ms</translation>
+    </message>
+    <message>
+        <source>Packet loss</source>
+        <translation>Packet loss</translation>
+    </message>
+    <message>
+        <source>No packet loss</source>
+        <translation>No packet loss</translation>
+    </message>
+    <message>
+        <source>Bit stream exception</source>
+        <translation>Bit stream exception</translation>
+    </message>
+    <message>
+        <source>No bit stream for a long time</source>
+        <translation>No bit stream for a long time</translation>
+    </message>
+    <message>
+        <source>Connection exception with server</source>
+        <translation>Connection exception with server</translation>
+    </message>
+    <message>
+        <source>Reconnecting failed</source>
+        <translation>Reconnecting failed</translation>
+    </message>
+    <message>
+        <source>Reconnecting</source>
+        <translation>Reconnecting</translation>
+    </message>
+    <message>
+        <source>Reverse Control</source>
+        <translation>Reverse Control</translation>
+    </message>
+    <message>
+        <source>Reverse Control Invaild</source>
+        <translation>Reverse Control Invaild</translation>
+    </message>
+    <message>
+        <source>Net Exception</source>
+        <translation>Net Exception</translation>
+    </message>
+    <message>
+        <source>There is no network at present, please check and try again</source>
+        <translation>There is no network at present, please check and try again</translation>
+    </message>
 </context>
 <context>
     <name>qorquicomponents::PopupWindow</name>
@@ -251,6 +360,41 @@
     <message>
         <source>The screen is asking its user to accept the request. Please wait.</source>
         <translation>The screen is asking its user to accept the request. Please wait.</translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::ScreenPage</name>
+    <message>
+        <source>Pause</source>
+        <translation>Pause</translation>
+    </message>
+    <message>
+        <source>Sound</source>
+        <translation>Sound</translation>
+    </message>
+    <message>
+        <source>Touch Control</source>
+        <translation>Touch Control</translation>
+    </message>
+    <message>
+        <source>Switch Window</source>
+        <translation>Switch Window</translation>
+    </message>
+    <message>
+        <source>Please enter the connection code to cast screen</source>
+        <translation>Please enter the connection code to cast screen</translation>
+    </message>
+    <message>
+        <source>SCreening .</source>
+        <translation>SCreening .</translation>
+    </message>
+    <message>
+        <source>Continue</source>
+        <translation>Continue</translation>
+    </message>
+    <message>
+        <source>Window is protected by authority, so can not be casted when it is minimized</source>
+        <translation>Window is protected by authority, so can not be casted when it is minimized</translation>
     </message>
 </context>
 </TS>

@@ -67,6 +67,21 @@
     </message>
 </context>
 <context>
+    <name>ExceptionCallBack</name>
+    <message>
+        <source>Failed to turn on reverse control,</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source> is controlling the screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Failed to turn on reverse control, the screen only for displaying</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>OrvixUpgrade</name>
     <message>
         <source>Cast your screen to a display panel</source>
@@ -100,6 +115,21 @@
     </message>
     <message>
         <source>Start Screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Stop Screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>SharePage</name>
+    <message>
+        <source>Please enter the connection code to show the screen here</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Reverse Screen</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
@@ -220,6 +250,21 @@
     </message>
 </context>
 <context>
+    <name>qorquicomponents::ModelButton</name>
+    <message>
+        <source>ExtendedMode</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>WindowMode</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>CopyMode</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>qorquicomponents::OrvixUpgrade</name>
     <message>
         <source>Nearby screens: %1</source>
@@ -237,6 +282,70 @@
         <source>virtual PC network isolation </source>
         <translation type="unfinished"></translation>
     </message>
+    <message>
+        <source>Resolution changes</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>The client resolution has been modified and will be re displayed</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Bit rate: %1 kbps</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Frame rate: %1 fps</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Delay: %1 ms</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Packet loss</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>No packet loss</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Bit stream exception</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>No bit stream for a long time</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Connection exception with server</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Reconnecting failed</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Reconnecting</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Reverse Control</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Reverse Control Invaild</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Net Exception</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>There is no network at present, please check and try again</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 <context>
     <name>qorquicomponents::PopupWindow</name>
@@ -250,6 +359,41 @@
     </message>
     <message>
         <source>The screen is asking its user to accept the request. Please wait.</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::ScreenPage</name>
+    <message>
+        <source>Pause</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Sound</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Touch Control</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Switch Window</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Please enter the connection code to cast screen</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>SCreening .</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Continue</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Window is protected by authority, so can not be casted when it is minimized</source>
         <translation type="unfinished"></translation>
     </message>
 </context>

@@ -67,6 +67,21 @@
     </message>
 </context>
 <context>
+    <name>ExceptionCallBack</name>
+    <message>
+        <source>Failed to turn on reverse control,</source>
+        <translation>开启反向控制失败，</translation>
+    </message>
+    <message>
+        <source> is controlling the screen</source>
+        <translation> 正在控制大屏</translation>
+    </message>
+    <message>
+        <source>Failed to turn on reverse control, the screen only for displaying</source>
+        <translation>开启反向控制失败，该大屏仅用于显示</translation>
+    </message>
+</context>
+<context>
     <name>OrvixUpgrade</name>
     <message>
         <source>Cast your screen to a display panel</source>
@@ -101,6 +116,21 @@
     <message>
         <source>Start Screen</source>
         <translation>开始投屏</translation>
+    </message>
+    <message>
+        <source>Stop Screen</source>
+        <translation>结束投屏</translation>
+    </message>
+</context>
+<context>
+    <name>SharePage</name>
+    <message>
+        <source>Please enter the connection code to show the screen here</source>
+        <translation>请输入投屏码，在本机显示大屏画面</translation>
+    </message>
+    <message>
+        <source>Reverse Screen</source>
+        <translation>反向投屏</translation>
     </message>
 </context>
 <context>
@@ -220,6 +250,21 @@
     </message>
 </context>
 <context>
+    <name>qorquicomponents::ModelButton</name>
+    <message>
+        <source>ExtendedMode</source>
+        <translation>扩展模式</translation>
+    </message>
+    <message>
+        <source>WindowMode</source>
+        <translation>窗口模式</translation>
+    </message>
+    <message>
+        <source>CopyMode</source>
+        <translation>复制模式</translation>
+    </message>
+</context>
+<context>
     <name>qorquicomponents::OrvixUpgrade</name>
     <message>
         <source>Nearby screens: %1</source>
@@ -237,6 +282,70 @@
         <source>virtual PC network isolation </source>
         <translation>虚拟机网络隔离 </translation>
     </message>
+    <message>
+        <source>Resolution changes</source>
+        <translation>分辨率变化</translation>
+    </message>
+    <message>
+        <source>The client resolution has been modified and will be re displayed</source>
+        <translation>客户端分辨率已修改，将重新投屏显示</translation>
+    </message>
+    <message>
+        <source>Bit rate: %1 kbps</source>
+        <translation>码率：%1 kbps</translation>
+    </message>
+    <message>
+        <source>Frame rate: %1 fps</source>
+        <translation>帧率：%1 fps</translation>
+    </message>
+    <message>
+        <source>Delay: %1 ms</source>
+        <translation>延时：%1 ms</translation>
+    </message>
+    <message>
+        <source>Packet loss</source>
+        <translation>有丢包</translation>
+    </message>
+    <message>
+        <source>No packet loss</source>
+        <translation>无丢包</translation>
+    </message>
+    <message>
+        <source>Bit stream exception</source>
+        <translation>码流异常</translation>
+    </message>
+    <message>
+        <source>No bit stream for a long time</source>
+        <translation>长时间未收到码流</translation>
+    </message>
+    <message>
+        <source>Connection exception with server</source>
+        <translation>与大屏连接异常</translation>
+    </message>
+    <message>
+        <source>Reconnecting failed</source>
+        <translation>重连失败</translation>
+    </message>
+    <message>
+        <source>Reconnecting</source>
+        <translation>正在重连</translation>
+    </message>
+    <message>
+        <source>Reverse Control</source>
+        <translation>反向控制</translation>
+    </message>
+    <message>
+        <source>Reverse Control Invaild</source>
+        <translation>反向控制无效</translation>
+    </message>
+    <message>
+        <source>Net Exception</source>
+        <translation>网络异常</translation>
+    </message>
+    <message>
+        <source>There is no network at present, please check and try again</source>
+        <translation>当前无网络，请检查后重试</translation>
+    </message>
 </context>
 <context>
     <name>qorquicomponents::PopupWindow</name>
@@ -251,6 +360,41 @@
     <message>
         <source>The screen is asking its user to accept the request. Please wait.</source>
         <translation>大屏正在询问其用户是否接受请求，请稍候。</translation>
+    </message>
+</context>
+<context>
+    <name>qorquicomponents::ScreenPage</name>
+    <message>
+        <source>Pause</source>
+        <translation>暂停</translation>
+    </message>
+    <message>
+        <source>Sound</source>
+        <translation>声音</translation>
+    </message>
+    <message>
+        <source>Touch Control</source>
+        <translation>反向控制</translation>
+    </message>
+    <message>
+        <source>Switch Window</source>
+        <translation>切换窗口</translation>
+    </message>
+    <message>
+        <source>Please enter the connection code to cast screen</source>
+        <translation>请输入投屏码进行投屏</translation>
+    </message>
+    <message>
+        <source>SCreening .</source>
+        <translation>投屏中 .</translation>
+    </message>
+    <message>
+        <source>Continue</source>
+        <translation>继续</translation>
+    </message>
+    <message>
+        <source>Window is protected by authority, so can not be casted when it is minimized</source>
+        <translation>窗口受权限保护，最小化时无法投屏</translation>
     </message>
 </context>
 </TS>

@@ -118,6 +118,10 @@ ConnectPage::~ConnectPage() { delete ui; }
 
 QString ConnectPage::placeholderText() { return tr("inPut Connected Code"); }
 
+QString ConnectPage::passcodeServerMissingText() {
+    return tr("Passcode server not configured,please check and try again");
+}
+
 QLineEdit* ConnectPage::getConnectCodeEdit() const { return ui->codeEdit; }
 QPushButton* ConnectPage::getStartConnectBtn() const { return ui->startConnectBtn; }
 QString ConnectPage::getConnectCode() const { return ui->codeEdit->text(); }
@@ -249,9 +253,8 @@ void ConnectPage::onStartConnectBtnClicked() {
     if (code.length() == 4 && (serverIp.empty() || serverPort == 0)) {
         ZV_LOG(WARNING) << " Start connect fail, code server IP: " << serverIp << ", port: " << serverPort
                         << ", code: " << code.toStdString();
-        TipWindows::getInstance()->setDisplayText(ErrorLevelRisk,
-                                                  tr("Passcode server not configured,please check and try again"),
-                                                  TipWindowPlain, m_parentWindow, kTipTopOffset);
+        TipWindows::getInstance()->setDisplayText(ErrorLevelRisk, passcodeServerMissingText(), TipWindowPlain,
+                                                  m_parentWindow, kTipTopOffset);
         return;
     }
     emit signalConnect(code);

@@ -40,6 +40,9 @@ public:
     QString getConnectCode() const;
     // The translated placeholder that stands in the entry when it is empty.
     static QString placeholderText();
+    // The tip for a 4-character passcode without a passcode server; the
+    // screen and share pages show the same.
+    static QString passcodeServerMissingText();
 
     void setConnectCode(const QString& code);
     void setCodeListHide();
