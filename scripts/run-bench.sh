@@ -7,3 +7,4 @@ BIN=${ZV_BUILD_DIR:-build}/bin
 "$BIN/bench_settings_store" --benchmark_min_time=0.2
 "$BIN/bench_login" 30
 "$BIN/bench_cast_start" 10
+"$BIN/bench_media_latency" --json "${ZV_BUILD_DIR:-build}/bench_media_latency.json"

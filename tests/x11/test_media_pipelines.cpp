@@ -442,7 +442,7 @@ TEST_F(MediaPipelines, SoundFlowsAndCanBeSwitchedOff) {
     sending.audioDevice = "vsink.monitor";
     ReceiverConfig receiving;
     receiving.audio = true;
-    for (MediaTransport transport : {MediaTransport::Udp, MediaTransport::Tcp}) {
+    for (MediaTransport transport : {MediaTransport::Udp, MediaTransport::Tcp, MediaTransport::Srt}) {
         SCOPED_TRACE(zv::media::transportName(transport));
         ASSERT_EQ(startCast(receiver, sender, transport, sending, receiving), "");
         ASSERT_NE(receiver.ports().audio, 0);
@@ -673,6 +673,45 @@ TEST(ReceiverAlone, NoMediaGivesStalledNotices) {
             return stalls.size() > seen + 1;  // one may already have been on its way
         },
         2500ms));
+    receiver.stop();
+}
+
+// The X server going away ends the capture with an error for the session,
+// never the process (Xlib's default would exit()).
+TEST(SenderAlone, LosingTheXServerIsReportedNotFatal) {
+    auto xvfb = std::make_unique<zvtest::XvfbSession>("640x480x24");
+    ASSERT_TRUE(xvfb->ready());
+    std::mutex mutex;
+    std::vector<std::string> errors;
+    ReceiverPipeline receiver;
+    ReceiverConfig receiving;
+    receiving.listenAddress = "127.0.0.1";
+    ASSERT_EQ(receiver.start(receiving), "");
+    SenderPipeline sender;
+    sender.setErrorCallback([&](const std::string& error) {
+        std::lock_guard<std::mutex> lock(mutex);
+        errors.push_back(error);
+    });
+    SenderConfig sending;
+    sending.displayName = xvfb->display();
+    sending.host = "127.0.0.1";
+    sending.videoPort = receiver.ports().video;
+    ASSERT_EQ(sender.start(sending), "");
+    ASSERT_TRUE(waitFor([&] { return receiver.statistics().framesDecoded > 0; }, 15s));
+
+    xvfb.reset();
+    EXPECT_TRUE(waitFor(
+        [&] {
+            std::lock_guard<std::mutex> lock(mutex);
+            return !errors.empty();
+        },
+        10s));
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        ASSERT_FALSE(errors.empty());
+        EXPECT_NE(errors.front().find("X server"), std::string::npos) << errors.front();
+    }
+    sender.stop();
     receiver.stop();
 }
 

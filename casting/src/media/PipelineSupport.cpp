@@ -77,7 +77,23 @@ void BusForwarder::detach() {
 GstBusSyncReply BusForwarder::onMessage(GstBus*, GstMessage* message, gpointer self) {
     auto* forwarder = static_cast<BusForwarder*>(self);
     if (forwarder->m_handler) forwarder->m_handler(message);
+    gst_message_unref(message);  // a handler that drops a message owns it
     return GST_BUS_DROP;
+}
+
+bool WarningLimiter::admit(const std::string& text, int* suppressed) {
+    constexpr auto kInterval = std::chrono::seconds(5);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const auto now = std::chrono::steady_clock::now();
+    if (text == m_last && now - m_lastTime < kInterval) {
+        ++m_suppressed;
+        return false;
+    }
+    *suppressed = m_suppressed;
+    m_suppressed = 0;
+    m_last = text;
+    m_lastTime = now;
+    return true;
 }
 
 std::string changeState(GstElement* pipeline, GstState state, int timeoutMs,

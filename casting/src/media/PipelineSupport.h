@@ -5,6 +5,7 @@
 
 #include <gst/gst.h>
 
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -47,6 +48,21 @@ private:
 
     BusPtr m_bus;
     Handler m_handler;
+};
+
+// Lets a repeated warning through once per interval (an unreachable peer
+// makes udpsink warn at every packet). Thread-safe.
+class WarningLimiter {
+public:
+    // True when `text` should be logged now; *suppressed then tells how many
+    // were held back since the last one logged.
+    bool admit(const std::string& text, int* suppressed);
+
+private:
+    std::mutex m_mutex;
+    std::string m_last;
+    std::chrono::steady_clock::time_point m_lastTime{};
+    int m_suppressed = 0;
 };
 
 // Sets the pipeline to a state and waits up to timeoutMs for the change to

@@ -88,6 +88,7 @@ struct SenderPipeline::Impl {
     std::string m_audioStartError;
     RateMeter m_frames;
     RateMeter m_bytes;
+    WarningLimiter m_warnings;
 };
 
 ElementPtr SenderPipeline::Impl::element(const char* factory, const std::string& name, std::string* error) {
@@ -427,9 +428,15 @@ void SenderPipeline::Impl::onVideoMessage(GstMessage* message) {
             reportError(text);
             break;
         }
-        case GST_MESSAGE_WARNING:
-            ZV_LOG(WARNING) << " " << describeMessage(message);
+        case GST_MESSAGE_WARNING: {
+            const std::string text = describeMessage(message);
+            int suppressed = 0;
+            if (m_warnings.admit(text, &suppressed)) {
+                ZV_LOG(WARNING) << " " << text
+                                << (suppressed > 0 ? " (" + std::to_string(suppressed) + " more like it before)" : "");
+            }
             break;
+        }
         case GST_MESSAGE_EOS:
             ZV_LOG(WARNING) << " the video stream ended";
             reportError("the video stream ended");
@@ -440,8 +447,9 @@ void SenderPipeline::Impl::onVideoMessage(GstMessage* message) {
 }
 
 void SenderPipeline::Impl::onAudioMessage(GstMessage* message) {
-    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
-        // Sound is optional: its failure never ends the cast.
+    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR && m_audioRunning) {
+        // Sound is optional: its failure never ends the cast. (Failures while
+        // starting are reported once by startAudio().)
         if (!m_audioFailed.exchange(true)) {
             ZV_LOG(WARNING) << " sound stopped, the cast goes on without it: " << describeMessage(message);
             dumpPipelineGraph(m_audioPipeline.get(), "zv-sender-audio-error");

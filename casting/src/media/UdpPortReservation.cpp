@@ -14,7 +14,8 @@ std::shared_ptr<UdpPortReservation> UdpPortReservation::bind(uint16_t port, std:
     }
     GInetAddress* any = g_inet_address_new_any(G_SOCKET_FAMILY_IPV4);
     GSocketAddress* address = g_inet_socket_address_new(any, port);
-    const gboolean bound = g_socket_bind(socket.get(), address, TRUE, &raw);
+    // No address reuse: for UDP GLib would also allow a second socket on the same port.
+    const gboolean bound = g_socket_bind(socket.get(), address, FALSE, &raw);
     g_object_unref(address);
     g_object_unref(any);
     if (!bound) {

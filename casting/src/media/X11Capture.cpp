@@ -42,9 +42,26 @@ int onXError(Display* display, XErrorEvent* event) {
     return g_previousHandler != nullptr ? g_previousHandler(display, event) : 0;
 }
 
+// A lost connection goes through two hooks: the process-wide I/O error
+// handler (whose default calls exit()) and the display's exit handler. For
+// the capture's displays both return, and the capture thread notices the
+// hang-up; other displays keep the handler they had.
+XIOErrorHandler g_previousIoHandler = nullptr;
+
+int onXIoError(Display* display) {
+    {
+        std::lock_guard<std::mutex> lock(g_displaysMutex);
+        if (g_displays.count(display) != 0) return 0;
+    }
+    return g_previousIoHandler != nullptr ? g_previousIoHandler(display) : 0;
+}
+
 void registerDisplay(Display* display) {
     static std::once_flag once;
-    std::call_once(once, [] { g_previousHandler = XSetErrorHandler(onXError); });
+    std::call_once(once, [] {
+        g_previousHandler = XSetErrorHandler(onXError);
+        g_previousIoHandler = XSetIOErrorHandler(onXIoError);
+    });
     std::lock_guard<std::mutex> lock(g_displaysMutex);
     g_displays.insert(display);
 }
@@ -77,6 +94,23 @@ using Clock = std::chrono::steady_clock;
 
 }  // namespace
 
+// GStreamer's own I420 layout (rows padded to 4 bytes), so frames need no copy
+// to be mapped downstream.
+I420Planes X11Capture::planes() {
+    GstVideoInfo info;
+    gst_video_info_set_format(&info, GST_VIDEO_FORMAT_I420, static_cast<guint>(m_width), static_cast<guint>(m_height));
+    uint8_t* base = m_canvas.data();
+    return {base + GST_VIDEO_INFO_PLANE_OFFSET(&info, 0), base + GST_VIDEO_INFO_PLANE_OFFSET(&info, 1),
+            base + GST_VIDEO_INFO_PLANE_OFFSET(&info, 2), GST_VIDEO_INFO_PLANE_STRIDE(&info, 0),
+            GST_VIDEO_INFO_PLANE_STRIDE(&info, 1)};
+}
+
+size_t X11Capture::frameSize() const {
+    GstVideoInfo info;
+    gst_video_info_set_format(&info, GST_VIDEO_FORMAT_I420, static_cast<guint>(m_width), static_cast<guint>(m_height));
+    return GST_VIDEO_INFO_SIZE(&info);
+}
+
 struct X11Capture::ShmSegment {
     XShmSegmentInfo info{};
     size_t size = 0;
@@ -99,6 +133,8 @@ std::string X11Capture::open(const CaptureConfig& config) {
         return std::string("cannot open X display ") + (shown != nullptr ? shown : "(DISPLAY not set)");
     }
     registerDisplay(m_display);
+    // Losing the X server must end the capture, not the process.
+    XSetIOErrorExitHandler(m_display, [](Display*, void*) {}, nullptr);
     const int screen = DefaultScreen(m_display);
     m_root = RootWindow(m_display, screen);
     m_visual = DefaultVisual(m_display, screen);
@@ -193,12 +229,11 @@ bool X11Capture::updateArea() {
 }
 
 bool X11Capture::ensureBuffers() {
-    const size_t canvasSize = static_cast<size_t>(m_width) * m_height * 3 / 2;
-    if (m_canvas.size() != canvasSize) {
+    const size_t canvasSize = frameSize();
+    if (m_canvas.size() != canvasSize || m_canvasWidth != m_width) {
         m_canvas.assign(canvasSize, 0);
-        I420Planes planes{m_canvas.data(), m_canvas.data() + static_cast<size_t>(m_width) * m_height,
-                          m_canvas.data() + static_cast<size_t>(m_width) * m_height * 5 / 4, m_width, m_width / 2};
-        fillI420Black(planes, 0, 0, m_width, m_height);
+        m_canvasWidth = m_width;
+        fillI420Black(planes(), 0, 0, m_width, m_height);
         if (m_pool != nullptr) {
             gst_buffer_pool_set_active(m_pool, FALSE);
             gst_object_unref(m_pool);
@@ -281,24 +316,31 @@ void X11Capture::closeDisplay() {
         m_pool = nullptr;
     }
     if (m_display == nullptr) return;
+    const bool alive = !m_connectionLost;
     if (m_shm != nullptr) {
-        XShmDetach(m_display, &m_shm->info);
-        XSync(m_display, False);
+        if (alive) {
+            XShmDetach(m_display, &m_shm->info);
+            XSync(m_display, False);
+        }
         shmdt(m_shm->info.shmaddr);
         delete m_shm;
         m_shm = nullptr;
     }
-    if (m_damage != 0) XDamageDestroy(m_display, m_damage);
-    if (m_region != 0) XFixesDestroyRegion(m_display, m_region);
+    if (alive) {
+        if (m_damage != 0) XDamageDestroy(m_display, m_damage);
+        if (m_region != 0) XFixesDestroyRegion(m_display, m_region);
+        XSync(m_display, False);
+    }
     m_damage = 0;
     m_region = 0;
-    XSync(m_display, False);
+    XCloseDisplay(m_display);  // on a lost connection this too goes through our handlers
     unregisterDisplay(m_display);
-    XCloseDisplay(m_display);
+    m_connectionLost = false;
     m_display = nullptr;
     m_haveDamage = false;
     m_haveShm = false;
     m_canvas.clear();
+    m_canvasWidth = 0;
     m_width = m_height = 0;
     m_area = {};
     m_windowGone = false;
@@ -364,8 +406,7 @@ void X11Capture::reportProblemOnce(const std::string& problem) {
 bool X11Capture::grabRect(const Rect& canvasRect) {
     const int rootX = m_area.x + canvasRect.x;
     const int rootY = m_area.y + canvasRect.y;
-    I420Planes planes{m_canvas.data(), m_canvas.data() + static_cast<size_t>(m_width) * m_height,
-                      m_canvas.data() + static_cast<size_t>(m_width) * m_height * 5 / 4, m_width, m_width / 2};
+    const I420Planes canvas = planes();
     ErrorTrap trap(m_display);
     XImage* image = nullptr;
     bool ok = false;
@@ -382,7 +423,7 @@ bool X11Capture::grabRect(const Rect& canvasRect) {
     ok = ok && t_lastError == 0 && image->bits_per_pixel == 32;
     if (ok) {
         convertBgrxToI420(reinterpret_cast<const uint8_t*>(image->data), image->bytes_per_line, canvasRect.width,
-                          canvasRect.height, planes, canvasRect.x, canvasRect.y);
+                          canvasRect.height, canvas, canvasRect.x, canvasRect.y);
     }
     if (image != nullptr) {
         if (m_haveShm) image->data = nullptr;  // the segment is ours, not the image's
@@ -425,11 +466,7 @@ void X11Capture::grabChanges(bool full) {
     }
     if (full || m_needFull || m_damage == 0) {
         changed.assign(1, {0, 0, m_width, m_height});
-        if (m_needFull) {
-            I420Planes planes{m_canvas.data(), m_canvas.data() + static_cast<size_t>(m_width) * m_height,
-                              m_canvas.data() + static_cast<size_t>(m_width) * m_height * 5 / 4, m_width, m_width / 2};
-            fillI420Black(planes, 0, 0, m_width, m_height);  // parts off the screen stay black
-        }
+        if (m_needFull) fillI420Black(planes(), 0, 0, m_width, m_height);  // parts off the screen stay black
     }
     m_needFull = false;
 
@@ -494,6 +531,7 @@ void X11Capture::run() {
     const int xfd = ConnectionNumber(m_display);
 
     while (!m_stopping) {
+        if (XConnectionNumber(m_display) < 0 || m_connectionLost) break;
         while (XPending(m_display) > 0) {
             XEvent event;
             XNextEvent(m_display, &event);
@@ -554,6 +592,7 @@ void X11Capture::run() {
             [[maybe_unused]] const ssize_t n = ::read(m_wakeFd, &value, sizeof value);
         }
         if ((fds[0].revents & (POLLERR | POLLHUP)) != 0) {
+            m_connectionLost = true;
             reportProblemOnce("the connection to the X server was lost");
             break;
         }

@@ -31,6 +31,7 @@
 #include <thread>
 
 #include "media/GstHandles.h"
+#include "media/I420Converter.h"
 
 namespace zv::media {
 
@@ -91,6 +92,8 @@ private:
     void handleEvent(const XEvent& event);
     bool updateArea();  // the captured area in root coordinates; false when the window is gone
     bool ensureBuffers();
+    I420Planes planes();
+    size_t frameSize() const;
     bool grabRect(const Rect& canvasRect);  // into the canvas
     void grabChanges(bool full);
     void emitFrame();
@@ -114,13 +117,15 @@ private:
     // Captured area in root coordinates; frames are m_width x m_height.
     Rect m_area;
     int m_width = 0, m_height = 0;
-    std::vector<uint8_t> m_canvas;  // I420 of the last picture
+    std::vector<uint8_t> m_canvas;  // I420 of the last picture, GStreamer's layout
+    int m_canvasWidth = 0;
     GstBufferPool* m_pool = nullptr;
     bool m_needFull = true;
     bool m_canvasChanged = false;
     bool m_geometryChanged = true;
     bool m_windowGone = false;
     bool m_problemReported = false;
+    bool m_connectionLost = false;
 
     FrameHandler m_onFrame;
     ProblemHandler m_onProblem;

@@ -27,11 +27,16 @@ namespace {
 constexpr int kUdpReceiveBufferBytes = 4194304;
 constexpr int kAudioLatencyFloorMs = 40;
 constexpr int kRtxDelayMs = 5;
-constexpr int kRetransmissionLatencyMs = 60;
+constexpr int kRetransmissionLatencyMs = 100;
 constexpr double kSessionBandwidthBytes = 2.5e6;  // 20 Mbit/s: RTCP may use 5 % of it
 constexpr int kRtcpMinIntervalMs = 20;
 
 const char* kVideoRtpCaps = "application/x-rtp,media=video,clock-rate=90000,encoding-name=H264,payload=96";
+// UDP: the stream accepts NACKs (retransmission) and PLIs (key-frame
+// requests); rtpsession sends a PLI only for sources whose caps say so.
+const char* kVideoRtpFeedbackCaps =
+    "application/x-rtp,media=video,clock-rate=90000,encoding-name=H264,payload=96,"
+    "rtcp-fb-nack=(boolean)true,rtcp-fb-nack-pli=(boolean)true";
 const char* kVideoStreamCaps = "application/x-rtp-stream,media=video,clock-rate=90000,encoding-name=H264,payload=96";
 const char* kAudioRtpCaps = "application/x-rtp,media=audio,clock-rate=48000,encoding-name=OPUS,payload=111";
 const char* kAudioStreamCaps = "application/x-rtp-stream,media=audio,clock-rate=48000,encoding-name=OPUS,payload=111";
@@ -113,6 +118,7 @@ struct ReceiverPipeline::Impl {
     mutable std::mutex m_errorMutex;
     std::string m_firstError;
 
+    WarningLimiter m_warnings;
     RateMeter m_videoBytes;
     RateMeter m_frames;
     RateMeter m_delaySumUs;   // per picture: arrival to decoded, microseconds
@@ -225,7 +231,7 @@ std::string ReceiverPipeline::Impl::buildVideo() {
             rtcpSource = element("udpsrc", "zv-rtcp-src", &error);
             m_depay = element("rtph264depay", "zv-depay", &error);
             if (!error.empty()) return error;
-            CapsPtr caps = capsFromString(kVideoRtpCaps);
+            CapsPtr caps = capsFromString(kVideoRtpFeedbackCaps);
             g_object_set(m_videoSource.get(), "address", config.listenAddress.c_str(), "port",
                          static_cast<gint>(config.videoPort), "buffer-size", kUdpReceiveBufferBytes, "caps",
                          caps.get(), nullptr);
@@ -236,8 +242,10 @@ std::string ReceiverPipeline::Impl::buildVideo() {
             // Time for a lost packet to be asked for again (twice if need be).
             // It delays nothing while packets arrive in order.
             const int latencyMs = feedback ? std::max(config.latencyMs, kRetransmissionLatencyMs) : config.latencyMs;
+            // do-lost: the depayloader learns of a packet given up on and asks
+            // for a key frame at once, instead of waiting for the next one.
             g_object_set(rtpbin.get(), "latency", static_cast<guint>(latencyMs), "drop-on-latency", TRUE,
-                         "do-retransmission", feedback ? TRUE : FALSE, nullptr);
+                         "do-retransmission", feedback ? TRUE : FALSE, "do-lost", TRUE, nullptr);
             setPropertyText(rtpbin.get(), "rtp-profile", feedback ? "avpf" : "avp");
             g_signal_connect(rtpbin.get(), "request-pt-map", G_CALLBACK(&Impl::onRequestPtMap), this);
             g_signal_connect(rtpbin.get(), "new-jitterbuffer", G_CALLBACK(&Impl::onNewJitterbuffer), this);
@@ -290,7 +298,7 @@ std::string ReceiverPipeline::Impl::buildVideo() {
             CapsPtr caps = capsFromString(kVideoStreamCaps);
             g_object_set(framing.get(), "caps", caps.get(), nullptr);
             g_object_set(jitter.get(), "latency", static_cast<guint>(config.latencyMs), "drop-on-latency", TRUE,
-                         nullptr);
+                         "do-lost", TRUE, nullptr);
             for (const ElementPtr* part : {&m_videoSource, &framing, &deframing, &jitter}) add(pipeline, *part);
             if (!gst_element_link_many(m_videoSource.get(), framing.get(), deframing.get(), jitter.get(), nullptr)) {
                 return "cannot link the TCP source";
@@ -319,7 +327,7 @@ std::string ReceiverPipeline::Impl::buildVideo() {
             CapsPtr caps = capsFromString(kVideoRtpCaps);
             g_object_set(rtpCaps.get(), "caps", caps.get(), nullptr);
             g_object_set(jitter.get(), "latency", static_cast<guint>(config.latencyMs), "drop-on-latency", TRUE,
-                         nullptr);
+                         "do-lost", TRUE, nullptr);
             for (const ElementPtr* part : {&m_videoSource, &rtpCaps, &jitter}) add(pipeline, *part);
             if (!gst_element_link_many(m_videoSource.get(), rtpCaps.get(), jitter.get(), nullptr)) {
                 return "cannot link the SRT source";
@@ -461,16 +469,25 @@ std::string ReceiverPipeline::Impl::buildAudio() {
     g_object_set(jitter.get(), "latency", static_cast<guint>(std::max(config.latencyMs, kAudioLatencyFloorMs)),
                  "drop-on-latency", TRUE, nullptr);
 
-    // A panel without a sound device still takes the stream (and says so once).
+    // A panel without a sound device still takes the stream (and says so
+    // once). The outputs autoaudiosink would pick, in its order, each tried
+    // up to PAUSED, where a sink opens its device (autoaudiosink itself
+    // reports success even when its sink cannot open one).
     ElementPtr output;
-    {
-        ElementPtr probe = makeElement("autoaudiosink", "zv-audio-probe");
-        m_audioToDevice = probe && gst_element_set_state(probe.get(), GST_STATE_READY) != GST_STATE_CHANGE_FAILURE;
-        if (probe) gst_element_set_state(probe.get(), GST_STATE_NULL);
+    m_audioToDevice = false;
+    for (const char* candidate : {"pulsesink", "alsasink"}) {
+        ElementPtr sink = makeElement(candidate, "zv-audio-out");
+        if (!sink) continue;
+        const bool opens = gst_element_set_state(sink.get(), GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE;
+        gst_element_set_state(sink.get(), GST_STATE_NULL);
+        if (opens) {
+            output = std::move(sink);
+            m_audioToDevice = true;
+            ZV_LOG(INFO) << " sound plays through " << candidate;
+            break;
+        }
     }
-    if (m_audioToDevice) {
-        output = element("autoaudiosink", "zv-audio-out", &error);
-    } else {
+    if (!output) {
         ZV_LOG(WARNING) << " no sound device on this panel: the cast's sound is received but not played";
         output = element("fakesink", "zv-audio-out", &error);
         if (output) g_object_set(output.get(), "sync", FALSE, "async", FALSE, nullptr);
@@ -513,7 +530,7 @@ std::string ReceiverPipeline::Impl::buildAudio() {
 
 GstCaps* ReceiverPipeline::Impl::onRequestPtMap(GstElement*, guint session, guint pt, gpointer) {
     if (session != 0) return nullptr;
-    if (pt == kVideoPayloadType) return gst_caps_from_string(kVideoRtpCaps);
+    if (pt == kVideoPayloadType) return gst_caps_from_string(kVideoRtpFeedbackCaps);
     if (pt == kVideoRtxPayloadType) {
         return gst_caps_from_string("application/x-rtp,media=video,clock-rate=90000,encoding-name=RTX,apt=96");
     }
@@ -548,7 +565,10 @@ void ReceiverPipeline::Impl::onNewJitterbuffer(GstElement*, GstElement* jitterbu
     // The sender's frames leave after a capture and an encode of varying
     // length, so the jitter looks large; waiting for that long before
     // asking again would use up the latency. Ask soon after a gap.
-    g_object_set(jitterbuffer, "rtx-delay", kRtxDelayMs, nullptr);
+    // And no guessing when the next packet is due: a still screen sends one
+    // frame a second, and a packet "missing" in between would be asked for,
+    // given up as lost (a key-frame request) and dropped as late when it comes.
+    g_object_set(jitterbuffer, "rtx-delay", kRtxDelayMs, "rtx-next-seqnum", FALSE, nullptr);
     std::lock_guard<std::mutex> lock(impl->m_jitterMutex);
     impl->m_jitterbuffers[ssrc] = addRef(jitterbuffer);
 }
@@ -658,9 +678,15 @@ void ReceiverPipeline::Impl::onMessage(GstMessage* message, bool audio) {
             reportError(text);
             break;
         }
-        case GST_MESSAGE_WARNING:
-            ZV_LOG(WARNING) << " " << describeMessage(message);
+        case GST_MESSAGE_WARNING: {
+            const std::string text = describeMessage(message);
+            int suppressed = 0;
+            if (m_warnings.admit(text, &suppressed)) {
+                ZV_LOG(WARNING) << " " << text
+                                << (suppressed > 0 ? " (" + std::to_string(suppressed) + " more like it before)" : "");
+            }
             break;
+        }
         case GST_MESSAGE_EOS:
             ZV_LOG(INFO) << " the sender closed the " << (audio ? "sound" : "video") << " stream";
             break;
@@ -690,7 +716,6 @@ ReceiverStatistics ReceiverPipeline::Impl::statistics(bool tick) {
         GstStructure* raw = nullptr;
         g_object_get(m_jitterbuffer.get(), "stats", &raw, nullptr);
         StructurePtr jitterStats(raw);
-        if (tick && jitterStats) ZV_LOG(INFO) << " DEBUG " << takeString(gst_structure_to_string(jitterStats.get()));
         if (jitterStats && tick) {
             const uint64_t pushed = structureUint(jitterStats.get(), "num-pushed");
             const uint64_t lost = structureUint(jitterStats.get(), "num-lost");

@@ -7,8 +7,9 @@
 //        RTCP: one socket both ways, feedback to the sender's RTCP port
 //   TCP: tcpserversrc ─▶ rtpstreamdepay ─▶ rtpjitterbuffer ─▶ …   (RFC 4571)
 //   SRT: srtsrc (listener, AES-128) ─▶ rtpjitterbuffer ─▶ …
-//   sound (own pipeline): … ─▶ rtpopusdepay ─▶ opusdec ─▶ autoaudiosink
-//        (a fakesink when the panel has no sound device; said once in the log)
+//   sound (own pipeline): … ─▶ rtpopusdepay ─▶ opusdec ─▶ the default output
+//        (PulseAudio, else ALSA, as autoaudiosink would pick; a fakesink when
+//        the panel has no sound device, said once in the log)
 //
 // The ports are chosen by start() when the config leaves them 0 and are
 // readable afterwards (ports()) for castAccepted. The video sink does not
@@ -55,7 +56,9 @@ struct ReceiverConfig {
     std::string senderHost;      // UDP: where RTCP feedback goes (the client's address)
     uint16_t senderRtcpPort = 0; // UDP: castRequest.rtcpPort; 0: no feedback (no retransmission)
     std::string srtPassphrase;   // SRT: the castAccepted.srtKey (10 to 79 characters)
-    int latencyMs = 30;          // jitter buffer (and SRT) latency; waits that long at most for a missing packet
+    int latencyMs = 30;          // SRT latency and the jitter buffer's longest wait for a missing packet
+                                 // (UDP with feedback: at least 100 ms, time for a retransmission; no
+                                 // picture waits while packets arrive in order)
     bool audio = false;
     int stallSeconds = 5;        // the stalled callback after this long without media
 };
