@@ -1,8 +1,8 @@
 // Fuzz target: arbitrary bytes through the frame decoder (whole, and cut at a
 // point the input chooses), every decoded map through every message reader,
 // and the bytes as a payload of one frame and as a typed connect code.
-// With ZV_FUZZ_STANDALONE it is a plain program that replays the seeds in
-// tests/fuzz/corpus, built-in seeds, their mutations and random bytes.
+// With ZV_FUZZ_STANDALONE it is a plain program that replays the samples in
+// tests/fuzz/corpus, built-in samples, their mutations and random bytes.
 #include <cstddef>
 #include <cstdint>
 
@@ -87,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 #include <vector>
 
 int main(int argc, char** argv) {
-    std::vector<QByteArray> seeds = {
+    std::vector<QByteArray> samples = {
         QByteArray::fromHex("0000000ba26174626862637365710700"),
         QByteArray::fromHex("00000010a26174636279656672656173" "6f6e6178"),
         QByteArray::fromHex("00000000"),
@@ -97,23 +97,23 @@ int main(int argc, char** argv) {
         QByteArray::fromHex("0000000dbf6174626862ff"),
         QByteArray("012g-28t5"),
     };
-    // Seed files: the folder given as the first argument.
+    // Sample files: the folder given as the first argument.
     if (argc > 1) {
         const QDir corpus(QString::fromLocal8Bit(argv[1]));
         for (const QString& name : corpus.entryList(QDir::Files)) {
             QFile file(corpus.filePath(name));
-            if (file.open(QIODevice::ReadOnly)) seeds.push_back(file.readAll());
+            if (file.open(QIODevice::ReadOnly)) samples.push_back(file.readAll());
         }
     }
     auto run = [](const QByteArray& input) {
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.constData()), size_t(input.size()));
     };
-    for (const QByteArray& seed : seeds) run(seed);
+    for (const QByteArray& sample : samples) run(sample);
 
     std::mt19937 random(20240601u);  // fixed: every run tries the same inputs
     std::uniform_int_distribution<int> byte(0, 255);
     for (int round = 0; round < 20000; ++round) {
-        QByteArray input = seeds[size_t(random() % seeds.size())];
+        QByteArray input = samples[size_t(random() % samples.size())];
         const int edits = 1 + int(random() % 8);
         for (int e = 0; e < edits; ++e) {
             const int pos = input.isEmpty() ? 0 : int(random() % uint32_t(input.size()));
@@ -128,7 +128,7 @@ int main(int argc, char** argv) {
                 if (!input.isEmpty()) input.remove(pos, 1);
                 break;
             default:
-                input += seeds[size_t(random() % seeds.size())];
+                input += samples[size_t(random() % samples.size())];
                 break;
             }
         }
@@ -139,7 +139,7 @@ int main(int argc, char** argv) {
         for (char& c : input) c = char(byte(random));
         run(input);
     }
-    std::printf("fuzz_frame_decoder: %zu seeds and 22000 generated inputs passed\n", seeds.size());
+    std::printf("fuzz_frame_decoder: %zu samples and 22000 generated inputs passed\n", samples.size());
     return 0;
 }
 #endif
