@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 bash scripts/build.sh
-BIN=$(pwd)/${ZV_BUILD_DIR:-build}/bin
+BIN=$(cd "${ZV_BUILD_DIR:-build}/bin" && pwd)
 STATE=$(mktemp -d /tmp/zv-demo-XXXXXX)
 
 pids=()
@@ -19,7 +19,7 @@ if [ -z "${DISPLAY:-}" ]; then
   for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
   openbox --sm-disable & pids+=($!)
   echo "No display: running on the virtual display :57"
-  echo "  look at it: xwd -root -display :57 | ffmpeg -loglevel error -i - /tmp/zelvanor-demo.png"
+  echo "  look at it: xwd -root -silent -display :57 | ffmpeg -loglevel error -f xwd_pipe -i - /tmp/zelvanor-demo.png"
 fi
 
 # The receiver prints JSON status lines; the first says it is ready.

@@ -24,6 +24,11 @@ bool hasArgument(int argc, char* argv[], const char* wanted) {
 
 int main(int argc, char* argv[]) {
     zv::blockStopSignals();
+    // Read before QApplication exists: it takes X11 options such as --name
+    // out of argv for itself.
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
+
     // A headless receiver must start without any display, so the kind of
     // application object is chosen before the options are parsed in full.
     std::unique_ptr<QCoreApplication> app;
@@ -37,7 +42,7 @@ int main(int argc, char* argv[]) {
 
     receiver::ReceiverOptions options;
     QString message;
-    if (!receiver::ReceiverOptions::parse(QCoreApplication::arguments(), options, message)) {
+    if (!receiver::ReceiverOptions::parse(arguments, options, message)) {
         const bool help = message.startsWith(QStringLiteral("Usage"));
         QTextStream(help ? stdout : stderr) << message << '\n';
         return help ? 0 : 2;
