@@ -8,7 +8,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-void startShowAndClose(zvtest::XvfbSession& x, const std::vector<std::string>& argv) {
+void startShowAndClose(zvtest::XvfbSession& x, const std::vector<std::string>& argv,
+                       const std::string& titlePart = std::string()) {
     zvtest::ChildProcess program(argv);
     ASSERT_GT(program.pid(), 0);
     Window window = 0;
@@ -25,6 +26,12 @@ void startShowAndClose(zvtest::XvfbSession& x, const std::vector<std::string>& a
     ASSERT_TRUE(XGetWindowAttributes(x.connection(), window, &attributes));
     EXPECT_EQ(attributes.map_state, IsViewable);
     EXPECT_GT(attributes.width, 100);
+    if (!titlePart.empty()) {
+        char* title = nullptr;
+        ASSERT_TRUE(XFetchName(x.connection(), window, &title) && title != nullptr);
+        EXPECT_NE(std::string(title).find(titlePart), std::string::npos) << "title: " << title;
+        XFree(title);
+    }
 
     x.requestClose(window);
     ASSERT_TRUE(zvtest::waitFor([&] { return program.finished(); }, 30s)) << argv[0] << " did not exit on close";
@@ -42,7 +49,8 @@ TEST(StartupX11, ClientAndReceiverShowTheirWindowAndExitCleanlyWhenClosed) {
 
     startShowAndClose(x, {zvtest::builtProgram("zelvanor")});
     startShowAndClose(x, {zvtest::builtProgram("zelvanor-receiver"), "--windowed", "--name", "Test panel", "--port", "0",
-                         "--no-discovery"});
+                         "--no-discovery"},
+                      "Test panel");  // Qt must not swallow --name, an X11 option of its own
 }
 
 }  // namespace
