@@ -23,6 +23,7 @@
 
 #include "StatusLines.h"
 #include "NetnsPair.h"
+#include "ColourBlocks.h"
 #include "Process.h"
 #include "XvfbSession.h"
 #include "casting/CClientConfig.h"
@@ -57,26 +58,9 @@ std::string g_root;
 
 constexpr int kScreenWidth = 1280;
 constexpr int kScreenHeight = 720;
-// Four blocks in the screen's quarters: red, green, blue, white.
-const QColor kBlocks[4] = {Qt::red, Qt::green, Qt::blue, Qt::white};
-
-void paintBlocks(Display* display) {
-    const int screen = DefaultScreen(display);
-    const int width = DisplayWidth(display, screen), height = DisplayHeight(display, screen);
-    const Window root = RootWindow(display, screen);
-    GC gc = XCreateGC(display, root, 0, nullptr);
-    for (int i = 0; i < 4; ++i) {
-        XSetForeground(display, gc, kBlocks[i].rgb() & 0xFFFFFF);
-        XFillRectangle(display, root, gc, (i % 2) * width / 2, (i / 2) * height / 2, width / 2, height / 2);
-    }
-    XFreeGC(display, gc);
-    XSync(display, False);
-}
-
-bool near(const QColor& a, const QColor& b) {
-    return std::abs(a.red() - b.red()) < 40 && std::abs(a.green() - b.green()) < 40 &&
-           std::abs(a.blue() - b.blue()) < 40;
-}
+using zvtest::kBlocks;
+using zvtest::paintBlocks;
+constexpr auto near = zvtest::nearColour;
 
 QPoint pointerOnTestScreen() {
     Display* display = g_x->connection();

@@ -164,24 +164,33 @@ long CManageAll::logOut(long, long) {
     return 0;
 }
 
-long CManageAll::checkVersion(VersionInfo& info, long) {
-    zv::LibraryCore* core = m_core.get();
-    const auto welcome = core->io().call(
-        [core]() -> std::optional<zv::WelcomeMessage> {
-            if (!core->session().isLoggedIn()) return std::nullopt;
-            return core->session().welcome();
+namespace {
+
+// What the panel said when the session began; empty when not logged in.
+std::optional<zv::WelcomeMessage> currentWelcome(zv::LibraryCore& core) {
+    const auto welcome = core.io().call(
+        [&core]() -> std::optional<zv::WelcomeMessage> {
+            if (!core.session().isLoggedIn()) return std::nullopt;
+            return core.session().welcome();
         },
         std::chrono::seconds(5));
-    if (!welcome || !*welcome) {
+    return welcome ? *welcome : std::nullopt;
+}
+
+}  // namespace
+
+long CManageAll::checkVersion(VersionInfo& info, long) {
+    const std::optional<zv::WelcomeMessage> welcome = currentWelcome(*m_core);
+    if (!welcome) {
         ZV_LOG(WARNING) << " not logged in";
         m_core->reportError(zv_error::CONNECT_FAILED);
         return -1;
     }
-    info.nProtocolVersion = (*welcome)->proto;
-    info.nMinClientVersion = (*welcome)->minProto;
-    copyField(info.szSoftwareVersion, (*welcome)->panel.software);
-    if ((*welcome)->proto < zv::kMinProtocolVersion || (*welcome)->minProto > zv::kProtocolVersion) {
-        ZV_LOG(WARNING) << " panel speaks protocol " << (*welcome)->proto << " (accepts from " << (*welcome)->minProto
+    info.nProtocolVersion = welcome->proto;
+    info.nMinClientVersion = welcome->minProto;
+    copyField(info.szSoftwareVersion, welcome->panel.software);
+    if (welcome->proto < zv::kMinProtocolVersion || welcome->minProto > zv::kProtocolVersion) {
+        ZV_LOG(WARNING) << " panel speaks protocol " << welcome->proto << " (accepts from " << welcome->minProto
                         << "), this library " << zv::kProtocolVersion << " (accepts from " << zv::kMinProtocolVersion
                         << ")";
         m_core->reportError(zv_error::PANEL_VERSION_TOO_LOW);
@@ -191,37 +200,25 @@ long CManageAll::checkVersion(VersionInfo& info, long) {
 }
 
 long CManageAll::getBusinessCap(BusinessCap& cap) {
-    zv::LibraryCore* core = m_core.get();
-    const auto welcome = core->io().call(
-        [core]() -> std::optional<zv::WelcomeMessage> {
-            if (!core->session().isLoggedIn()) return std::nullopt;
-            return core->session().welcome();
-        },
-        std::chrono::seconds(5));
-    if (!welcome || !*welcome) return -1;
-    cap.uBits = static_cast<uint32_t>((*welcome)->caps.bits);
-    cap.nMaxClients = (*welcome)->caps.maxClients;
-    cap.nMaxWidth = (*welcome)->caps.maxWidth;
-    cap.nMaxHeight = (*welcome)->caps.maxHeight;
+    const std::optional<zv::WelcomeMessage> welcome = currentWelcome(*m_core);
+    if (!welcome) return -1;
+    cap.uBits = static_cast<uint32_t>(welcome->caps.bits);
+    cap.nMaxClients = welcome->caps.maxClients;
+    cap.nMaxWidth = welcome->caps.maxWidth;
+    cap.nMaxHeight = welcome->caps.maxHeight;
     return 0;
 }
 
 tagDeviceInfo_ CManageAll::getServerInfo() {
     tagDeviceInfo_ info{};
-    zv::LibraryCore* core = m_core.get();
-    const auto welcome = core->io().call(
-        [core]() -> std::optional<zv::WelcomeMessage> {
-            if (!core->session().isLoggedIn()) return std::nullopt;
-            return core->session().welcome();
-        },
-        std::chrono::seconds(5));
-    if (!welcome || !*welcome) return info;
-    const zv::PanelInfo& panel = (*welcome)->panel;
+    const std::optional<zv::WelcomeMessage> welcome = currentWelcome(*m_core);
+    if (!welcome) return info;
+    const zv::PanelInfo& panel = welcome->panel;
     copyField(info.szModel, panel.model);
     copyField(info.szName, panel.name);
     copyField(info.szAddress, panel.address);
     info.nDeviceType = panel.deviceType;
-    info.nVersion = (*welcome)->proto;
+    info.nVersion = welcome->proto;
     info.nScreenWidth = panel.width;
     info.nScreenHeight = panel.height;
     return info;
