@@ -11,6 +11,8 @@ PACKAGES=(
   libqt5opengl5-dev
   # logging, settings store, TLS key generation, tests, benchmarks
   libgoogle-glog-dev libsqlite3-dev libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
+  # wire schema, key exchange over the connect code, media encryption (srtpenc/srtpdec)
+  libprotobuf-dev protobuf-compiler libsodium-dev libsrtp2-dev
   # X11: capture, input injection, monitors
   libx11-dev libxext-dev libxtst-dev libxfixes-dev libxrandr-dev libxdamage-dev
   # GStreamer: capture, encoding, transports, decoding
