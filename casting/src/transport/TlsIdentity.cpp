@@ -23,6 +23,7 @@
 #include <memory>
 
 #include "casting/Log.h"
+#include "security/KeyId.h"
 
 namespace zv {
 
@@ -51,9 +52,9 @@ QByteArray bioContents(BIO* bio) {
     return QByteArray(data, static_cast<int>(size));
 }
 
-QString commonNameFor(const QString& name) {
+QString commonNameFor(const QString& name, const TlsIdentityKind& kind) {
     QString cn = name.trimmed();
-    if (cn.isEmpty()) cn = QStringLiteral("Zelvanor panel");
+    if (cn.isEmpty()) cn = QString::fromUtf8(kind.defaultCommonName);
     if (cn.size() > kMaxCommonNameChars) {
         cn.truncate(kMaxCommonNameChars);
         if (QChar(cn.back()).isHighSurrogate()) cn.chop(1);
@@ -137,7 +138,7 @@ bool keepAside(const QString& path, const QString& why, QString* error) {
 
 PKeyPtr generateKey() { return PKeyPtr(EVP_EC_gen("P-256")); }
 
-X509Ptr makeCertificate(EVP_PKEY* key, const QString& commonName) {
+X509Ptr makeCertificate(EVP_PKEY* key, const QString& commonName, const char* extendedKeyUsage) {
     X509Ptr cert(X509_new());
     BignumPtr serial(BN_new());
     if (!cert || !serial) return nullptr;
@@ -160,7 +161,7 @@ X509Ptr makeCertificate(EVP_PKEY* key, const QString& commonName) {
     // No keyUsage: with one lacking keyCertSign, OpenSSL (and Qt's
     // isSelfSigned) would no longer see the certificate as its own issuer.
     for (const auto& [nid, value] : {std::pair{NID_basic_constraints, "critical,CA:FALSE"},
-                                     std::pair{NID_ext_key_usage, "serverAuth"}}) {
+                                     std::pair{NID_ext_key_usage, extendedKeyUsage}}) {
         X509_EXTENSION* ext = X509V3_EXT_conf_nid(nullptr, &ctx, nid, value);
         const bool added = ext && X509_add_ext(cert.get(), ext, -1) == 1;
         X509_EXTENSION_free(ext);
@@ -185,6 +186,11 @@ QByteArray certificatePem(X509* cert) {
 }  // namespace
 
 std::optional<TlsIdentity> loadOrCreateTlsIdentity(const QString& folder, const QString& commonName, QString* error) {
+    return loadOrCreateTlsIdentity(folder, commonName, kPanelIdentity, error);
+}
+
+std::optional<TlsIdentity> loadOrCreateTlsIdentity(const QString& folder, const QString& commonName,
+                                                   const TlsIdentityKind& kind, QString* error) {
     QString localError;
     QString& err = error ? *error : localError;
     if (!QDir().mkpath(folder)) {
@@ -192,9 +198,9 @@ std::optional<TlsIdentity> loadOrCreateTlsIdentity(const QString& folder, const 
         ZV_LOG(ERROR) << " " << err.toStdString();
         return std::nullopt;
     }
-    const QString keyPath = QDir(folder).filePath(QLatin1String(kPanelKeyFileName));
-    const QString certPath = QDir(folder).filePath(QLatin1String(kPanelCertFileName));
-    const QString cn = commonNameFor(commonName);
+    const QString keyPath = QDir(folder).filePath(QLatin1String(kind.keyFileName));
+    const QString certPath = QDir(folder).filePath(QLatin1String(kind.certFileName));
+    const QString cn = commonNameFor(commonName, kind);
 
     PKeyPtr key;
     QByteArray keyPem;
@@ -227,7 +233,7 @@ std::optional<TlsIdentity> loadOrCreateTlsIdentity(const QString& folder, const 
             cert.reset();
             if (!keepAside(certPath, QStringLiteral("does not hold a certificate for the key"), &err)) return std::nullopt;
         } else if (commonNameOf(cert.get()) != cn) {
-            ZV_LOG(INFO) << " panel name changed from \"" << commonNameOf(cert.get()).toStdString() << "\" to \""
+            ZV_LOG(INFO) << " " << kind.what << " name changed from \"" << commonNameOf(cert.get()).toStdString() << "\" to \""
                          << cn.toStdString() << "\": issuing a new certificate for the same key";
             cert.reset();
         }
@@ -245,14 +251,14 @@ std::optional<TlsIdentity> loadOrCreateTlsIdentity(const QString& folder, const 
             ZV_LOG(ERROR) << " " << err.toStdString();
             return std::nullopt;
         }
-        ZV_LOG(INFO) << " new panel key written to " << keyPath.toStdString();
+        ZV_LOG(INFO) << " new " << kind.what << " key written to " << keyPath.toStdString();
     }
 
     QByteArray certPem;
     if (cert) {
         certPem = certificatePem(cert.get());
     } else {
-        cert = makeCertificate(key.get(), cn);
+        cert = makeCertificate(key.get(), cn, kind.extendedKeyUsage);
         certPem = cert ? certificatePem(cert.get()) : QByteArray();
         if (certPem.isEmpty()) {
             err = QStringLiteral("cannot make a self-signed certificate");
@@ -269,17 +275,21 @@ std::optional<TlsIdentity> loadOrCreateTlsIdentity(const QString& folder, const 
     identity.privateKey = QSslKey(keyPem, QSsl::Ec, QSsl::Pem, QSsl::PrivateKey);
     identity.certificate = QSslCertificate(certPem, QSsl::Pem);
     identity.panelKey = panelKeyOf(identity.certificate);
-    if (identity.privateKey.isNull() || identity.certificate.isNull() || identity.panelKey.isEmpty()) {
+    identity.keyId = keyIdOf(identity.certificate);
+    if (identity.privateKey.isNull() || identity.certificate.isNull() || identity.keyId.isEmpty()) {
         err = QStringLiteral("Qt cannot use the key or certificate in %1").arg(folder);
         ZV_LOG(ERROR) << " " << err.toStdString();
         return std::nullopt;
     }
-    ZV_LOG(INFO) << " panel identity " << identity.panelKey.toStdString() << " (CN \"" << cn.toStdString() << "\") from "
+    ZV_LOG(INFO) << " " << kind.what << " identity " << identity.keyId.toStdString() << " (CN \"" << cn.toStdString() << "\") from "
                  << folder.toStdString();
     return identity;
 }
 
-QString panelKeyOf(const QSslCertificate& certificate) {
+namespace {
+
+// The DER SubjectPublicKeyInfo of the certificate's key; empty if none.
+QByteArray publicKeyDerOf(const QSslCertificate& certificate) {
     if (certificate.isNull()) return {};
     const QByteArray der = certificate.toDer();
     const unsigned char* p = reinterpret_cast<const unsigned char*>(der.constData());
@@ -290,10 +300,19 @@ QString panelKeyOf(const QSslCertificate& certificate) {
     unsigned char* spki = nullptr;
     const int length = i2d_PUBKEY(publicKey, &spki);
     if (length <= 0) return {};
-    const QByteArray digest = QCryptographicHash::hash(QByteArray(reinterpret_cast<const char*>(spki), length),
-                                                       QCryptographicHash::Sha256);
+    const QByteArray spkiDer(reinterpret_cast<const char*>(spki), length);
     OPENSSL_free(spki);
-    return QString::fromLatin1(digest.toHex().left(16));
+    return spkiDer;
 }
+
+}  // namespace
+
+QString panelKeyOf(const QSslCertificate& certificate) {
+    const QByteArray der = publicKeyDerOf(certificate);
+    if (der.isEmpty()) return {};
+    return QString::fromLatin1(QCryptographicHash::hash(der, QCryptographicHash::Sha256).toHex().left(16));
+}
+
+QString keyIdOf(const QSslCertificate& certificate) { return keyIdOfPublicKey(publicKeyDerOf(certificate)); }
 
 }  // namespace zv
