@@ -1,6 +1,6 @@
 // The replay program a fuzz target becomes without libFuzzer (gcc builds,
 // ctest): it runs the given samples, the files in the folder named by the
-// first argument, mutations of them and random bytes, with a fixed seed so
+// first argument, mutations of them and random bytes, from a fixed start so
 // every run tries the same inputs.
 #pragma once
 

@@ -71,8 +71,8 @@ std::unique_ptr<TlsEngine> makeClient(const TlsIdentity& id = ids().pc) {
 
 // Moves ciphertext both ways until neither side has anything to send,
 // in pieces of 1..maxPiece bytes when maxPiece > 0.
-void pump(TlsEngine& a, TlsEngine& b, int maxPiece = 0, unsigned seed = 1) {
-    std::mt19937 random(seed);
+void pump(TlsEngine& a, TlsEngine& b, int maxPiece = 0, unsigned start = 1) {
+    std::mt19937 random(start);
     auto deliver = [&](TlsEngine& from, TlsEngine& to) {
         const QByteArray bytes = from.takeCiphertext();
         if (maxPiece <= 0) return to.feedCiphertext(bytes), !bytes.isEmpty();
@@ -91,8 +91,8 @@ void pump(TlsEngine& a, TlsEngine& b, int maxPiece = 0, unsigned seed = 1) {
     ADD_FAILURE() << "engines kept talking";
 }
 
-QByteArray patternBytes(int size, unsigned seed) {
-    std::mt19937 random(seed);
+QByteArray patternBytes(int size, unsigned start) {
+    std::mt19937 random(start);
     QByteArray out(size, Qt::Uninitialized);
     for (char& c : out) c = char(random());
     return out;
