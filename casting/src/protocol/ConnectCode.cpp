@@ -11,26 +11,27 @@ constexpr int kCodeBits = kConnectCodeLength * kBitsPerChar;  // 40
 constexpr int kClassBits = 2;
 constexpr int kPayloadBits = kCodeBits - kClassBits;           // 38
 
-struct AddressClass {
-    quint32 prefix;     // the fixed high bits, in place
-    int addressBits;    // low address bits carried in the code
-};
+// The classes of the top 2 bits.
+constexpr int kPrivate16 = 0;  // 192.168.0.0/16, 16 address bits
+constexpr int kLocal18 = 1;    // low 18 bits; the high 14 are the PC's own
+constexpr int kNoAddress = 2;
+constexpr quint32 kPrivate16Prefix = 0xC0A80000u;
+constexpr quint32 kLocal18Mask = 0x3FFFFu;
 
-// Indexed by the class number.
-constexpr AddressClass kClasses[] = {
-    {0xC0A80000u, 16},  // 192.168.0.0/16
-    {0xAC100000u, 20},  // 172.16.0.0/12
-    {0x0A000000u, 24},  // 10.0.0.0/8
-    {0x00000000u, 32},  // anything else
-};
+int addressBitsOf(int cls) {
+    switch (cls) {
+    case kPrivate16: return 16;
+    case kLocal18: return 18;
+    default: return 0;
+    }
+}
 
-quint32 lowMask(int bits) { return bits >= 32 ? 0xFFFFFFFFu : ((1u << bits) - 1u); }
+quint64 lowMask(int bits) { return bits >= 64 ? ~quint64(0) : ((quint64(1) << bits) - 1u); }
 
 int classOf(quint32 address) {
-    for (int c = 0; c < 3; ++c) {
-        if ((address & ~lowMask(kClasses[c].addressBits)) == kClasses[c].prefix) return c;
-    }
-    return 3;
+    if (address == 0) return kNoAddress;
+    if ((address & 0xFFFF0000u) == kPrivate16Prefix) return kPrivate16;
+    return kLocal18;
 }
 
 int valueOf(QChar ch) {
@@ -66,13 +67,13 @@ bool isValidCode(const QString& code) {
 
 bool isValidPasscode(const QString& code) { return code.size() == kPasscodeLength && isValidCode(code); }
 
-QString makeCode(quint32 ipv4HostOrder, quint32 secret) {
+QString makeCode(quint32 ipv4HostOrder, quint64 secret) {
     const int cls = classOf(ipv4HostOrder);
-    const int addressBits = kClasses[cls].addressBits;
-    const int secretBits = kPayloadBits - addressBits;
+    const int addressBits = addressBitsOf(cls);
+    const int secretBitCount = kPayloadBits - addressBits;
     const quint64 bits = (quint64(cls) << kPayloadBits) |
-                         (quint64(ipv4HostOrder & lowMask(addressBits)) << secretBits) |
-                         quint64(secret & lowMask(secretBits));
+                         ((quint64(ipv4HostOrder) & lowMask(addressBits)) << secretBitCount) |
+                         (secret & lowMask(secretBitCount));
     QString out(kConnectCodeLength, Qt::Uninitialized);
     for (int i = 0; i < kConnectCodeLength; ++i) {
         const int shift = kCodeBits - kBitsPerChar * (i + 1);
@@ -81,7 +82,10 @@ QString makeCode(quint32 ipv4HostOrder, quint32 secret) {
     return out;
 }
 
-std::optional<quint32> decodeAddress(const QString& code) {
+namespace {
+
+// The 40 bits of an 8-character code.
+std::optional<quint64> codeBits(const QString& code) {
     if (code.size() != kConnectCodeLength) return std::nullopt;
     quint64 bits = 0;
     for (const QChar ch : code) {
@@ -89,14 +93,44 @@ std::optional<quint32> decodeAddress(const QString& code) {
         if (v < 0) return std::nullopt;
         bits = (bits << kBitsPerChar) | quint64(v);
     }
-    const int cls = int(bits >> kPayloadBits);
-    const int addressBits = kClasses[cls].addressBits;
-    const int secretBits = kPayloadBits - addressBits;
-    const quint32 low = quint32(bits >> secretBits) & lowMask(addressBits);
-    return kClasses[cls].prefix | low;
+    return bits;
 }
 
-QString generateCode(quint32 ipv4HostOrder) { return makeCode(ipv4HostOrder, QRandomGenerator::system()->generate()); }
+quint32 carriedAddressBits(quint64 bits, int cls) {
+    const int addressBits = addressBitsOf(cls);
+    return quint32((bits >> (kPayloadBits - addressBits)) & lowMask(addressBits));
+}
+
+}  // namespace
+
+std::optional<quint32> decodeAddress(const QString& code) {
+    const std::optional<quint64> bits = codeBits(code);
+    if (!bits || int(*bits >> kPayloadBits) != kPrivate16) return std::nullopt;
+    return kPrivate16Prefix | carriedAddressBits(*bits, kPrivate16);
+}
+
+QList<quint32> addressCandidates(const QString& code, const QList<quint32>& localAddresses) {
+    const std::optional<quint64> bits = codeBits(code);
+    if (!bits) return {};
+    const int cls = int(*bits >> kPayloadBits);
+    if (cls == kPrivate16) return {kPrivate16Prefix | carriedAddressBits(*bits, cls)};
+    if (cls != kLocal18) return {};
+    QList<quint32> out;
+    for (const quint32 local : localAddresses) {
+        if (local == 0) continue;
+        const quint32 candidate = (local & ~kLocal18Mask) | carriedAddressBits(*bits, cls);
+        if (!out.contains(candidate)) out.append(candidate);
+    }
+    return out;
+}
+
+int secretBits(const QString& code) {
+    const std::optional<quint64> bits = codeBits(code);
+    if (!bits) return 0;
+    return kPayloadBits - addressBitsOf(int(*bits >> kPayloadBits));
+}
+
+QString generateCode(quint32 ipv4HostOrder) { return makeCode(ipv4HostOrder, QRandomGenerator::system()->generate64()); }
 
 QString generatePasscode() {
     QString out(kPasscodeLength, Qt::Uninitialized);

@@ -38,6 +38,18 @@ bool plausiblePanelAddress(const QHostAddress& address) {
     return false;
 }
 
+// This PC's IPv4 addresses (host byte order), for codes that carry only the
+// low bits of the panel's address; loopback last, as a panel on this very
+// machine is the rare case.
+QList<quint32> localIpv4Addresses() {
+    QList<quint32> out, loopback;
+    for (const QHostAddress& address : QNetworkInterface::allAddresses()) {
+        if (address.protocol() != QAbstractSocket::IPv4Protocol) continue;
+        (address.isLoopback() ? loopback : out).append(address.toIPv4Address());
+    }
+    return out + loopback;
+}
+
 }  // namespace
 
 CodeResolver::CodeResolver(DiscoveryLookup lookup, QObject* parent)
@@ -113,15 +125,17 @@ bool CodeResolver::tryDiscovery(const QString& code) {
 
 void CodeResolver::resolveCode(const QString& code) {
     if (tryDiscovery(code)) return;
-    if (const std::optional<quint32> decoded = code::decodeAddress(code)) {
-        const QHostAddress address(*decoded);
-        if (plausiblePanelAddress(address)) {
+    const QList<quint32> candidates = code::addressCandidates(code, localIpv4Addresses());
+    if (!candidates.isEmpty()) {
+        for (const quint32 candidate : candidates) {
+            const QHostAddress address(candidate);
+            if (!plausiblePanelAddress(address)) continue;
             finish({PanelAddress{address.toString(), kDefaultControlPort, QString()}, 0, QString()});
-        } else {
-            finish({std::nullopt, zv_error::WRONG_CODE,
-                    QStringLiteral("code %1 names %2, which is no panel address of this network")
-                        .arg(code, address.toString())});
+            return;
         }
+        finish({std::nullopt, zv_error::WRONG_CODE,
+                QStringLiteral("code %1 names %2, which is no panel address of this network")
+                    .arg(code, QHostAddress(candidates.first()).toString())});
         return;
     }
     // A short or custom code: only discovery knows it; give it a moment.
