@@ -8,7 +8,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
-#include <QMouseEvent>
 #include <QSystemTrayIcon>
 #include <QTimer>
 
@@ -103,23 +102,7 @@ void OrvixUpgrade::onHideControlBallTimeout() {
 
 bool OrvixUpgrade::eventFilter(QObject* watched, QEvent* event) {
     if (watched == ui->widgetTitle) {
-        auto* mouse = static_cast<QMouseEvent*>(event);
-        switch (event->type()) {
-        case QEvent::MouseButtonPress:
-            if (mouse->button() == Qt::LeftButton) {
-                m_dragging = true;
-                m_dragOffset = mouse->globalPos() - frameGeometry().topLeft();
-            }
-            break;
-        case QEvent::MouseMove:
-            if (m_dragging && (mouse->buttons() & Qt::LeftButton)) move(mouse->globalPos() - m_dragOffset);
-            break;
-        case QEvent::MouseButtonRelease:
-            m_dragging = false;
-            break;
-        default:
-            break;
-        }
+        m_titleDrag.handleEvent(event);
     } else if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape) {
         if (watched == m_connectPage->getConnectCodeEdit()) m_connectPage->setCodeListHide();
         if (watched == m_screenPage->getScreenCodeEdit()) m_screenPage->setCodeListHide();

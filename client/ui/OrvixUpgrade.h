@@ -16,7 +16,6 @@
 // the stop work and the address watcher read and write it too.
 #pragma once
 
-#include <QPoint>
 #include <QString>
 #include <QWidget>
 
@@ -33,6 +32,7 @@
 #include "casting/SessionRecords.h"
 #include "ui/ContentWidget/DeviceShowInfo.h"
 #include "ui/HardwareEncoderProbe.h"
+#include "ui/TitleBarDrag.h"
 
 class ControlBall;
 class ExceptionCallBack;
@@ -339,9 +339,7 @@ private:
 
     // Title bar and window chrome.
     int m_titleBtnStatus = TitleConnectPage;
-    // Dragging the frameless window by its title bar.
-    QPoint m_dragOffset;
-    bool m_dragging = false;
+    TitleBarDrag m_titleDrag{this};
 
     // Discovery.
     std::mutex m_deviceMapMutex;
