@@ -93,6 +93,10 @@ OrvixUpgrade::~OrvixUpgrade() {
     library->setDevComingCallback(nullptr);
     library->initDataCallBack(nullptr, nullptr, nullptr);
     stopRequestThreads(true);
+    // Every way out of the program (close button, SIGTERM, quit(), the
+    // command-line cast) passes here while QApplication still exists, which
+    // the library's I/O thread needs for an orderly end.
+    library->shutdown();
     delete ui;
 }
 

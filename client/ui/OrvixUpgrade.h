@@ -93,7 +93,7 @@ public:
     // ---- Construction, start-up and close: OrvixUpgrade.cpp -------------
     explicit OrvixUpgrade(QWidget* parent = nullptr);
     // Waits for the asynchronous works, stops the watchers and the request
-    // threads.
+    // threads, and shuts the casting library down while Qt still runs.
     ~OrvixUpgrade() override;
 
     unsigned getCurrentStatus() const { return m_screenStatus; }

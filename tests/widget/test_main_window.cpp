@@ -1,5 +1,5 @@
 // The main window on its own: construction, showing, the command-line entry,
-// dragging by the title bar and closing.
+// dragging by the title bar, closing and the library's end.
 #include <QtTest/QtTest>
 
 #include <QMouseEvent>
@@ -18,6 +18,7 @@ using zvtest::LogCapture;
 
 const std::string kEmptyIpLine = "[shortcutModeScreen] shortcutModeScreen return, because strIp is empty";
 const std::string kConnectFailedCode = "0xF3200001";
+const std::string kLibraryShutDownLine = "[shutdown] casting library shut down";
 
 void sendMouse(QWidget* target, QEvent::Type type, const QPoint& local, Qt::MouseButton button,
                Qt::MouseButtons buttons) {
@@ -34,7 +35,7 @@ private slots:
     void startsIdleAndShows();
     void shortcutRestoresWindowAndTracksCommandLineStart();
     void titleBarDragsTheWindowOnlyWithTheLeftButton();
-    void closeHidesWindow();
+    void closeHidesWindowAndEveryEndShutsTheLibraryDownOnce();
 };
 
 void TestMainWindow::startsIdleAndShows() {
@@ -135,13 +136,29 @@ void TestMainWindow::titleBarDragsTheWindowOnlyWithTheLeftButton() {
     QCOMPARE(window.pos(), start + QPoint(30, 20));
 }
 
-void TestMainWindow::closeHidesWindow() {
-    OrvixUpgrade window(nullptr);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    QVERIFY(window.close());
-    QVERIFY(!window.isVisible());
-    QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus));
+void TestMainWindow::closeHidesWindowAndEveryEndShutsTheLibraryDownOnce() {
+    LogCapture log;
+    {
+        OrvixUpgrade window(nullptr);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(window.close());
+        QVERIFY(!window.isVisible());
+        QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus));
+        QCOMPARE(log.count(kLibraryShutDownLine), 1);
+    }
+    // Closing ended the library already: the destructor finds nothing to end.
+    QCOMPARE(log.count(kLibraryShutDownLine), 1);
+
+    // A window that goes without being closed (SIGTERM, quit()) ends the
+    // library in its destructor, while QApplication still exists.
+    {
+        OrvixUpgrade window(nullptr);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+    }
+    QCOMPARE(log.count(kLibraryShutDownLine), 2);
+    QCOMPARE(log.countContaining("shut down after Qt ended"), 0);
 }
 
 QTEST_MAIN(TestMainWindow)
