@@ -44,7 +44,7 @@ struct Colour {
     }
 };
 constexpr Colour kRed{255, 0, 0}, kGreen{0, 255, 0}, kBlue{0, 0, 255}, kWhite{255, 255, 255}, kBlack{0, 0, 0};
-constexpr Colour kMagenta{255, 0, 255}, kCyan{0, 255, 255}, kYellow{255, 255, 0};
+constexpr Colour kMagenta{255, 0, 255}, kCyan{0, 255, 255};
 constexpr Colour kBlocks[4] = {kRed, kGreen, kBlue, kWhite};
 constexpr Colour kSwapped[4] = {kWhite, kBlue, kGreen, kRed};
 
