@@ -139,7 +139,8 @@ Packet findSps(const std::vector<Packet>& packets) {
             const size_t size = (size_t(packet[at]) << 8) | packet[at + 1];
             if (at + 2 + size > packet.size()) break;
             if ((packet[at + 2] & 0x1f) == 7) {
-                return Packet(packet.begin() + static_cast<long>(at + 2), packet.begin() + static_cast<long>(at + 2 + size));
+                const auto nal = packet.begin() + static_cast<long>(at + 2);
+                return Packet(nal, nal + static_cast<long>(size));
             }
             at += 2 + size;
         }

@@ -80,30 +80,48 @@ void deleteState(gpointer data) { delete static_cast<StatePtr*>(data); }
 }  // namespace
 
 std::string PeerFilter::setPeer(const std::string& address) {
-    m_state.reset();
+    clear();
     GInetAddress* parsed = g_inet_address_new_from_string(address.c_str());
     if (parsed == nullptr) return "the peer address \"" + address + "\" is not an IP address";
     auto state = std::make_shared<State>();
     state->peer = plainAddress(parsed);
     g_object_unref(parsed);
+    std::lock_guard<std::mutex> lock(m_mutex);
     m_state = std::move(state);
     return {};
 }
 
-uint64_t PeerFilter::dropped() const { return m_state ? m_state->dropped.load() : 0; }
+void PeerFilter::clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_state.reset();
+}
+
+std::shared_ptr<PeerFilter::State> PeerFilter::state() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_state;
+}
+
+bool PeerFilter::active() const { return state() != nullptr; }
+
+uint64_t PeerFilter::dropped() const {
+    const auto current = state();
+    return current ? current->dropped.load() : 0;
+}
 
 void PeerFilter::attachToUdpSource(GstElement* udpsrc) {
-    if (!m_state) return;
+    const auto current = state();
+    if (!current) return;
     g_object_set(udpsrc, "retrieve-sender-address", TRUE, nullptr);
     GstPad* pad = gst_element_get_static_pad(udpsrc, "src");
     gst_pad_add_probe(pad, static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST),
-                      &onReceived, new StatePtr(m_state), &deleteState);
+                      &onReceived, new StatePtr(current), &deleteState);
     gst_object_unref(pad);
 }
 
 void PeerFilter::attachToSrtListener(GstElement* srtsrc) {
-    if (!m_state) return;
-    g_signal_connect_data(srtsrc, "caller-connecting", G_CALLBACK(&onCallerConnecting), new StatePtr(m_state),
+    const auto current = state();
+    if (!current) return;
+    g_signal_connect_data(srtsrc, "caller-connecting", G_CALLBACK(&onCallerConnecting), new StatePtr(current),
                           [](gpointer data, GClosure*) { deleteState(data); }, GConnectFlags(0));
 }
 

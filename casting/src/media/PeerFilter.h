@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace zv::media {
@@ -23,8 +24,8 @@ public:
     // The peer's IP address (IPv4, IPv6, or IPv4 written as ::ffff:a.b.c.d).
     // "" or why it is not one.
     std::string setPeer(const std::string& address);
-    void clear() { m_state.reset(); }  // takes media from anyone
-    bool active() const { return m_state != nullptr; }
+    void clear();  // takes media from anyone
+    bool active() const;
 
     // Drops what udpsrc receives from others (udpsrc adds the sender's
     // address to every buffer unless told not to).
@@ -32,12 +33,15 @@ public:
     // Refuses SRT callers from other addresses.
     void attachToSrtListener(GstElement* srtsrc);
 
-    // Packets (or SRT connection attempts) refused so far.
+    // Packets (or SRT connection attempts) refused so far. Any thread.
     uint64_t dropped() const;
 
     struct State;
 
 private:
+    std::shared_ptr<State> state() const;
+
+    mutable std::mutex m_mutex;  // m_state against setPeer()/clear() on the owner's thread
     std::shared_ptr<State> m_state;
 };
 

@@ -63,7 +63,9 @@ std::string SenderPipeline::Impl::start(const SenderConfig& config) {
         ZV_LOG(WARNING) << " media keys missing: this cast is sent unencrypted";
     }
     // RTCP only from the panel (when it is named by address).
-    if (!m_peer.setPeer(config.host).empty()) ZV_LOG(INFO) << " " << config.host << " is a name: RTCP not filtered by address";
+    if (!m_peer.setPeer(config.host).empty()) {
+        ZV_LOG(INFO) << " " << config.host << " is a name: RTCP not filtered by address";
+    }
     m_encrypted = encrypted;
     m_videoSsrc = g_random_int() & ~3u;  // + 1 sound, + 2 retransmissions
     if (m_videoSsrc == 0) m_videoSsrc = 4;

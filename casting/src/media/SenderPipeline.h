@@ -7,7 +7,8 @@
 //                   RTCP both ways on one socket
 //              TCP: srtpenc ─▶ rtpstreampay ─▶ tcpclientsink
 //              SRT: srtpenc ─▶ srtsink (caller, AES-256)
-//   sound (own pipeline): pulsesrc ─▶ opusenc ─▶ rtpopuspay ─▶ srtpenc ─▶ the same kind of transport, audio port
+//   sound (own pipeline): pulsesrc ─▶ opusenc ─▶ rtpopuspay ─▶ srtpenc ─▶ the same kind of
+//                         transport, audio port
 //
 // Every stream is SRTP (AES-256-GCM, SrtpKeying.h) with the cast's keys;
 // SRT adds its own encryption around it. RTCP from anywhere but `host`

@@ -48,7 +48,7 @@ struct SenderPipeline::Impl {
     void onAudioMessage(GstMessage* message);
 
     SenderConfig m_config;
-    bool m_encrypted = false;
+    std::atomic<bool> m_encrypted{false};
     guint m_videoSsrc = 0;  // sound and retransmissions take their own, next to it (one key, unique SSRCs)
     ErrorCallback m_onError;
     X11Capture m_capture;

@@ -9,9 +9,10 @@ namespace zv::media {
 
 std::string SenderPipeline::Impl::buildVideoTransport(GstElement* payloader) {
     GstElement* sink = nullptr;
+    GstElement* pipeline = m_pipeline.get();
     const std::string error = m_config.transport == MediaTransport::Udp
                                   ? buildUdpVideo(payloader, &sink)
-                                  : buildSendingTail(m_pipeline.get(), payloader, m_config.videoPort, "zv-video", &sink);
+                                  : buildSendingTail(pipeline, payloader, m_config.videoPort, "zv-video", &sink);
     if (!error.empty()) return error;
     PadPtr sent(gst_element_get_static_pad(sink, "sink"));
     countBytes(sent.get(), &m_bytes);
@@ -38,7 +39,9 @@ std::string SenderPipeline::Impl::buildSendingTail(GstElement* pipeline, GstElem
             break;
         case MediaTransport::Srt:
             sink = makeRequiredElement("srtsink", prefix + "-sink", &error);
-            if (sink) configureSrt(sink.get(), srtUri(config.host, port, false), config.srtPassphrase, config.latencyMs);
+            if (sink) {
+                configureSrt(sink.get(), srtUri(config.host, port, false), config.srtPassphrase, config.latencyMs);
+            }
             break;
     }
     if (!error.empty()) return error;

@@ -97,28 +97,40 @@ void useSrtpInRtpbin(GstElement* rtpbin, GstElement* encoder, GstElement* decode
 std::string SrtpDecoder::create(const std::vector<uint8_t>& key, const std::string& name) {
     reset();
     std::string error;
-    m_element = makeRequiredElement("srtpdec", name, &error);
-    if (!m_element) return error;
-    m_state = std::make_shared<State>();
-    m_state->key = key;
-    g_object_set(m_element.get(), "replay-window-size", kReplayWindowPackets, nullptr);
+    ElementPtr element = makeRequiredElement("srtpdec", name, &error);
+    if (!element) return error;
+    auto state = std::make_shared<State>();
+    state->key = key;
+    g_object_set(element.get(), "replay-window-size", kReplayWindowPackets, nullptr);
     // The handlers keep the state alive as long as the element can call them.
-    g_signal_connect_data(m_element.get(), "request-key", G_CALLBACK(&SrtpDecoder::onRequestKey),
-                          new std::shared_ptr<State>(m_state),
+    g_signal_connect_data(element.get(), "request-key", G_CALLBACK(&SrtpDecoder::onRequestKey),
+                          new std::shared_ptr<State>(state),
                           [](gpointer data, GClosure*) { delete static_cast<std::shared_ptr<State>*>(data); },
                           GConnectFlags(0));
     for (const char* padName : {"rtp_src", "rtcp_src"}) {
-        PadPtr pad(gst_element_get_static_pad(m_element.get(), padName));
+        PadPtr pad(gst_element_get_static_pad(element.get(), padName));
         gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, &SrtpDecoder::onAuthentic,
-                          new std::shared_ptr<State>(m_state),
+                          new std::shared_ptr<State>(state),
                           [](gpointer data) { delete static_cast<std::shared_ptr<State>*>(data); });
     }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_element = std::move(element);
+    m_state = std::move(state);
     return {};
 }
 
 void SrtpDecoder::reset() {
-    m_element.reset();
-    m_state.reset();
+    ElementPtr element;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        element = std::move(m_element);
+        m_state.reset();
+    }
+}
+
+bool SrtpDecoder::anyAuthentic() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_state && m_state->authentic.load() > 0;
 }
 
 // Streaming thread, with srtpdec's object lock held: nothing here may call srtpdec.
@@ -152,6 +164,7 @@ GstPadProbeReturn SrtpDecoder::onAuthentic(GstPad*, GstPadProbeInfo* info, gpoin
 }
 
 uint64_t SrtpDecoder::rejected() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_element || !m_state) return 0;
     GstStructure* raw = nullptr;
     g_object_get(m_element.get(), "stats", &raw, nullptr);
@@ -161,21 +174,28 @@ uint64_t SrtpDecoder::rejected() const {
 }
 
 void SrtpDecoder::forgetUnproven(std::chrono::milliseconds age) {
-    if (!m_element || !m_state) return;
+    ElementPtr element;
+    std::shared_ptr<State> state;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        element = addRef(m_element.get());
+        state = m_state;
+    }
+    if (!element || !state) return;
     std::vector<guint> stale;
     {
-        std::lock_guard<std::mutex> lock(m_state->mutex);
+        std::lock_guard<std::mutex> lock(state->mutex);
         const auto horizon = std::chrono::steady_clock::now() - age;
-        for (auto it = m_state->unproven.begin(); it != m_state->unproven.end();) {
-            if (it->second < horizon) {
+        for (auto it = state->unproven.begin(); it != state->unproven.end();) {
+            if (it->second <= horizon) {
                 stale.push_back(it->first);
-                it = m_state->unproven.erase(it);
+                it = state->unproven.erase(it);
             } else {
                 ++it;
             }
         }
     }
-    for (guint ssrc : stale) g_signal_emit_by_name(m_element.get(), "remove-key", ssrc);
+    for (guint ssrc : stale) g_signal_emit_by_name(element.get(), "remove-key", ssrc);
     if (!stale.empty()) ZV_LOG(WARNING) << " forgot " << stale.size() << " stream(s) that never passed authentication";
 }
 

@@ -61,15 +61,16 @@ public:
     SrtpDecoder(const SrtpDecoder&) = delete;
     SrtpDecoder& operator=(const SrtpDecoder&) = delete;
 
-    // Makes srtpdec; "" or why not.
+    // Makes srtpdec; "" or why not. create() and reset(): the owner's thread.
     std::string create(const std::vector<uint8_t>& key, const std::string& name);
     GstElement* element() const { return m_element.get(); }
     void reset();
 
+    // Any thread:
     // Packets dropped: failed authentication (or replayed), or an SSRC refused a key.
     uint64_t rejected() const;
     // Whether any packet has passed authentication since create().
-    bool anyAuthentic() const { return m_state && m_state->authentic.load() > 0; }
+    bool anyAuthentic() const;
     // Forgets SSRCs keyed over `age` ago that never passed authentication.
     // Not from a streaming thread of this decoder.
     void forgetUnproven(std::chrono::milliseconds age = std::chrono::seconds(2));
@@ -87,6 +88,7 @@ private:
     static GstCaps* onRequestKey(GstElement* decoder, guint ssrc, gpointer state);
     static GstPadProbeReturn onAuthentic(GstPad* pad, GstPadProbeInfo* info, gpointer state);
 
+    mutable std::mutex m_mutex;  // m_element and m_state against reset()
     ElementPtr m_element;
     std::shared_ptr<State> m_state;
 };

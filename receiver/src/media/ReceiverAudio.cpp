@@ -20,7 +20,10 @@ std::string ReceiverPipeline::Impl::buildAudio() {
     m_audioBus.attach(pipeline, [this](GstMessage* message) { onMessage(message, true); });
     StreamSource source;
     if (m_encrypted) error = m_audioSrtp.create(config.receiveKey, "zv-audio-srtp");
-    if (error.empty()) error = buildStreamSource(pipeline, streamSpec(config.audioPort, kAudioRtpCaps, "zv-audio"), m_peer, m_encrypted ? &m_audioSrtp : nullptr, &source);
+    if (error.empty()) {
+        error = buildStreamSource(pipeline, streamSpec(config.audioPort, kAudioRtpCaps, "zv-audio"), m_peer,
+                                  m_encrypted ? &m_audioSrtp : nullptr, &source);
+    }
     if (!error.empty()) return error;
 
     ElementPtr jitter = makeRequiredElement("rtpjitterbuffer", "zv-audio-jitter", &error);

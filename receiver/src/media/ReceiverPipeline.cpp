@@ -125,8 +125,10 @@ StreamSourceSpec ReceiverPipeline::Impl::streamSpec(uint16_t port, const char* r
 std::string ReceiverPipeline::Impl::prepareSecurity() {
     const ReceiverConfig& config = m_config;
     m_peer.clear();
-    std::string error = checkMediaKeys(config.sendKey, config.receiveKey, config.allowPlain, &m_encrypted);
+    bool encrypted = false;
+    std::string error = checkMediaKeys(config.sendKey, config.receiveKey, config.allowPlain, &encrypted);
     if (!error.empty()) return error;
+    m_encrypted = encrypted;
     if (m_config.peerAddress.empty()) m_config.peerAddress = config.senderHost;
     if (!m_config.peerAddress.empty()) {
         error = m_peer.setPeer(m_config.peerAddress);

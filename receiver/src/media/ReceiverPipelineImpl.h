@@ -59,7 +59,7 @@ struct ReceiverPipeline::Impl {
     ReceiverCallbacks m_callbacks;
     ReceiverConfig m_config;
     ReceiverPorts m_ports;
-    bool m_encrypted = false;
+    std::atomic<bool> m_encrypted{false};
 
     ElementPtr m_pipeline;
     ElementPtr m_videoSource;

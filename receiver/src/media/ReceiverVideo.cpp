@@ -106,7 +106,8 @@ std::string ReceiverPipeline::Impl::buildStreamVideo(GstElement* pipeline) {
     const ReceiverConfig& config = m_config;
     std::string error;
     StreamSource source;
-    error = buildStreamSource(pipeline, streamSpec(config.videoPort, kVideoRtpCaps, "zv-video"), m_peer, m_encrypted ? &m_videoSrtp : nullptr, &source);
+    error = buildStreamSource(pipeline, streamSpec(config.videoPort, kVideoRtpCaps, "zv-video"), m_peer,
+                              m_encrypted ? &m_videoSrtp : nullptr, &source);
     if (!error.empty()) return error;
     m_videoSource = std::move(source.source);
     m_ports.video = source.srtPort;
