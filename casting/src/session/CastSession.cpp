@@ -180,6 +180,7 @@ void CastSession::onAccepted(const CastAcceptedMessage& accepted) {
     config.videoPort = static_cast<uint16_t>(accepted.videoPort);
     config.remoteRtcpPort = static_cast<uint16_t>(accepted.rtcpPort);
     config.srtPassphrase = accepted.srtKey.toStdString();
+    config.allowPlain = true;  // until the session passes this cast's keys
     if (accepted.latencyMs > 0) config.latencyMs = accepted.latencyMs;
     config.audio = m_options.audio && accepted.audioPort > 0;
     config.audioPort = static_cast<uint16_t>(accepted.audioPort);
