@@ -11,7 +11,7 @@
 #include <memory>
 #include <mutex>
 
-#include "discovery/AvahiRuntime.h"
+#include "discovery/AvahiPublish.h"
 #include "protocol/ProtocolConstants.h"
 
 namespace zv {

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "casting/Callbacks.h"
-#include "discovery/AvahiRuntime.h"
+#include "discovery/AvahiLookup.h"
 
 namespace zv {
 
