@@ -11,10 +11,20 @@ namespace {
 constexpr char kClientLibrary[] = "libavahi-client.so.3";
 constexpr char kCoreLibrary[] = "libavahi-core.so.7";
 
+// AddressSanitizer aborts on RTLD_DEEPBIND. gcc tells it by __SANITIZE_ADDRESS__,
+// clang (before 16) only by __has_feature.
+#if defined(__SANITIZE_ADDRESS__)
+#define ZV_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ZV_ADDRESS_SANITIZER 1
+#endif
+#endif
+
 // avahi-core binds its own calls to its own functions first; without that a
 // globally loaded avahi-client (another library may bring one) would take its
-// avahi_entry_group_free. AddressSanitizer refuses RTLD_DEEPBIND.
-#if defined(__SANITIZE_ADDRESS__)
+// avahi_entry_group_free.
+#if defined(ZV_ADDRESS_SANITIZER)
 constexpr int kCoreOpenFlags = RTLD_NOW | RTLD_LOCAL;
 #else
 constexpr int kCoreOpenFlags = RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND;
