@@ -175,7 +175,7 @@ void CClientConfig::updateServerPort(const std::string& value) { write("ServerPo
 void CClientConfig::updateShortcutIP(const std::string& value) { write("ShortcutIP", value); }
 
 ProtocolType CClientConfig::getProType() {
-    return protocolOrDefault(readInt("ProType"), kHighestVideoProtocol, PROTOCOL_BRX);
+    return protocolOrDefault(readInt("ProType"), kHighestVideoProtocol, PROTOCOL_UDP);
 }
 ProtocolType CClientConfig::getReverseProType() {
     return protocolOrDefault(readInt("ReverseProType"), kHighestOtherProtocol, PROTOCOL_TCP);

@@ -21,7 +21,9 @@ const Column kColumns[] = {
     {"ServerIP", ColumnKind::Text, ""},
     {"ServerPort", ColumnKind::Text, ""},
     {"ShortcutIP", ColumnKind::Text, ""},
-    {"ProType", ColumnKind::Integer, "2"},
+    // 0: RTP over UDP. A file made while SRT (2) was the default keeps its 2,
+    // which it cannot tell from a chosen one.
+    {"ProType", ColumnKind::Integer, "0"},
     {"ReverseProType", ColumnKind::Integer, "1"},
     {"MouseProType", ColumnKind::Integer, "1"},
     {"ShareProType", ColumnKind::Integer, "1"},
