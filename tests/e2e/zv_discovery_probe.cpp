@@ -274,10 +274,9 @@ int main(int argc, char** argv) {
     if (argc < 2) return usage("no mode given");
     const std::string mode = argv[1];
     std::map<std::string, std::string> args;
-    for (int i = 2; i < argc; ++i) {
+    for (int i = 2; i < argc; i += 2) {
         if (std::strncmp(argv[i], "--", 2) != 0 || i + 1 >= argc) return usage("options take one value each");
         args[argv[i]] = argv[i + 1];
-        ++i;
     }
     Input input;  // blocks the termination signals before the discovery thread exists
     if (mode == "announce") return announce(args, input);

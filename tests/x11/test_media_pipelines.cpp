@@ -55,7 +55,7 @@ struct Colour {
     unsigned long pixel() const { return (static_cast<unsigned long>(r) << 16) | (g << 8) | b; }
 };
 constexpr Colour kRed{255, 0, 0}, kGreen{0, 255, 0}, kBlue{0, 0, 255}, kWhite{255, 255, 255}, kBlack{0, 0, 0};
-constexpr Colour kMagenta{255, 0, 255}, kCyan{0, 255, 255}, kYellow{255, 255, 0};
+constexpr Colour kMagenta{255, 0, 255}, kCyan{0, 255, 255};
 
 bool near(QRgb pixel, const Colour& colour, int tolerance = 48) {
     return std::abs(qRed(pixel) - colour.r) <= tolerance && std::abs(qGreen(pixel) - colour.g) <= tolerance &&
