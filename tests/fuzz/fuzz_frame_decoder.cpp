@@ -165,9 +165,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size <= 64) {
         const QString code = zv::code::normalize(QString::fromUtf8(bytes));
         if (zv::code::isValidCode(code) && code.size() == zv::code::kConnectCodeLength) {
-            const auto address = zv::code::decodeAddress(code);
-            if (!address) __builtin_trap();
-            if (zv::code::decodeAddress(zv::code::makeCode(*address, 0)) != address) __builtin_trap();
+            // Every code keeps its 20 secret bits, and a carried address comes back.
+            if (zv::code::secretBits(code) < zv::code::kMinSecretBits) __builtin_trap();
+            const QList<quint32> candidates = zv::code::addressCandidates(code, {0x0A000001u, 0x7F000001u});
+            if (candidates.size() > 2) __builtin_trap();
+            if (const auto address = zv::code::decodeAddress(code)) {
+                if (zv::code::decodeAddress(zv::code::makeCode(*address, 0)) != address) __builtin_trap();
+            }
         }
     }
     return 0;
