@@ -178,12 +178,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 }
 
 #ifdef ZV_FUZZ_STANDALONE
-#include <QDir>
-#include <QFile>
-
-#include <cstdio>
-#include <random>
-#include <vector>
+#include "StandaloneDriver.h"
 
 int main(int argc, char** argv) {
     std::vector<QByteArray> samples = {
@@ -201,52 +196,6 @@ int main(int argc, char** argv) {
         QByteArray::fromHex("000000010f"),
         QByteArray("012g-28t5"),
     };
-    // Sample files: the folder given as the first argument.
-    if (argc > 1) {
-        const QDir corpus(QString::fromLocal8Bit(argv[1]));
-        for (const QString& name : corpus.entryList(QDir::Files)) {
-            QFile file(corpus.filePath(name));
-            if (file.open(QIODevice::ReadOnly)) samples.push_back(file.readAll());
-        }
-    }
-    auto run = [](const QByteArray& input) {
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.constData()), size_t(input.size()));
-    };
-    for (const QByteArray& sample : samples) run(sample);
-
-    std::mt19937 random(20240601u);  // fixed: every run tries the same inputs
-    std::uniform_int_distribution<int> byte(0, 255);
-    constexpr int kMutations = 20000;
-    constexpr int kRandom = 2000;
-    for (int round = 0; round < kMutations; ++round) {
-        QByteArray input = samples[size_t(random() % samples.size())];
-        const int edits = 1 + int(random() % 8);
-        for (int e = 0; e < edits; ++e) {
-            const int pos = input.isEmpty() ? 0 : int(random() % uint32_t(input.size()));
-            switch (random() % 4) {
-            case 0:
-                if (!input.isEmpty()) input[pos] = char(byte(random));
-                break;
-            case 1:
-                input.insert(pos, char(byte(random)));
-                break;
-            case 2:
-                if (!input.isEmpty()) input.remove(pos, 1);
-                break;
-            default:
-                input += samples[size_t(random() % samples.size())];
-                break;
-            }
-        }
-        run(input);
-    }
-    for (int round = 0; round < kRandom; ++round) {
-        QByteArray input(int(random() % 300), '\0');
-        for (char& c : input) c = char(byte(random));
-        run(input);
-    }
-    std::printf("fuzz_frame_decoder: %zu samples and %d generated inputs passed\n", samples.size(),
-                kMutations + kRandom);
-    return 0;
+    return zv_fuzz::runStandalone("fuzz_frame_decoder", argc, argv, samples, 20000, 2000);
 }
 #endif
