@@ -8,7 +8,8 @@
 #include "PanelService.h"
 #include "casting/Log.h"
 #include "media/ReceiverPipeline.h"
-#include "protocol/Messages.h"
+#include "protocol/WireCodec.h"
+#include "protocol/WireNames.h"
 
 namespace receiver {
 
@@ -27,7 +28,7 @@ QString newSrtKey() {
 
 CastService::CastService(Settings settings, PanelService* panel, QObject* parent)
     : QObject(parent), m_settings(settings), m_panel(panel) {
-    connect(m_panel, &PanelService::clientMessage, this, &CastService::onClientMessage);
+    registerHandlers();
     connect(m_panel, &PanelService::clientLeft, this, [this](const ClientInfo& client, const QString&) {
         if (m_pendingClient == client.id) m_pendingClient = 0;
         if (isCasting() && m_status.client == client.id) teardown(QStringLiteral("the PC left"), false);
@@ -38,53 +39,76 @@ CastService::~CastService() { teardown(QStringLiteral("panel closing"), true); }
 
 QImage CastService::latestFrame() const { return m_pipeline ? m_pipeline->latestFrame() : QImage(); }
 
-void CastService::onClientMessage(qint64 client, const QCborMap& message) {
-    const QString type = zv::messageType(message);
-    QString error;
-    const bool fromCaster = isCasting() && client == m_status.client;
-    if (type == zv::msg::kCastRequest) {
-        if (const auto request = zv::parseCastRequest(message, &error)) onRequest(client, *request);
-    } else if (type == zv::msg::kCastStop) {
-        if (fromCaster) teardown(QStringLiteral("stopped by the PC"), false);
+void CastService::registerHandlers() {
+    using E = zv::wire::Envelope;
+    zv::MessageDispatcher<qint64>& d = m_panel->dispatcher();
+    d.on(E::kCastRequest, [this](const E& e, qint64 client) { onRequest(client, e.cast_request()); });
+    d.on(E::kCastStop, [this](const E&, qint64 client) {
+        if (fromCaster(client)) teardown(QStringLiteral("stopped by the PC"), false);
         if (client == m_pendingClient) m_pendingClient = 0;
-    } else if (type == zv::msg::kCastPause) {
-        const auto pause = zv::parseCastSwitch(message, zv::msg::kCastPause, &error);
-        if (!pause || !fromCaster) return;
-        m_status.paused = pause->on;
-        m_pipeline->setSenderPaused(pause->on);
-        emit pausedChanged(pause->on);
-    } else if (type == zv::msg::kCastVoice) {
-        const auto voice = zv::parseCastSwitch(message, zv::msg::kCastVoice, &error);
-        if (!voice || !fromCaster) return;
-        // The panel plays whatever sound arrives; the PC switches its sender.
-        m_panel->sendToClient(client, zv::buildCastSwitch(zv::msg::kCastVoiceState, {voice->on}));
-    } else if (type == zv::msg::kCastControl) {
-        const auto control = zv::parseCastSwitch(message, zv::msg::kCastControl, &error);
-        if (!control || !fromCaster) return;
-        m_controlGranted = control->on;
-        m_panel->sendToClient(client, zv::buildCastControlState({control->on, QString()}));
-        emit controlChanged(control->on);
-    } else if (type == zv::msg::kCursor) {
-        const auto cursor = zv::parseCursor(message, &error);
-        if (cursor && fromCaster) emit cursorMoved(cursor->x, cursor->y, cursor->visible);
-    } else {
-        ZV_LOG(WARNING) << " client " << client << " sent an unexpected " << type.toStdString();
-    }
-    if (!error.isEmpty()) ZV_LOG(WARNING) << " bad message from client " << client << ": " << error.toStdString();
+    });
+    d.on(E::kCastPause, [this](const E& e, qint64 client) { onPause(client, e.cast_pause().paused()); });
+    d.on(E::kCastVoice, [this](const E& e, qint64 client) { onVoice(client, e.cast_voice().on()); });
+    d.on(E::kCastControl, [this](const E& e, qint64 client) { onControl(client, e.cast_control().on()); });
+    d.on(E::kCursor, [this](const E& e, qint64 client) { onCursor(client, e.cursor()); });
 }
 
-void CastService::onRequest(qint64 client, const zv::CastRequestMessage& request) {
+void CastService::send(qint64 client, const google::protobuf::Message& body) {
+    m_panel->sendToClient(client, zv::wrap(body));
+}
+
+void CastService::refuse(qint64 client, const QString& reason, const QString& text) {
+    zv::wire::CastRefused refused;
+    refused.set_reason(reason.toStdString());
+    refused.set_text(text.toStdString());
+    send(client, refused);
+}
+
+void CastService::onPause(qint64 client, bool paused) {
+    if (!fromCaster(client)) return;
+    m_status.paused = paused;
+    m_pipeline->setSenderPaused(paused);
+    emit pausedChanged(paused);
+}
+
+void CastService::onVoice(qint64 client, bool on) {
+    if (!fromCaster(client)) return;
+    // The panel plays whatever sound arrives; the PC switches its sender.
+    zv::wire::CastVoiceState state;
+    state.set_on(on);
+    send(client, state);
+}
+
+void CastService::onControl(qint64 client, bool on) {
+    if (!fromCaster(client)) return;
+    m_controlGranted = on;
+    zv::wire::CastControlState state;
+    state.set_on(on);
+    send(client, state);
+    emit controlChanged(on);
+}
+
+void CastService::onCursor(qint64 client, const zv::wire::Cursor& cursor) {
+    if (!fromCaster(client)) return;
+    if (cursor.x() < 0 || cursor.x() > 65535 || cursor.y() < 0 || cursor.y() > 65535) {
+        ZV_LOG(WARNING) << " client " << client << " sent a pointer outside the picture: " << cursor.x() << ","
+                        << cursor.y();
+        return;
+    }
+    emit cursorMoved(cursor.x(), cursor.y(), cursor.visible());
+}
+
+void CastService::onRequest(qint64 client, const zv::wire::CastRequest& request) {
     if (isCasting() && m_status.client != client) {
         ZV_LOG(INFO) << " client " << client << " asks to cast while client " << m_status.client << " casts";
-        m_panel->sendToClient(client, zv::buildCastRefused({QStringLiteral("race fail."),
-                                                            QStringLiteral("another PC is casting")}));
+        refuse(client, QStringLiteral("race fail."), QStringLiteral("another PC is casting"));
         return;
     }
     if (isCasting()) teardown(QStringLiteral("the PC starts anew"), false);
     if (m_settings.requireApproval) {
         m_pendingClient = client;
         m_pendingRequest = request;
-        m_panel->sendToClient(client, zv::buildCastPending());
+        send(client, zv::wire::CastPending());
         QString host;
         for (const ClientInfo& info : m_panel->clients()) {
             if (info.id == client) host = info.host;
@@ -99,24 +123,28 @@ bool CastService::answerApproval(qint64 client, bool approved) {
     if (client != m_pendingClient || client == 0) return false;
     m_pendingClient = 0;
     if (!approved) {
-        m_panel->sendToClient(client, zv::buildCastRefused({QStringLiteral("denied"), QStringLiteral("not allowed")}));
+        refuse(client, QStringLiteral("denied"), QStringLiteral("not allowed"));
         return true;
     }
     start(client, m_pendingRequest);
     return true;
 }
 
-void CastService::start(qint64 client, const zv::CastRequestMessage& request) {
+void CastService::start(qint64 client, const zv::wire::CastRequest& request) {
     zv::media::ReceiverConfig config;
-    if (!zv::media::transportFromName(request.transport.toStdString(), &config.transport)) {
-        m_panel->sendToClient(client, zv::buildCastRefused({QStringLiteral("nonsupport"),
-                                                            QStringLiteral("unknown transport ") + request.transport}));
+    const QString transport = zv::transportName(request.transport());
+    if (!zv::media::transportFromName(transport.toStdString(), &config.transport)) {
+        refuse(client, QStringLiteral("nonsupport"), QStringLiteral("unknown transport ") + transport);
+        return;
+    }
+    if (request.rtcp_port() < 0 || request.rtcp_port() > 65535) {
+        refuse(client, QStringLiteral("nonsupport"), QStringLiteral("RTCP port %1 out of range").arg(request.rtcp_port()));
         return;
     }
     config.senderHost = m_panel->clientAddress(client).toString().toStdString();
-    config.senderRtcpPort = static_cast<uint16_t>(request.rtcpPort);
+    config.senderRtcpPort = static_cast<uint16_t>(request.rtcp_port());
     config.latencyMs = m_settings.latencyMs;
-    config.audio = request.audio;
+    config.audio = request.audio();
     config.stallSeconds = kStallSeconds;
     const QString srtKey = config.transport == zv::media::MediaTransport::Srt ? newSrtKey() : QString();
     config.srtPassphrase = srtKey.toStdString();
@@ -144,8 +172,12 @@ void CastService::start(qint64 client, const zv::CastRequestMessage& request) {
                 m_status.bitrateKbps = qRound(stats.bitrateKbps);
                 m_status.delayMs = stats.delayMs;
                 m_status.lossPercent = qRound(stats.lossPercent);
-                m_panel->sendToClient(m_status.client, zv::buildCastStats({m_status.bitrateKbps, m_status.fps,
-                                                                           m_status.delayMs, m_status.lossPercent}));
+                zv::wire::CastStats report;
+                report.set_bitrate_kbps(m_status.bitrateKbps);
+                report.set_fps(m_status.fps);
+                report.set_delay_ms(m_status.delayMs);
+                report.set_loss_percent(m_status.lossPercent);
+                send(m_status.client, report);
                 emit statistics(m_status);
             },
             Qt::QueuedConnection);
@@ -156,7 +188,9 @@ void CastService::start(qint64 client, const zv::CastRequestMessage& request) {
             [this, seconds] {
                 if (!isCasting()) return;
                 ZV_LOG(WARNING) << " no media from client " << m_status.client << " for " << seconds << " s";
-                m_panel->sendToClient(m_status.client, zv::buildCastStalled({seconds}));
+                zv::wire::CastStalled stalled;
+                stalled.set_seconds(seconds);
+                send(m_status.client, stalled);
             },
             Qt::QueuedConnection);
     };
@@ -175,35 +209,44 @@ void CastService::start(qint64 client, const zv::CastRequestMessage& request) {
     const std::string error = pipeline->start(config);
     if (!error.empty()) {
         ZV_LOG(ERROR) << " cannot receive the cast: " << error;
-        m_panel->sendToClient(client, zv::buildCastRefused({QStringLiteral("busy"), QString::fromStdString(error)}));
+        refuse(client, QStringLiteral("busy"), QString::fromStdString(error));
         return;
     }
     m_pipeline = std::move(pipeline);
     const zv::media::ReceiverPorts ports = m_pipeline->ports();
     m_status = CastStatus{};
     m_status.client = client;
-    m_status.transport = request.transport;
+    m_status.transport = transport;
     m_controlGranted = false;
 
-    zv::CastAcceptedMessage accepted;
-    accepted.transport = request.transport;
-    accepted.videoPort = ports.video;
-    accepted.audioPort = ports.audio;
-    accepted.rtcpPort = ports.rtcp;
-    accepted.srtKey = srtKey;
-    accepted.latencyMs = m_settings.latencyMs;
-    accepted.width = m_settings.screenWidth;
-    accepted.height = m_settings.screenHeight;
-    m_panel->sendToClient(client, zv::buildCastAccepted(accepted));
-    ZV_LOG(INFO) << " client " << client << " casts over " << request.transport.toStdString() << ", video port "
+    zv::wire::CastAccepted accepted;
+    accepted.set_transport(request.transport());
+    accepted.set_video_port(ports.video);
+    accepted.set_audio_port(ports.audio);
+    accepted.set_rtcp_port(ports.rtcp);
+    accepted.set_srt_key(srtKey.toStdString());
+    accepted.set_latency_ms(m_settings.latencyMs);
+    accepted.set_width(m_settings.screenWidth);
+    accepted.set_height(m_settings.screenHeight);
+    send(client, accepted);
+    ZV_LOG(INFO) << " client " << client << " casts over " << transport.toStdString() << ", video port "
                  << ports.video;
     emit castStarted(m_status);
 }
 
 void CastService::touch(const QString& type, int x, int y) {
     if (!isCasting() || !m_controlGranted) return;
-    m_panel->sendToClient(m_status.client, zv::buildTouch({type, qBound(0, x, 65535), qBound(0, y, 65535),
-                                                           QDateTime::currentMSecsSinceEpoch()}));
+    const zv::wire::Touch::Type wireType = zv::touchTypeFromName(type);
+    if (wireType == zv::wire::Touch::TYPE_UNSPECIFIED) {
+        ZV_LOG(WARNING) << " no touch type \"" << type.toStdString() << "\"";
+        return;
+    }
+    zv::wire::Touch touch;
+    touch.set_type(wireType);
+    touch.set_x(qBound(0, x, 65535));
+    touch.set_y(qBound(0, y, 65535));
+    touch.set_time(QDateTime::currentMSecsSinceEpoch());
+    send(m_status.client, touch);
 }
 
 void CastService::stopCast(const QString& reason) { teardown(reason, true); }
@@ -211,7 +254,11 @@ void CastService::stopCast(const QString& reason) { teardown(reason, true); }
 void CastService::teardown(const QString& reason, bool tellClient) {
     if (!m_pipeline) return;
     const qint64 client = m_status.client;
-    if (tellClient) m_panel->sendToClient(client, zv::buildCastStop({reason}));
+    if (tellClient) {
+        zv::wire::CastStop stop;
+        stop.set_reason(reason.toStdString());
+        send(client, stop);
+    }
     m_pipeline->stop();
     m_pipeline.reset();
     m_controlGranted = false;

@@ -13,7 +13,7 @@
 #include <functional>
 #include <memory>
 
-#include "protocol/CastMessages.h"
+#include "proto/envelope.pb.h"
 
 namespace zv::media {
 class ReceiverPipeline;
@@ -80,9 +80,16 @@ signals:
     void controlChanged(bool granted);
 
 private:
-    void onClientMessage(qint64 client, const QCborMap& message);
-    void onRequest(qint64 client, const zv::CastRequestMessage& request);
-    void start(qint64 client, const zv::CastRequestMessage& request);
+    void registerHandlers();
+    void onRequest(qint64 client, const zv::wire::CastRequest& request);
+    void onPause(qint64 client, bool paused);
+    void onVoice(qint64 client, bool on);
+    void onControl(qint64 client, bool on);
+    void onCursor(qint64 client, const zv::wire::Cursor& cursor);
+    void start(qint64 client, const zv::wire::CastRequest& request);
+    bool fromCaster(qint64 client) const { return isCasting() && client == m_status.client; }
+    void send(qint64 client, const google::protobuf::Message& body);
+    void refuse(qint64 client, const QString& reason, const QString& text);
     void onSecond();
     void teardown(const QString& reason, bool tellClient);
 
@@ -94,7 +101,7 @@ private:
     CastStatus m_status;
     bool m_controlGranted = false;
     qint64 m_pendingClient = 0;
-    zv::CastRequestMessage m_pendingRequest;
+    zv::wire::CastRequest m_pendingRequest;
     QTimer m_second;
     int m_secondsWithoutMedia = 0;
     quint64 m_framesAtLastSecond = 0;

@@ -8,6 +8,7 @@
 #include "casting/Log.h"
 #include "casting/SessionRecords.h"
 #include "protocol/ProtocolConstants.h"
+#include "protocol/WireNames.h"
 #include "transport/MessageChannel.h"
 
 namespace receiver {
@@ -30,8 +31,16 @@ PanelService::PanelService(Settings settings, const QSslKey& key, const QSslCert
       m_codes(codes),
       m_server(new zv::TlsServer(key, certificate, this)),
       m_sweep(new QTimer(this)) {
-    if (m_settings.protocolVersion < 0) m_settings.protocolVersion = zv::kProtocolVersion;
-    if (m_settings.minProtocolVersion < 0) m_settings.minProtocolVersion = zv::kMinProtocolVersion;
+    if (m_settings.protocolMajor < 0) m_settings.protocolMajor = zv::kProtocolMajor;
+    if (m_settings.protocolMinor < 0) m_settings.protocolMinor = zv::kProtocolMinor;
+    using E = zv::wire::Envelope;
+    m_greeting.on(E::kHello, [this](const E& e, zv::MessageChannel* channel) { onHello(channel, e.hello()); });
+    m_dispatch.on(E::kBye, [this](const E&, qint64 id) { endSession(id, QStringLiteral("logged out"), false); });
+    m_dispatch.on(E::kReport, [this](const E& e, qint64 id) { onReport(id, e.report()); });
+    m_dispatch.on(E::kHello, [this](const E&, qint64 id) {
+        const auto it = m_sessions.find(id);
+        if (it != m_sessions.end() && it->channel != nullptr) it->channel->close(QStringLiteral("protocol error: second hello"));
+    });
     connect(m_server, &zv::TlsServer::newChannel, this, &PanelService::onNewChannel);
     connect(m_server, &zv::TlsServer::handshakeFailed, this, [this](const QString& peer, const QString& reason) {
         emit helloRefused(peer, QStringLiteral("tls: ") + reason);
@@ -44,7 +53,9 @@ PanelService::PanelService(Settings settings, const QSslKey& key, const QSslCert
 PanelService::~PanelService() {
     for (Session& session : m_sessions) {
         if (session.channel != nullptr) {
-            session.channel->send(zv::buildBye({QStringLiteral("panelShutdown")}));
+            zv::wire::Bye bye;
+            bye.set_reason("panelShutdown");
+            session.channel->send(zv::wrap(bye));
             session.channel->socket()->flush();
         }
     }
@@ -68,15 +79,16 @@ QList<ClientInfo> PanelService::clients() const {
 
 void PanelService::onNewChannel(zv::MessageChannel* channel) {
     channel->setParent(this);
+    channel->setProtocolMajor(m_settings.protocolMajor);
     auto* timeout = new QTimer(channel);
     timeout->setSingleShot(true);
     connect(timeout, &QTimer::timeout, channel, [channel] { channel->close(QStringLiteral("no hello in time")); });
     timeout->start(kHelloTimeoutMs);
-    connect(channel, &zv::MessageChannel::messageReceived, this, [this, channel, timeout](const QCborMap& message) {
-        timeout->stop();
-        disconnect(channel, &zv::MessageChannel::messageReceived, this, nullptr);
-        onHello(channel, message);
-    });
+    // Once the session begins, attach() cuts this connection.
+    connect(channel, &zv::MessageChannel::messageReceived, this,
+            [this, channel, timeout](const zv::wire::Envelope& envelope) {
+                if (greet(channel, envelope) != zv::Dispatch::Skipped) timeout->stop();
+            });
     connect(channel, &zv::MessageChannel::closed, channel, [channel](const QString& reason) {
         ZV_LOG(INFO) << " " << channel->peerName().toStdString() << " left before its session began: "
                      << reason.toStdString();
@@ -84,108 +96,131 @@ void PanelService::onNewChannel(zv::MessageChannel* channel) {
     });
 }
 
-void PanelService::refuse(zv::MessageChannel* channel, const QString& reason, const QString& text) {
-    ZV_LOG(WARNING) << " refused " << channel->peerName().toStdString() << ": " << reason.toStdString() << " ("
-                    << text.toStdString() << ")";
-    emit helloRefused(channel->peerName(), reason);
-    channel->send(zv::buildRefused({reason, text}));
-    channel->close(QStringLiteral("refused: ") + reason);
+zv::Dispatch PanelService::greet(zv::MessageChannel* channel, const zv::wire::Envelope& envelope) {
+    const zv::Dispatch result = m_greeting.dispatch(envelope, channel);
+    if (result == zv::Dispatch::Unexpected) {
+        channel->close(QStringLiteral("protocol error: expected hello, got ") + zv::bodyName(envelope));
+    }
+    return result;
 }
 
-void PanelService::onHello(zv::MessageChannel* channel, const QCborMap& message) {
-    QString error;
-    const std::optional<zv::HelloMessage> hello = zv::parseHello(message, &error);
-    if (!hello) {
-        channel->close(QStringLiteral("protocol error: expected hello: ") + error);
+void PanelService::refuse(zv::MessageChannel* channel, zv::wire::Refused::Reason reason, const QString& text) {
+    const QString name = zv::refusedReasonName(reason);
+    ZV_LOG(WARNING) << " refused " << channel->peerName().toStdString() << ": " << name.toStdString() << " ("
+                    << text.toStdString() << ")";
+    emit helloRefused(channel->peerName(), name);
+    zv::wire::Refused refused;
+    refused.set_reason(reason);
+    refused.set_text(text.toStdString());
+    channel->send(zv::wrap(refused));
+    channel->close(QStringLiteral("refused: ") + name);
+}
+
+void PanelService::onHello(zv::MessageChannel* channel, const zv::wire::Hello& hello) {
+    if (hello.major() != uint32_t(m_settings.protocolMajor)) {
+        refuse(channel, zv::wire::Refused::VERSION_MISMATCH,
+               QStringLiteral("panel speaks protocol %1.%2, this PC %3.%4")
+                   .arg(m_settings.protocolMajor)
+                   .arg(m_settings.protocolMinor)
+                   .arg(hello.major())
+                   .arg(hello.minor()));
         return;
     }
-    if (hello->proto < m_settings.minProtocolVersion) {
-        refuse(channel, zv::reason::kVersionTooOld,
-               QStringLiteral("this panel needs protocol %1 or later").arg(m_settings.minProtocolVersion));
-        return;
-    }
-    if (hello->resume) {
-        if (m_removedTokens.contains(*hello->resume)) {
-            refuse(channel, zv::reason::kLogOutByServer, QStringLiteral("removed by the panel"));
-            return;
+    if (hello.has_resume()) {
+        if (!resume(channel, hello.resume())) {
+            refuse(channel, zv::wire::Refused::UNKNOWN_SESSION, QStringLiteral("no such session any more"));
         }
-        for (Session& session : m_sessions) {
-            if (session.resumeToken == *hello->resume) {
-                ZV_LOG(INFO) << " client " << session.info.id << " resumes from " << channel->peerName().toStdString();
-                attach(session, channel);
-                channel->send(zv::buildWelcome(welcomeFor(session, channel, true)));
-                emit clientResumed(session.info);
-                return;
-            }
-        }
-        refuse(channel, zv::reason::kUnknownSession, QStringLiteral("no such session any more"));
         return;
     }
 
     const QString source = channel->peerAddress().toString();
-    if (hello->code.isEmpty()) {
+    const QString code = QString::fromStdString(hello.code());
+    if (code.isEmpty()) {
         if (m_settings.requireCode) {
-            refuse(channel, zv::reason::kWrongCode, QStringLiteral("this panel needs its connect code"));
+            refuse(channel, zv::wire::Refused::WRONG_CODE, QStringLiteral("this panel needs its connect code"));
             return;
         }
     } else {
         qint64 retryAfterMs = 0;
         if (!m_limiter.mayAttempt(source, &retryAfterMs)) {
-            refuse(channel, zv::reason::kRateLimited,
+            refuse(channel, zv::wire::Refused::RATE_LIMITED,
                    QStringLiteral("too many wrong codes; try again in %1 s").arg((retryAfterMs + 999) / 1000));
             return;
         }
-        if (!m_codes->matches(hello->code)) {
+        if (!m_codes->matches(code)) {
             m_limiter.recordFailure(source);
-            refuse(channel, zv::reason::kWrongCode, QStringLiteral("wrong connect code"));
+            refuse(channel, zv::wire::Refused::WRONG_CODE, QStringLiteral("wrong connect code"));
             return;
         }
         m_limiter.recordSuccess(source);
     }
     if (m_sessions.size() >= m_settings.maxClients) {
-        refuse(channel, zv::reason::kTooManyClients,
+        refuse(channel, zv::wire::Refused::TOO_MANY_CLIENTS,
                QStringLiteral("this panel takes %1 clients at once").arg(m_settings.maxClients));
         return;
     }
 
     Session session;
     session.info.id = m_nextId++;
-    session.info.host = hello->host;
+    session.info.host = QString::fromStdString(hello.host());
     session.info.address = source;
-    session.info.viaCode = !hello->code.isEmpty();
+    session.info.viaCode = !code.isEmpty();
     session.resumeToken = randomToken();
     Session& stored = m_sessions[session.info.id] = session;
     attach(stored, channel);
-    channel->send(zv::buildWelcome(welcomeFor(stored, channel, false)));
+    channel->send(welcomeFor(stored, channel, false));
     m_codes->setBusy(true);
     ZV_LOG(INFO) << " client " << stored.info.id << " \"" << stored.info.host.toStdString() << "\" joined from "
                  << source.toStdString();
     emit clientJoined(stored.info);
 }
 
-zv::WelcomeMessage PanelService::welcomeFor(const Session& session, zv::MessageChannel* channel, bool resumed) const {
-    zv::WelcomeMessage welcome;
-    welcome.proto = m_settings.protocolVersion;
-    welcome.minProto = m_settings.minProtocolVersion;
-    welcome.session = session.info.id;
-    welcome.resume = session.resumeToken;
-    welcome.heartbeatMs = zv::kHeartbeatIntervalMs;
-    welcome.resumed = resumed;
-    welcome.panel.model = m_settings.model;
-    welcome.panel.name = m_settings.name;
-    welcome.panel.key = m_panelKey;
-    welcome.panel.address = channel->socket()->localAddress().toString();
-    welcome.panel.port = port();
-    welcome.panel.width = m_settings.screenWidth;
-    welcome.panel.height = m_settings.screenHeight;
-    welcome.panel.deviceType = CLIENT_DEVICE_PANEL;
-    welcome.panel.software = m_settings.software;
+// A hello with a resume token: the session back if the panel keeps it (or
+// the news that its user removed it); false when the token names nothing.
+bool PanelService::resume(zv::MessageChannel* channel, const std::string& token) {
+    const QString resumeToken = QString::fromStdString(token);
+    if (m_removedTokens.contains(resumeToken)) {
+        refuse(channel, zv::wire::Refused::LOG_OUT_BY_SERVER, QStringLiteral("removed by the panel"));
+        return true;
+    }
+    for (Session& session : m_sessions) {
+        if (session.resumeToken == resumeToken) {
+            ZV_LOG(INFO) << " client " << session.info.id << " resumes from " << channel->peerName().toStdString();
+            attach(session, channel);
+            channel->send(welcomeFor(session, channel, true));
+            emit clientResumed(session.info);
+            return true;
+        }
+    }
+    return false;
+}
+
+zv::wire::Envelope PanelService::welcomeFor(const Session& session, zv::MessageChannel* channel, bool resumed) const {
+    zv::wire::Envelope envelope;
+    zv::wire::Welcome& welcome = *envelope.mutable_welcome();
+    welcome.set_major(uint32_t(m_settings.protocolMajor));
+    welcome.set_minor(uint32_t(m_settings.protocolMinor));
+    welcome.set_session(session.info.id);
+    welcome.set_resume(session.resumeToken.toStdString());
+    welcome.set_heartbeat_ms(zv::kHeartbeatIntervalMs);
+    welcome.set_resumed(resumed);
+    zv::wire::PanelInfo& panel = *welcome.mutable_panel();
+    panel.set_model(m_settings.model.toStdString());
+    panel.set_name(m_settings.name.toStdString());
+    panel.set_key(m_panelKey.toStdString());
+    panel.set_address(channel->socket()->localAddress().toString().toStdString());
+    panel.set_port(port());
+    panel.set_width(m_settings.screenWidth);
+    panel.set_height(m_settings.screenHeight);
+    panel.set_device_type(CLIENT_DEVICE_PANEL);
+    panel.set_software(m_settings.software.toStdString());
     // What the panel can do grows with the casting parts; none is offered yet.
-    welcome.caps.bits = 0;
-    welcome.caps.maxClients = m_settings.maxClients;
-    welcome.caps.maxWidth = m_settings.screenWidth;
-    welcome.caps.maxHeight = m_settings.screenHeight;
-    return welcome;
+    zv::wire::PanelCaps& caps = *welcome.mutable_caps();
+    caps.set_bits(0);
+    caps.set_max_clients(m_settings.maxClients);
+    caps.set_max_width(m_settings.screenWidth);
+    caps.set_max_height(m_settings.screenHeight);
+    return envelope;
 }
 
 void PanelService::attach(Session& session, zv::MessageChannel* channel) {
@@ -199,7 +234,7 @@ void PanelService::attach(Session& session, zv::MessageChannel* channel) {
     session.channel = channel;
     const qint64 id = session.info.id;
     connect(channel, &zv::MessageChannel::messageReceived, this,
-            [this, id](const QCborMap& message) { onSessionMessage(id, message); });
+            [this, id](const zv::wire::Envelope& envelope) { handle(id, envelope); });
     connect(channel, &zv::MessageChannel::heartbeatMissed, this, [this, id, channel](int count) {
         if (count < kDropAfterMissedBeats) return;
         auto it = m_sessions.find(id);
@@ -235,28 +270,29 @@ void PanelService::sweepAway() {
     }
 }
 
-void PanelService::onSessionMessage(qint64 id, const QCborMap& message) {
-    auto it = m_sessions.find(id);
-    if (it == m_sessions.end()) return;
-    const QString type = zv::messageType(message);
-    QString error;
-    if (type == zv::msg::kBye) {
-        endSession(id, QStringLiteral("logged out"), false);
-    } else if (type == zv::msg::kReport) {
-        if (const auto report = zv::parseReport(message, &error)) {
-            ZV_LOG(INFO) << " client " << id << " reports " << report->event.toStdString();
-            emit clientReport(it->info, *report);
-        }
-    } else if (type == zv::msg::kHello) {
-        if (it->channel != nullptr) it->channel->close(QStringLiteral("protocol error: second hello"));
-    } else {
-        emit clientMessage(id, message);
+zv::Dispatch PanelService::handle(qint64 id, const zv::wire::Envelope& envelope) {
+    if (!m_sessions.contains(id)) {
+        ZV_VLOG(1) << " dropping a " << zv::bodyName(envelope).toStdString() << " of client " << id
+                   << ", which has no session";
+        return zv::Dispatch::Unexpected;
     }
+    const zv::Dispatch result = m_dispatch.dispatch(envelope, id);
+    if (result == zv::Dispatch::Unexpected) {
+        ZV_LOG(WARNING) << " client " << id << " sent an unexpected " << zv::bodyName(envelope).toStdString();
+    }
+    return result;
 }
 
-bool PanelService::sendToClient(qint64 id, const QCborMap& message) {
+void PanelService::onReport(qint64 id, const zv::wire::Report& report) {
     const auto it = m_sessions.constFind(id);
-    return it != m_sessions.constEnd() && it->channel != nullptr && it->channel->send(message);
+    if (it == m_sessions.constEnd()) return;
+    ZV_LOG(INFO) << " client " << id << " reports " << report.event();
+    emit clientReport(it->info, report);
+}
+
+bool PanelService::sendToClient(qint64 id, const zv::wire::Envelope& envelope) {
+    const auto it = m_sessions.constFind(id);
+    return it != m_sessions.constEnd() && it->channel != nullptr && it->channel->send(envelope);
 }
 
 QHostAddress PanelService::clientAddress(qint64 id) const {
@@ -278,7 +314,11 @@ void PanelService::endSession(qint64 id, const QString& reason, bool byeToClient
     if (byeToClient) m_removedTokens[session.resumeToken].start();
     if (session.channel != nullptr) {
         disconnect(session.channel, nullptr, this, nullptr);
-        if (byeToClient) session.channel->send(zv::buildBye({zv::reason::kLogOutByServer}));
+        if (byeToClient) {
+            zv::wire::Bye bye;
+            bye.set_reason("logOutByServer");  // the PC passes it on to its user as it is
+            session.channel->send(zv::wrap(bye));
+        }
         connect(session.channel, &zv::MessageChannel::closed, session.channel, &QObject::deleteLater);
         session.channel->close(reason);
     }

@@ -13,7 +13,7 @@
 #include <QSslKey>
 #include <QTimer>
 
-#include "protocol/Messages.h"
+#include "protocol/MessageDispatcher.h"
 #include "transport/RateLimiter.h"
 
 namespace zv {
@@ -43,8 +43,8 @@ public:
         quint16 port = 47800;
         int maxClients = 4;
         bool requireCode = false;
-        int protocolVersion = -1;    // -1: this build's
-        int minProtocolVersion = -1; // -1: this build's
+        int protocolMajor = -1;  // -1: this build's (tests pretend to be other versions)
+        int protocolMinor = -1;  // -1: this build's
         int screenWidth = 0;
         int screenHeight = 0;
     };
@@ -64,7 +64,16 @@ public:
     // Ends a client's session as the panel's user asked ("logOutByServer").
     bool removeClient(qint64 id);
     // A session message to one client; false when it has no link now.
-    bool sendToClient(qint64 id, const QCborMap& message);
+    bool sendToClient(qint64 id, const zv::wire::Envelope& envelope);
+    // Where the parts riding on a session (casting) register their
+    // handlers; hello, bye and report are the service's own.
+    zv::MessageDispatcher<qint64>& dispatcher() { return m_dispatch; }
+    // The first message on a new connection, which must be a hello (the
+    // connection's path; also the fuzz target's, with a channel of its own).
+    zv::Dispatch greet(zv::MessageChannel* channel, const zv::wire::Envelope& envelope);
+    // A message of client id's session; one of a client the panel does not
+    // know is dropped (Unexpected).
+    zv::Dispatch handle(qint64 id, const zv::wire::Envelope& envelope);
     // The address a client's control connection comes from (for media).
     QHostAddress clientAddress(qint64 id) const;
 
@@ -72,10 +81,8 @@ signals:
     void clientJoined(const receiver::ClientInfo& client);
     void clientResumed(const receiver::ClientInfo& client);
     void clientLeft(const receiver::ClientInfo& client, const QString& reason);
-    void clientReport(const receiver::ClientInfo& client, const zv::ReportMessage& report);
+    void clientReport(const receiver::ClientInfo& client, const zv::wire::Report& report);
     void helloRefused(const QString& from, const QString& reason);
-    // Session messages for the parts that cast (everything but hello, bye, report).
-    void clientMessage(qint64 clientId, const QCborMap& message);
 
 private:
     struct Session {
@@ -86,14 +93,15 @@ private:
     };
 
     void onNewChannel(zv::MessageChannel* channel);
-    void onHello(zv::MessageChannel* channel, const QCborMap& message);
-    void refuse(zv::MessageChannel* channel, const QString& reason, const QString& text);
+    void onHello(zv::MessageChannel* channel, const zv::wire::Hello& hello);
+    bool resume(zv::MessageChannel* channel, const std::string& token);
+    void refuse(zv::MessageChannel* channel, zv::wire::Refused::Reason reason, const QString& text);
     void attach(Session& session, zv::MessageChannel* channel);
     void detach(Session& session, const QString& why);
-    void onSessionMessage(qint64 id, const QCborMap& message);
+    void onReport(qint64 id, const zv::wire::Report& report);
     void endSession(qint64 id, const QString& reason, bool byeToClient);
     void sweepAway();
-    zv::WelcomeMessage welcomeFor(const Session& session, zv::MessageChannel* channel, bool resumed) const;
+    zv::wire::Envelope welcomeFor(const Session& session, zv::MessageChannel* channel, bool resumed) const;
 
     Settings m_settings;
     QString m_panelKey;
@@ -106,6 +114,8 @@ private:
     QHash<QString, QElapsedTimer> m_removedTokens;
     qint64 m_nextId = 1;
     QTimer* m_sweep;
+    zv::MessageDispatcher<zv::MessageChannel*> m_greeting{QStringLiteral("panel, before hello")};
+    zv::MessageDispatcher<qint64> m_dispatch{QStringLiteral("panel")};
 };
 
 }  // namespace receiver

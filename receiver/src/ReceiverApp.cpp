@@ -93,7 +93,8 @@ bool ReceiverApp::start(QString* error) {
     settings.port = m_options.port;
     settings.maxClients = m_options.maxClients;
     settings.requireCode = m_options.requireCode;
-    settings.protocolVersion = m_options.protocolVersion;
+    settings.protocolMajor = m_options.protocolMajor;
+    settings.protocolMinor = m_options.protocolMinor;
     m_service = new PanelService(settings, identity->privateKey, identity->certificate, identity->panelKey, m_codes);
     if (!m_service->start(error)) {
         *error = QStringLiteral("cannot listen on port %1: %2").arg(m_options.port).arg(*error);
@@ -113,9 +114,9 @@ bool ReceiverApp::start(QString* error) {
         StatusPrinter::print(QStringLiteral("client-left"), fields);
         if (m_screen) m_screen->removeClient(client.id);
     });
-    connect(m_service, &PanelService::clientReport, this, [](const ClientInfo& client, const zv::ReportMessage& report) {
+    connect(m_service, &PanelService::clientReport, this, [](const ClientInfo& client, const zv::wire::Report& report) {
         QJsonObject fields = clientJson(client);
-        fields.insert(QStringLiteral("report"), report.event);
+        fields.insert(QStringLiteral("report"), QString::fromStdString(report.event()));
         StatusPrinter::print(QStringLiteral("client-report"), fields);
     });
     connect(m_service, &PanelService::helloRefused, this, [](const QString& from, const QString& reason) {

@@ -83,7 +83,7 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     const QCommandLineOption noDiscovery(QStringLiteral("no-discovery"), QStringLiteral("Do not announce on the LAN."));
     const QCommandLineOption protocolVersion(QStringLiteral("protocol-version"),
                                              QStringLiteral("Answer as a panel of this protocol version (tests)."),
-                                             QStringLiteral("N"));
+                                             QStringLiteral("MAJOR[.MINOR]"));
     const QCommandLineOption headless(QStringLiteral("headless"), QStringLiteral("Run without a window."));
     const QCommandLineOption windowed(QStringLiteral("windowed"), QStringLiteral("A window instead of full screen."));
     parser.addOptions({config, name, code, codeInterval, port, passcodeServer, passcodeService, approval, requireCode,
@@ -131,7 +131,11 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     if (parser.isSet(requireCode)) options.requireCode = true;
     if (parser.isSet(maxClients)) options.maxClients = parser.value(maxClients).toInt();
     options.discovery = !parser.isSet(noDiscovery);
-    if (parser.isSet(protocolVersion)) options.protocolVersion = parser.value(protocolVersion).toInt();
+    if (parser.isSet(protocolVersion)) {
+        const QStringList parts = parser.value(protocolVersion).split(QLatin1Char('.'));
+        options.protocolMajor = parts.value(0).toInt();
+        options.protocolMinor = parts.value(1).toInt();
+    }
     options.headless = parser.isSet(headless);
     options.windowed = parser.isSet(windowed);
 

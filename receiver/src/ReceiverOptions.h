@@ -21,7 +21,9 @@ struct ReceiverOptions {
     bool headless = false;        // no window at all (servers, tests)
     bool windowed = false;        // a normal window instead of full screen
     bool discovery = true;        // announce on the LAN
-    int protocolVersion = -1;     // --protocol-version: answer as an older panel (compatibility tests); -1: current
+    // --protocol-version M[.m]: answer as a panel of that version (compatibility tests); -1: current
+    int protocolMajor = -1;
+    int protocolMinor = -1;
     QString configPath;           // the configuration file read
 
     // Reads the configuration file (--config PATH, else the per-user one),

@@ -456,7 +456,7 @@ TEST_F(DiscoveryNetns, PanelIsFoundUpdatedRefreshedAndGoneAfterKill) {
     EXPECT_EQ(first.get("code"), "7K3M9Q2T");
     EXPECT_EQ(first.get("address"), ns.addressA);
     EXPECT_EQ(first.get("port"), "47800");
-    EXPECT_EQ(first.get("ver"), "1");
+    EXPECT_EQ(first.get("ver"), std::to_string(zv::kProtocolVersion)) << "the protocol major";
     auto coming = browser.waitForEvent("coming", "0123456789abcdef", 0ms);
     ASSERT_TRUE(coming);
     EXPECT_LT(*coming, *found) << "coming comes just before the first found";

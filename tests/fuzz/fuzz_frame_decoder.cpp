@@ -1,71 +1,166 @@
 // Fuzz target: arbitrary bytes through the frame decoder (whole, and cut at a
-// point the input chooses), every decoded map through every message reader,
-// and the bytes as a payload of one frame and as a typed connect code.
+// point the input chooses), then every envelope through the dispatchers of
+// real readers: the PC's session (log-in answers and session messages, with
+// the cast's handlers), the panel's service (the first message of a
+// connection and a session's messages, with the panel's cast handlers), the
+// passcode service and both of its clients. Nothing touches a network: the
+// channels the readers answer on wrap sockets that never connect. The bytes
+// are also tried as the payload of one frame and as a typed connect code.
 // With ZV_FUZZ_STANDALONE it is a plain program that replays the samples in
 // tests/fuzz/corpus, built-in samples, their mutations and random bytes.
 #include <cstddef>
 #include <cstdint>
 
-#include <QByteArray>
-#include <QCborMap>
-#include <QString>
+#include <glog/logging.h>
+#include <google/protobuf/stubs/logging.h>
 
+#include <QByteArray>
+#include <QCoreApplication>
+#include <QSslCertificate>
+#include <QSslKey>
+#include <QString>
+#include <QTcpSocket>
+
+#include <memory>
+
+#include "CastService.h"
+#include "CodeKeeper.h"
+#include "PanelService.h"
+#include "passcode/PasscodeClient.h"
+#include "passcode/PasscodeService.h"
 #include "protocol/ConnectCode.h"
-#include "protocol/MessageFraming.h"
-#include "protocol/Messages.h"
+#include "protocol/WireCodec.h"
+#include "session/CastSession.h"
+#include "session/ClientSession.h"
+#include "transport/KnownPanels.h"
+#include "transport/MessageChannel.h"
 
 namespace {
 
-void parseEverything(const QCborMap& map) {
-    QString error;
-    (void)zv::parseHello(map, &error);
-    (void)zv::parseWelcome(map, &error);
-    (void)zv::parseRefused(map, &error);
-    (void)zv::parseHeartbeat(map, &error);
-    (void)zv::parseReport(map, &error);
-    (void)zv::parseBye(map, &error);
-    (void)zv::parseRegister(map, &error);
-    (void)zv::parseRegistered(map, &error);
-    (void)zv::parseResolve(map, &error);
-    (void)zv::parseResolved(map, &error);
-    (void)zv::parseUnregister(map, &error);
-    (void)zv::parseUnregistered(map, &error);
-    (void)zv::parseError(map, &error);
-    (void)zv::isKnownMessageType(zv::messageType(map));
+constexpr char kPanelCode[] = "7K3M9Q2T";
+
+// Quiet, and a Qt application for the readers' timers; once per process.
+void setUpOnce() {
+    static bool done = false;
+    if (done) return;
+    done = true;
+    // ZV_FUZZ_LOG=1 shows what the readers make of the inputs.
+    FLAGS_minloglevel = qEnvironmentVariableIsSet("ZV_FUZZ_LOG") ? google::GLOG_INFO : google::GLOG_FATAL;
+    google::protobuf::SetLogHandler(nullptr);
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    static int argc = 1;
+    static char name[] = "fuzz_frame_decoder";
+    static char* argv[] = {name, nullptr};
+    new QCoreApplication(argc, argv);
 }
 
-void decodeAll(zv::FrameDecoder& decoder, const QByteArray& bytes) {
-    for (const QCborMap& map : decoder.feed(bytes)) parseEverything(map);
+// A channel that never had a connection: what readers send into it is dropped.
+zv::MessageChannel* detachedChannel(QObject* parent) { return new zv::MessageChannel(new QTcpSocket, parent); }
+
+// One set of readers, fresh for every input so that no input's state hides
+// another's fault.
+struct Readers {
+    QObject scope;  // parent of the log-in and passcode channels, gone after the readers
+    zv::ClientSession session{{[](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>& fill) {
+                                   tagNotifyExceptionParams_ params{};
+                                   if (fill) fill(params);
+                               }},
+                              [](const QString&) { return std::optional<KLUF_DEVICE_INFO>(); },
+                              std::make_shared<zv::KnownPanels>(QStringLiteral("/nonexistent/known-panels"))};
+    zv::CastSession cast{&session, [](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&) {},
+                         [](uint32_t) {}};
+    receiver::CodeKeeper codes{0x0a000001, QString::fromLatin1(kPanelCode), 0};
+    receiver::PanelService panel{panelSettings(), QSslKey(), QSslCertificate(), QStringLiteral("0123456789abcdef"),
+                                 &codes};
+    // Approval asked first: a cast request never starts media here.
+    receiver::CastService panelCast{castSettings(), &panel};
+    zv::PasscodeService passcodeService{[] { return qint64(1000); }};
+    zv::PasscodeClient passcodeClient;
+    zv::PasscodeRegistration registration{zv::PasscodeRegistration::Settings{}};
+    qint64 joined = 0;
+
+    Readers() {
+        // One client in session with the panel, for its session messages.
+        zv::wire::Hello hello;
+        hello.set_major(zv::kProtocolMajor);
+        hello.set_host("fuzz");
+        panel.greet(detachedChannel(&panel), zv::wrap(hello));
+        if (!panel.clients().isEmpty()) joined = panel.clients().front().id;
+    }
+
+    static receiver::PanelService::Settings panelSettings() {
+        receiver::PanelService::Settings settings;
+        settings.name = QStringLiteral("fuzz");
+        return settings;
+    }
+    static receiver::CastService::Settings castSettings() {
+        receiver::CastService::Settings settings;
+        settings.requireApproval = true;
+        return settings;
+    }
+
+    void read(const zv::wire::Envelope& envelope) {
+        session.handle(envelope);
+        zv::MessageChannel* attempt = detachedChannel(&scope);
+        zv::PanelAddress address;
+        address.address = QStringLiteral("10.0.0.1");
+        address.port = zv::kDefaultControlPort;
+        if (session.takeAnswer(attempt, address, envelope, [](const zv::ClientSession::LoginResult&) {}) !=
+            zv::Dispatch::Handled) {
+            delete attempt;
+        }
+
+        panel.greet(detachedChannel(&panel), envelope);
+        panel.handle(joined, envelope);
+        panel.handle(joined + 1000, envelope);  // a client the panel does not know
+
+        zv::MessageChannel* request = detachedChannel(&scope);
+        passcodeService.handle(request, envelope);
+        passcodeClient.handle(envelope);
+        registration.handle(envelope);
+    }
+};
+
+void readAll(zv::FrameDecoder& decoder, const QByteArray& bytes, Readers* readers) {
+    for (const zv::wire::Envelope& envelope : decoder.feed(bytes)) {
+        if (readers != nullptr) readers->read(envelope);
+    }
     if (decoder.hasError() && decoder.errorString().isEmpty()) __builtin_trap();  // an error always says why
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    setUpOnce();
     const QByteArray bytes = QByteArray::fromRawData(reinterpret_cast<const char*>(data), int(size));
 
-    zv::FrameDecoder whole;
-    decodeAll(whole, bytes);
+    {
+        Readers readers;
+        zv::FrameDecoder whole;
+        readAll(whole, bytes, &readers);
 
-    // The same stream in two pieces must give the same result.
-    if (size > 0) {
-        const int cut = data[0] % int(size);
-        zv::FrameDecoder split;
-        decodeAll(split, bytes.left(cut));
-        decodeAll(split, bytes.mid(cut));
-        if (split.hasError() != whole.hasError()) __builtin_trap();
-    }
+        // The same stream in two pieces must give the same result.
+        if (size > 0) {
+            const int cut = data[0] % int(size);
+            zv::FrameDecoder split;
+            readAll(split, bytes.left(cut), nullptr);
+            readAll(split, bytes.mid(cut), nullptr);
+            if (split.hasError() != whole.hasError()) __builtin_trap();
+        }
 
-    // The bytes as the payload of one well-formed frame reach the CBOR parsing.
-    if (size > 0 && size <= zv::kMaxFrameBytes) {
-        QByteArray frame(4, '\0');
-        frame[0] = char(size >> 24);
-        frame[1] = char(size >> 16);
-        frame[2] = char(size >> 8);
-        frame[3] = char(size);
-        zv::FrameDecoder payload;
-        decodeAll(payload, frame + bytes);
+        // The bytes as the payload of one well-formed frame reach the envelope parsing.
+        if (size > 0 && size <= zv::kMaxFrameBytes) {
+            QByteArray frame(4, '\0');
+            frame[0] = char(size >> 24);
+            frame[1] = char(size >> 16);
+            frame[2] = char(size >> 8);
+            frame[3] = char(size);
+            zv::FrameDecoder payload;
+            readAll(payload, frame + bytes, &readers);
+        }
     }
+    // What the readers left to the event loop (deferred deletes, queued calls).
+    QCoreApplication::sendPostedEvents();
 
     if (size <= 64) {
         const QString code = zv::code::normalize(QString::fromUtf8(bytes));
@@ -88,13 +183,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
 int main(int argc, char** argv) {
     std::vector<QByteArray> samples = {
-        QByteArray::fromHex("0000000ba26174626862637365710700"),
-        QByteArray::fromHex("00000010a26174636279656672656173" "6f6e6178"),
+        // heartbeat 7; bye "x"; castPending; a body of a later version
+        QByteArray::fromHex("0000000708029a01020807"),
+        QByteArray::fromHex("000000080802aa01030a0178"),
+        QByteArray::fromHex("0000000508028a0300"),
+        QByteArray::fromHex("000000050802c20c00"),
+        // hello of protocol 3.1 with an unknown field; welcome of 2.0; refused
+        QByteArray::fromHex("0000000f080338018201080803100192030178"),
+        QByteArray::fromHex("0000000c08028a01070802180128e807"),
+        QByteArray::fromHex("0000000a080292010508041201" "78"),
         QByteArray::fromHex("00000000"),
         QByteArray::fromHex("ffffffff"),
-        QByteArray::fromHex("00000004a1617401"),
-        QByteArray::fromHex("0000000a9bffffffffffffffff00"),
-        QByteArray::fromHex("0000000dbf6174626862ff"),
+        QByteArray::fromHex("000000010f"),
         QByteArray("012g-28t5"),
     };
     // Sample files: the folder given as the first argument.
@@ -112,7 +212,9 @@ int main(int argc, char** argv) {
 
     std::mt19937 random(20240601u);  // fixed: every run tries the same inputs
     std::uniform_int_distribution<int> byte(0, 255);
-    for (int round = 0; round < 20000; ++round) {
+    constexpr int kMutations = 20000;
+    constexpr int kRandom = 2000;
+    for (int round = 0; round < kMutations; ++round) {
         QByteArray input = samples[size_t(random() % samples.size())];
         const int edits = 1 + int(random() % 8);
         for (int e = 0; e < edits; ++e) {
@@ -134,12 +236,13 @@ int main(int argc, char** argv) {
         }
         run(input);
     }
-    for (int round = 0; round < 2000; ++round) {
+    for (int round = 0; round < kRandom; ++round) {
         QByteArray input(int(random() % 300), '\0');
         for (char& c : input) c = char(byte(random));
         run(input);
     }
-    std::printf("fuzz_frame_decoder: %zu samples and 22000 generated inputs passed\n", samples.size());
+    std::printf("fuzz_frame_decoder: %zu samples and %d generated inputs passed\n", samples.size(),
+                kMutations + kRandom);
     return 0;
 }
 #endif

@@ -1,219 +1,322 @@
-// Frames and messages: the exact bytes on the wire, every message type through
-// encode -> decode -> parse, streams cut anywhere, and hostile input.
+// Frames and envelopes: the exact bytes on the wire, every message through
+// encode -> decode, streams cut anywhere, hostile input, bodies and fields a
+// newer peer may send, and the dispatcher that hands envelopes to handlers.
 #include <gtest/gtest.h>
 
+#include <google/protobuf/util/message_differencer.h>
+
 #include <QByteArray>
-#include <QCborArray>
-#include <QCborMap>
-#include <functional>
+#include <set>
 #include <vector>
 
-#include "protocol/CastMessages.h"
-#include "protocol/MessageFraming.h"
-#include "protocol/Messages.h"
+#include "protocol/MessageDispatcher.h"
+#include "protocol/WireCodec.h"
+#include "protocol/WireNames.h"
 
 namespace {
 
 using namespace zv;
+using google::protobuf::util::MessageDifferencer;
 
 QByteArray hex(const char* text) { return QByteArray::fromHex(text); }
 
-// One message of every type, with no field left at its default.
-std::vector<QCborMap> sampleMessages() {
-    HelloMessage hello;
-    hello.proto = 1;
-    hello.minProto = 1;
-    hello.code = QStringLiteral("012G28T5");
-    hello.host = QStringLiteral("Büro-PC");
-    hello.deviceType = 3;
-    hello.device = {QStringLiteral("PC"), QStringLiteral("desk"), QStringLiteral("192.168.1.7"),
-                    QStringLiteral("aa:bb:cc:dd:ee:ff"), QStringLiteral("Debian 12"), 1920, 1080};
-    hello.resume = QStringLiteral("r-123");
-
-    WelcomeMessage welcome;
-    welcome.proto = 1;
-    welcome.minProto = 1;
-    welcome.session = 0x1'0000'0001LL;
-    welcome.resume = QStringLiteral("r-456");
-    welcome.heartbeatMs = 1000;
-    welcome.panel = {QStringLiteral("ZV-86"), QStringLiteral("Room 4"), QStringLiteral("0123456789abcdef"),
-                     QStringLiteral("10.0.0.9"), 47800, 3840, 2160, 7, QStringLiteral("zelvanor-receiver 0.1")};
-    welcome.caps = {0x7F, 4, 3840, 2160};
-    welcome.resumed = true;
-
-    return {buildHello(hello),
-            buildWelcome(welcome),
-            buildRefused({reason::kTooManyClients, QStringLiteral("four already")}),
-            buildHeartbeat({-5}),
-            buildReport({QStringLiteral("StartScreen"), true, QStringLiteral("1080p30")}),
-            buildBye({reason::kLogOutByServer}),
-            buildRegister({QStringLiteral("AB12"), QStringLiteral("10.0.0.9"), 47800, QStringLiteral("Room 4"), 60}),
-            buildRegistered({QStringLiteral("AB12"), 60}),
-            buildResolve({QStringLiteral("AB12")}),
-            buildResolved({QStringLiteral("10.0.0.9"), 47800, QStringLiteral("Room 4")}),
-            buildUnregister({QStringLiteral("AB12"), QStringLiteral("10.0.0.9")}),
-            buildUnregistered(),
-            buildError({reason::kTaken}),
-            buildCastRequest({QStringLiteral("window"), QStringLiteral("udp"), 1920, 1080, 60, true, true, 5004}),
-            buildCastPending(),
-            buildCastAccepted({QStringLiteral("brx"), 5000, 5002, 5001, QStringLiteral("k3y"), 30, 3840, 2160}),
-            buildCastRefused({QStringLiteral("race fail."), QStringLiteral("someone else casts")}),
-            buildCastSwitch(msg::kCastPause, {true}),
-            buildCastSwitch(msg::kCastVoice, {true}),
-            buildCastSwitch(msg::kCastVoiceState, {true}),
-            buildCastSwitch(msg::kCastControl, {true}),
-            buildCastStop({QStringLiteral("user")}),
-            buildCastControlState({true, QStringLiteral("nonsupport")}),
-            buildCursor({65535, 17, false}),
-            buildTouch({QStringLiteral("touchMove"), 100, 65535, 1234567890123LL}),
-            buildCastStats({8000, 30, 28, 2}),
-            buildCastStalled({5})};
+template <typename Body>
+wire::Envelope envelopeOf(const Body& body) {
+    wire::Envelope envelope = wrap(body);
+    envelope.set_version(kProtocolMajor);
+    return envelope;
 }
 
-// Parses a message with the reader for its type and builds it again.
-QCborMap reparse(const QCborMap& map, QString* error) {
-    const QString t = messageType(map);
-    auto again = [&](auto parsed, auto build) -> QCborMap { return parsed ? build(*parsed) : QCborMap(); };
-    if (t == msg::kHello) return again(parseHello(map, error), buildHello);
-    if (t == msg::kWelcome) return again(parseWelcome(map, error), buildWelcome);
-    if (t == msg::kRefused) return again(parseRefused(map, error), buildRefused);
-    if (t == msg::kHeartbeat) return again(parseHeartbeat(map, error), buildHeartbeat);
-    if (t == msg::kReport) return again(parseReport(map, error), buildReport);
-    if (t == msg::kBye) return again(parseBye(map, error), buildBye);
-    if (t == msg::kRegister) return again(parseRegister(map, error), buildRegister);
-    if (t == msg::kRegistered) return again(parseRegistered(map, error), buildRegistered);
-    if (t == msg::kResolve) return again(parseResolve(map, error), buildResolve);
-    if (t == msg::kResolved) return again(parseResolved(map, error), buildResolved);
-    if (t == msg::kUnregister) return again(parseUnregister(map, error), buildUnregister);
-    if (t == msg::kUnregistered) return again(parseUnregistered(map, error), buildUnregistered);
-    if (t == msg::kError) return again(parseError(map, error), buildError);
-    if (t == msg::kCastRequest) return again(parseCastRequest(map, error), buildCastRequest);
-    if (t == msg::kCastPending) return map == buildCastPending() ? map : QCborMap();
-    if (t == msg::kCastAccepted) return again(parseCastAccepted(map, error), buildCastAccepted);
-    if (t == msg::kCastRefused) return again(parseCastRefused(map, error), buildCastRefused);
-    if (t == msg::kCastPause || t == msg::kCastVoice || t == msg::kCastVoiceState || t == msg::kCastControl) {
-        return again(parseCastSwitch(map, t, error), [&](const CastSwitchMessage& m) { return buildCastSwitch(t, m); });
-    }
-    if (t == msg::kCastStop) return again(parseCastStop(map, error), buildCastStop);
-    if (t == msg::kCastControlState) return again(parseCastControlState(map, error), buildCastControlState);
-    if (t == msg::kCursor) return again(parseCursor(map, error), buildCursor);
-    if (t == msg::kTouch) return again(parseTouch(map, error), buildTouch);
-    if (t == msg::kCastStats) return again(parseCastStats(map, error), buildCastStats);
-    if (t == msg::kCastStalled) return again(parseCastStalled(map, error), buildCastStalled);
-    *error = QStringLiteral("no reader for ") + t;
-    return {};
+// One envelope of every body, with no field left at its default.
+std::vector<wire::Envelope> sampleEnvelopes() {
+    std::vector<wire::Envelope> out;
+    wire::Envelope e;
+
+    wire::Hello& hello = *e.mutable_hello();
+    hello.set_major(2);
+    hello.set_minor(7);
+    hello.set_code("7K3M9Q2T");
+    hello.set_host("Büro-PC");
+    hello.set_device_type(3);
+    hello.mutable_device()->set_model("ThinkPad");
+    hello.mutable_device()->set_name("pc-1");
+    hello.mutable_device()->set_address("10.0.0.5");
+    hello.mutable_device()->set_mac("aa:bb:cc:dd:ee:ff");
+    hello.mutable_device()->set_os("Debian 12");
+    hello.mutable_device()->set_width(1920);
+    hello.mutable_device()->set_height(1080);
+    hello.set_resume("r-123");
+    out.push_back(e);
+
+    e.Clear();
+    wire::Welcome& welcome = *e.mutable_welcome();
+    welcome.set_major(2);
+    welcome.set_minor(1);
+    welcome.set_session(0x1'0000'0001LL);
+    welcome.set_resume("r-456");
+    welcome.set_heartbeat_ms(1000);
+    welcome.mutable_panel()->set_model("Zelvanor Receiver");
+    welcome.mutable_panel()->set_name("Raum 4");
+    welcome.mutable_panel()->set_key("0123456789abcdef");
+    welcome.mutable_panel()->set_address("10.0.0.9");
+    welcome.mutable_panel()->set_port(47800);
+    welcome.mutable_panel()->set_width(3840);
+    welcome.mutable_panel()->set_height(2160);
+    welcome.mutable_panel()->set_device_type(2);
+    welcome.mutable_panel()->set_software("0.1.0");
+    welcome.mutable_caps()->set_bits(5);
+    welcome.mutable_caps()->set_max_clients(4);
+    welcome.mutable_caps()->set_max_width(3840);
+    welcome.mutable_caps()->set_max_height(2160);
+    welcome.set_resumed(true);
+    out.push_back(e);
+
+    e.Clear();
+    e.mutable_refused()->set_reason(wire::Refused::TOO_MANY_CLIENTS);
+    e.mutable_refused()->set_text("four already");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_heartbeat()->set_seq(-5);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_report()->set_event("StartScreen");
+    e.mutable_report()->set_flag(true);
+    e.mutable_report()->set_detail("1080p30");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_bye()->set_reason("logOutByServer");
+    out.push_back(e);
+
+    e.Clear();
+    wire::CastRequest& request = *e.mutable_cast_request();
+    request.set_source(wire::CastRequest::SOURCE_WINDOW);
+    request.set_transport(wire::TRANSPORT_UDP);
+    request.set_width(1920);
+    request.set_height(1080);
+    request.set_fps(60);
+    request.set_audio(true);
+    request.set_control(true);
+    request.set_rtcp_port(5004);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_pending();
+    out.push_back(e);
+    e.Clear();
+    wire::CastAccepted& accepted = *e.mutable_cast_accepted();
+    accepted.set_transport(wire::TRANSPORT_BRX);
+    accepted.set_video_port(5000);
+    accepted.set_audio_port(5002);
+    accepted.set_rtcp_port(5001);
+    accepted.set_srt_key("k3y");
+    accepted.set_latency_ms(30);
+    accepted.set_width(3840);
+    accepted.set_height(2160);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_refused()->set_reason("race fail.");
+    e.mutable_cast_refused()->set_text("someone else casts");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_pause()->set_paused(true);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_stop()->set_reason("user");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_voice()->set_on(true);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_voice_state()->set_on(true);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_control()->set_on(true);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_control_state()->set_on(true);
+    e.mutable_cast_control_state()->set_holder("nonsupport");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cursor()->set_x(65535);
+    e.mutable_cursor()->set_y(17);
+    e.mutable_cursor()->set_visible(true);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_touch()->set_type(wire::Touch::MOUSE_WHEEL);
+    e.mutable_touch()->set_x(100);
+    e.mutable_touch()->set_y(65535);
+    e.mutable_touch()->set_time(1234567890123LL);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_stats()->set_bitrate_kbps(8000);
+    e.mutable_cast_stats()->set_fps(30);
+    e.mutable_cast_stats()->set_delay_ms(28);
+    e.mutable_cast_stats()->set_loss_percent(2);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_cast_stalled()->set_seconds(5);
+    out.push_back(e);
+
+    e.Clear();
+    wire::Register& reg = *e.mutable_register_passcode();
+    reg.set_passcode("AB12");
+    reg.set_address("10.0.0.9");
+    reg.set_port(47800);
+    reg.set_name("Room 4");
+    reg.set_ttl(60);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_registered()->set_passcode("AB12");
+    e.mutable_registered()->set_ttl(60);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_resolve()->set_passcode("AB12");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_resolved()->set_address("10.0.0.9");
+    e.mutable_resolved()->set_port(47800);
+    e.mutable_resolved()->set_name("Room 4");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_unregister()->set_passcode("AB12");
+    e.mutable_unregister()->set_address("10.0.0.9");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_unregistered();
+    out.push_back(e);
+    e.Clear();
+    e.mutable_passcode_error()->set_reason(wire::PasscodeError::TAKEN);
+    out.push_back(e);
+
+    for (wire::Envelope& envelope : out) envelope.set_version(kProtocolMajor);
+    return out;
 }
 
-QByteArray streamOf(const std::vector<QCborMap>& messages) {
+QByteArray streamOf(const std::vector<wire::Envelope>& envelopes) {
     QByteArray stream;
-    for (const QCborMap& m : messages) stream += encodeFrame(m);
+    for (const wire::Envelope& e : envelopes) stream += encodeFrame(e);
     return stream;
 }
 
+void expectSame(const std::vector<wire::Envelope>& got, const std::vector<wire::Envelope>& sent, const char* where) {
+    ASSERT_EQ(got.size(), sent.size()) << where;
+    for (size_t i = 0; i < sent.size(); ++i) {
+        EXPECT_TRUE(MessageDifferencer::Equals(got[i], sent[i])) << where << ": " << bodyName(sent[i]).toStdString();
+    }
+}
+
 TEST(MessageFraming, EncodesExactBytes) {
-    // {"t":"hb","seq":7}: length 11, then a 2-pair map of short texts.
-    EXPECT_EQ(encodeFrame(buildHeartbeat({7})).toHex(' '),
-              hex("0000000b a2 6174 626862 63736571 07").toHex(' '));
-    // A sequence number past 23 takes the two-byte integer form.
-    EXPECT_EQ(encodeFrame(buildHeartbeat({1000})).toHex(' '),
-              hex("0000000d a2 6174 626862 63736571 1903e8").toHex(' '));
-    // {"t":"bye","reason":"x"}: texts stay texts, order as built.
-    EXPECT_EQ(encodeFrame(buildBye({QStringLiteral("x")})).toHex(' '),
-              hex("00000010 a2 6174 63627965 66726561736f6e 6178").toHex(' '));
+    wire::Heartbeat beat;
+    beat.set_seq(7);
+    // version 2 (field 1), then the heartbeat as field 19 (tag 0x9a 0x01) holding seq 7.
+    EXPECT_EQ(encodeFrame(envelopeOf(beat)).toHex(' '), hex("00000007 0802 9a01 02 0807").toHex(' '));
+    // A sequence number past 127 takes a two-byte varint.
+    beat.set_seq(1000);
+    EXPECT_EQ(encodeFrame(envelopeOf(beat)).toHex(' '), hex("00000008 0802 9a01 03 08e807").toHex(' '));
+    // Texts go as they are: bye (field 21) with reason "x".
+    wire::Bye bye;
+    bye.set_reason("x");
+    EXPECT_EQ(encodeFrame(envelopeOf(bye)).toHex(' '), hex("00000008 0802 aa01 03 0a0178").toHex(' '));
+    // An empty body still names its type: castPending, field 49.
+    EXPECT_EQ(encodeFrame(envelopeOf(wire::CastPending())).toHex(' '), hex("00000005 0802 8a03 00").toHex(' '));
 }
 
 TEST(MessageFraming, EveryMessageTypeSurvivesTheRoundTrip) {
-    const std::vector<QCborMap> sent = sampleMessages();
-    FrameDecoder decoder;
-    const QVector<QCborMap> received = decoder.feed(streamOf(sent));
-    ASSERT_FALSE(decoder.hasError()) << decoder.errorString().toStdString();
-    ASSERT_EQ(received.size(), int(sent.size()));
-    for (size_t i = 0; i < sent.size(); ++i) {
-        const QString t = messageType(sent[i]);
-        EXPECT_TRUE(isKnownMessageType(t)) << t.toStdString();
-        EXPECT_EQ(received[int(i)], sent[i]) << t.toStdString();
-        QString error;
-        EXPECT_EQ(reparse(received[int(i)], &error), sent[i]) << t.toStdString() << ": " << error.toStdString();
+    const std::vector<wire::Envelope> sent = sampleEnvelopes();
+    // The samples cover every body the schema has.
+    std::set<int> covered;
+    for (const wire::Envelope& e : sent) covered.insert(e.body_case());
+    const google::protobuf::OneofDescriptor* body = wire::Envelope::descriptor()->FindOneofByName("body");
+    for (int i = 0; i < body->field_count(); ++i) {
+        EXPECT_TRUE(covered.count(body->field(i)->number())) << "no sample of " << body->field(i)->name();
     }
+
+    FrameDecoder decoder;
+    const std::vector<wire::Envelope> received = decoder.feed(streamOf(sent));
+    ASSERT_FALSE(decoder.hasError()) << decoder.errorString().toStdString();
+    expectSame(received, sent, "one feed");
     EXPECT_EQ(decoder.pendingBytes(), 0);
-    EXPECT_FALSE(isKnownMessageType(QStringLiteral("hb2")));
 
     // Spot checks that fields land where they belong, not only symmetrically.
-    QString error;
-    const auto hello = parseHello(received[0], &error);
-    ASSERT_TRUE(hello);
-    EXPECT_EQ(hello->host, QStringLiteral("Büro-PC"));
-    EXPECT_EQ(hello->device.height, 1080);
-    EXPECT_EQ(hello->resume, QStringLiteral("r-123"));
-    const auto welcome = parseWelcome(received[1], &error);
-    ASSERT_TRUE(welcome);
-    EXPECT_EQ(welcome->session, 0x1'0000'0001LL);
-    EXPECT_EQ(welcome->panel.key, QStringLiteral("0123456789abcdef"));
-    EXPECT_EQ(welcome->caps.maxClients, 4);
-    EXPECT_TRUE(welcome->resumed);
-    const auto touch = parseTouch(buildTouch({QStringLiteral("touchUp"), 1, 2, 3}), &error);
-    ASSERT_TRUE(touch);
-    EXPECT_EQ(touch->type, QStringLiteral("touchUp"));
-    EXPECT_FALSE(parseCastSwitch(buildCastSwitch(msg::kCastPause, {true}), msg::kCastVoice, &error))
-        << "a pause is not a voice switch";
+    ASSERT_TRUE(received[0].has_hello());
+    EXPECT_EQ(received[0].version(), uint32_t(kProtocolMajor));
+    EXPECT_EQ(received[0].hello().host(), "Büro-PC");
+    EXPECT_EQ(received[0].hello().device().height(), 1080);
+    EXPECT_EQ(received[0].hello().resume(), "r-123");
+    EXPECT_EQ(received[1].welcome().session(), 0x1'0000'0001LL);
+    EXPECT_EQ(received[1].welcome().panel().key(), "0123456789abcdef");
+    EXPECT_EQ(received[1].welcome().caps().max_clients(), 4);
+    EXPECT_TRUE(received[1].welcome().resumed());
 
     // resume is optional in hello and stays absent.
-    HelloMessage plain;
-    const auto noResume = parseHello(buildHello(plain), &error);
-    ASSERT_TRUE(noResume) << error.toStdString();
-    EXPECT_FALSE(noResume->resume.has_value());
-    EXPECT_FALSE(buildHello(plain).contains(QStringLiteral("resume")));
+    wire::Hello plain;
+    plain.set_major(2);
+    FrameDecoder again;
+    const std::vector<wire::Envelope> back = again.feed(encodeFrame(envelopeOf(plain)));
+    ASSERT_EQ(back.size(), 1u);
+    EXPECT_FALSE(back[0].hello().has_resume());
+    plain.set_resume("");
+    EXPECT_TRUE(again.feed(encodeFrame(envelopeOf(plain)))[0].hello().has_resume()) << "empty but present";
+
+    // wrap() takes body messages only.
+    EXPECT_EQ(wrap(wire::DeviceInfo()).body_case(), wire::Envelope::BODY_NOT_SET);
+    EXPECT_EQ(wrap(wire::Unregistered()).body_case(), wire::Envelope::kUnregistered);
+    EXPECT_EQ(bodyName(sent[6]), QStringLiteral("cast_request"));
 }
 
 TEST(MessageFraming, StreamCutAtAnyByteDecodesTheSame) {
-    const std::vector<QCborMap> sent = sampleMessages();
+    const std::vector<wire::Envelope> sent = sampleEnvelopes();
     const QByteArray stream = streamOf(sent);
 
     for (int cut = 0; cut <= stream.size(); ++cut) {
         FrameDecoder decoder;
-        QVector<QCborMap> got = decoder.feed(stream.left(cut));
-        got += decoder.feed(stream.mid(cut));
+        std::vector<wire::Envelope> got = decoder.feed(stream.left(cut));
+        for (wire::Envelope& e : decoder.feed(stream.mid(cut))) got.push_back(std::move(e));
         ASSERT_FALSE(decoder.hasError()) << "cut at " << cut << ": " << decoder.errorString().toStdString();
-        ASSERT_EQ(got.size(), int(sent.size())) << "cut at " << cut;
-        for (size_t i = 0; i < sent.size(); ++i) ASSERT_EQ(got[int(i)], sent[i]) << "cut at " << cut;
+        ASSERT_EQ(got.size(), sent.size()) << "cut at " << cut;
+        for (size_t i = 0; i < sent.size(); ++i) ASSERT_TRUE(MessageDifferencer::Equals(got[i], sent[i])) << cut;
     }
 
     FrameDecoder byteByByte;
-    QVector<QCborMap> got;
+    std::vector<wire::Envelope> got;
     for (char c : stream) {
-        got += byteByByte.feed(QByteArray(1, c));
+        for (wire::Envelope& e : byteByByte.feed(QByteArray(1, c))) got.push_back(std::move(e));
         ASSERT_FALSE(byteByByte.hasError()) << byteByByte.errorString().toStdString();
     }
-    ASSERT_EQ(got.size(), int(sent.size()));
-    for (size_t i = 0; i < sent.size(); ++i) EXPECT_EQ(got[int(i)], sent[i]);
+    expectSame(got, sent, "byte by byte");
 
     // Three frames with the third's header split: two now, the third later.
     FrameDecoder partial;
     const QByteArray three = encodeFrame(sent[3]) + encodeFrame(sent[4]) + encodeFrame(sent[5]);
     const int split = encodeFrame(sent[3]).size() + encodeFrame(sent[4]).size() + 2;
-    EXPECT_EQ(partial.feed(three.left(split)).size(), 2);
+    EXPECT_EQ(partial.feed(three.left(split)).size(), 2u);
     EXPECT_EQ(partial.pendingBytes(), 2);
-    const QVector<QCborMap> last = partial.feed(three.mid(split));
-    ASSERT_EQ(last.size(), 1);
-    EXPECT_EQ(last[0], sent[5]);
+    expectSame(partial.feed(three.mid(split)), {sent[5]}, "the third");
 }
 
-TEST(MessageFraming, FrameOfExactlyTheLimitIsAccepted) {
+TEST(MessageFraming, FrameOfExactlyTheLimitIsAcceptedOneMoreIsNot) {
     // Grow a report's detail until the payload is exactly 1 MiB.
-    ReportMessage report{QStringLiteral("big"), false, QString()};
+    wire::Report report;
+    report.set_event("big");
     int detail = int(kMaxFrameBytes) - 64;
     for (int round = 0; round < 3; ++round) {
-        report.detail = QString(detail, QLatin1Char('x'));
-        detail += int(kMaxFrameBytes) - (encodeFrame(buildReport(report)).size() - 4);
+        report.set_detail(std::string(size_t(detail), 'x'));
+        detail += int(kMaxFrameBytes) - (encodeFrame(envelopeOf(report)).size() - 4);
     }
-    report.detail = QString(detail, QLatin1Char('x'));
-    const QByteArray frame = encodeFrame(buildReport(report));
+    report.set_detail(std::string(size_t(detail), 'x'));
+    const QByteArray frame = encodeFrame(envelopeOf(report));
     ASSERT_EQ(frame.size() - 4, int(kMaxFrameBytes));
 
     FrameDecoder decoder;
-    const QVector<QCborMap> got = decoder.feed(frame);
-    ASSERT_EQ(got.size(), 1) << decoder.errorString().toStdString();
-    EXPECT_EQ(parseReport(got[0], nullptr)->detail.size(), detail);
+    const std::vector<wire::Envelope> got = decoder.feed(frame);
+    ASSERT_EQ(got.size(), 1u) << decoder.errorString().toStdString();
+    EXPECT_EQ(int(got[0].report().detail().size()), detail);
+
+    report.set_detail(report.detail() + "x");
+    FrameDecoder over;
+    // Refused from the length alone: only the header is fed.
+    EXPECT_TRUE(over.feed(encodeFrame(envelopeOf(report)).left(4)).empty());
+    EXPECT_TRUE(over.hasError());
+    EXPECT_TRUE(over.errorString().contains(QLatin1String("1048577"))) << over.errorString().toStdString();
 }
 
 TEST(MessageFraming, MalformedFramesStopTheStreamWithAReason) {
@@ -222,107 +325,111 @@ TEST(MessageFraming, MalformedFramesStopTheStreamWithAReason) {
         QByteArray bytes;
         const char* reason;
     };
-    const QByteArray hb = encodeFrame(buildHeartbeat({1}));
+    wire::Heartbeat beat;
+    beat.set_seq(1);
+    const wire::Envelope hbEnvelope = envelopeOf(beat);
+    const QByteArray hb = encodeFrame(hbEnvelope);
     const std::vector<Case> cases = {
         {"zero length", hex("00000000"), "length 0"},
         {"length above 1 MiB, payload not sent", hex("00100001"), "exceeds the limit"},
         {"2 MiB announced", hex("00200000a1"), "2097152"},
         {"length 0xffffffff", hex("ffffffff"), "exceeds the limit"},
-        {"CBOR cut inside the frame", hex("00000005 a2 6174 6268"), "malformed CBOR"},
-        {"CBOR array instead of map", hex("00000003 820102"), "not a CBOR map"},
-        {"a bare integer", hex("00000001 07"), "not a CBOR map"},
-        {"a break byte", hex("00000001 ff"), "not"},
-        {"map without t", hex("00000004 a1 6178 01"), "without \"t\""},
-        {"t is an integer", hex("00000004 a1 6174 01"), "not a text"},
-        {"t is a byte string", hex("00000005 a1 6174 4168"), "not a text"},
-        {"t is not UTF-8", hex("00000006 a1 6174 62fffe"), "malformed CBOR"},
-        {"junk after the map", hex("00000007 a1 6174 6268 62 00"), "trailing"},
-        {"two maps in one frame", hex("0000000a a1 6174 626862 a1 6174 626862"), "trailing"},
-        {"nesting too deep", QByteArray("\x00\x00\x10\x00\xa1\x61\x74", 7) + QByteArray(4096 - 3, char(0x81)), "CBOR"},
+        {"wire type 7", hex("00000001 0f"), "no envelope"},
+        {"field number 0", hex("00000002 0001"), "no envelope"},
+        {"a body cut inside the frame", hex("00000005 9a01 05 0807"), "no envelope"},
+        {"a varint of eleven bytes", hex("0000000c 08 ffffffffffffffffffff01"), "no envelope"},
+        {"a text that is not UTF-8", hex("00000007 8201 04 1a02fffe"), "no envelope"},
+        {"an end-group with no start", hex("00000001 0c"), "no envelope"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         FrameDecoder decoder;
         // A good frame first: it is still delivered; the bad one ends the stream.
-        const QVector<QCborMap> got = decoder.feed(hb + c.bytes + hb);
-        ASSERT_EQ(got.size(), 1);
-        EXPECT_EQ(got[0], buildHeartbeat({1}));
+        expectSame(decoder.feed(hb + c.bytes + hb), {hbEnvelope}, c.name);
         ASSERT_TRUE(decoder.hasError());
         EXPECT_TRUE(decoder.errorString().contains(QLatin1String(c.reason))) << decoder.errorString().toStdString();
-        EXPECT_TRUE(decoder.feed(hb).isEmpty()) << "an errored stream must stay dead";
+        EXPECT_TRUE(decoder.feed(hb).empty()) << "an errored stream must stay dead";
         decoder.reset();
         EXPECT_FALSE(decoder.hasError());
-        EXPECT_EQ(decoder.feed(hb).size(), 1);
+        EXPECT_EQ(decoder.feed(hb).size(), 1u);
     }
 }
 
-TEST(MessageFraming, ReadersRejectMissingAndMistypedFields) {
-    HelloMessage h;
-    h.code = QStringLiteral("AB12");
-    const QCborMap good = buildHello(h);
-    QString error;
-    ASSERT_TRUE(parseHello(good, &error)) << error.toStdString();
+TEST(MessageFraming, WhatANewerPeerAddsIsReadOrSkipped) {
+    // A hello of protocol 3 with a field this build does not know (50) and
+    // the envelope carrying another unknown field (7): both still decode.
+    const QByteArray hello3 = hex("0000000f 0803 3801 8201 08 0803 1001 9203 0178");
+    FrameDecoder decoder;
+    std::vector<wire::Envelope> got = decoder.feed(hello3);
+    ASSERT_EQ(got.size(), 1u) << decoder.errorString().toStdString();
+    EXPECT_EQ(got[0].version(), 3u);
+    EXPECT_EQ(got[0].hello().major(), 3u);
+    EXPECT_EQ(got[0].hello().minor(), 1u);
 
-    auto changed = [&](const std::function<void(QCborMap&)>& edit) {
-        QCborMap m = good;
-        edit(m);
-        return m;
-    };
-    auto deviceChanged = [&](const std::function<void(QCborMap&)>& edit) {
-        return changed([&](QCborMap& m) {
-            QCborMap device = m.value(QStringLiteral("device")).toMap();
-            edit(device);
-            m.insert(QStringLiteral("device"), device);
-        });
-    };
-    struct Case {
-        const char* name;
-        QCborMap map;
-        const char* reason;
-    };
-    const std::vector<Case> cases = {
-        {"host missing", changed([](QCborMap& m) { m.remove(QStringLiteral("host")); }), "missing \"host\""},
-        {"proto as text", changed([](QCborMap& m) { m.insert(QStringLiteral("proto"), QStringLiteral("1")); }),
-         "\"proto\" is not an integer"},
-        {"proto as double", changed([](QCborMap& m) { m.insert(QStringLiteral("proto"), 1.0); }), "not an integer"},
-        {"proto beyond 32 bits", changed([](QCborMap& m) { m.insert(QStringLiteral("proto"), qint64(1) << 40); }),
-         "out of range"},
-        {"code as bytes", changed([](QCborMap& m) { m.insert(QStringLiteral("code"), QByteArray("AB12")); }),
-         "\"code\" is not a text"},
-        {"device as array", changed([](QCborMap& m) { m.insert(QStringLiteral("device"), QCborArray{1}); }),
-         "\"device\" is not a map"},
-        {"device.width missing", deviceChanged([](QCborMap& d) { d.remove(QStringLiteral("width")); }),
-         "hello.device: missing \"width\""},
-        {"device.os as bool", deviceChanged([](QCborMap& d) { d.insert(QStringLiteral("os"), true); }),
-         "\"os\" is not a text"},
-        {"resume present but an integer", changed([](QCborMap& m) { m.insert(QStringLiteral("resume"), 5); }),
-         "\"resume\" is not a text"},
-        {"another type", buildBye({QStringLiteral("x")}), "expected a \"hello\" message, got \"bye\""},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        error.clear();
-        EXPECT_FALSE(parseHello(c.map, &error));
-        EXPECT_TRUE(error.contains(QLatin1String(c.reason))) << error.toStdString();
+    // A field whose wire type is not the one we know is set aside, not read.
+    got = decoder.feed(hex("0000000a 0802 9a01 05 0d 00000000"));
+    ASSERT_FALSE(decoder.hasError()) << decoder.errorString().toStdString();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].heartbeat().seq(), 0);
+
+    // A body of a later version (field 200): no body for us, named in logs.
+    got = decoder.feed(hex("00000006 0802 c20c 01 00"));
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].body_case(), wire::Envelope::BODY_NOT_SET);
+    EXPECT_EQ(bodyName(got[0]), QStringLiteral("unknown field 200"));
+    EXPECT_EQ(bodyName(wire::Envelope()), QStringLiteral("no body"));
+}
+
+TEST(MessageDispatcher, HandsEachBodyToItsHandlerAndSaysWhatItDid) {
+    MessageDispatcher<int> dispatcher(QStringLiteral("test"));
+    std::vector<std::pair<std::string, int>> calls;
+    dispatcher.on(wire::Envelope::kCastStop,
+                  [&](const wire::Envelope& e, int client) { calls.emplace_back(e.cast_stop().reason(), client); });
+    EXPECT_TRUE(dispatcher.handles(wire::Envelope::kCastStop));
+    EXPECT_FALSE(dispatcher.handles(wire::Envelope::kCursor));
+
+    wire::CastStop stop;
+    stop.set_reason("user");
+    EXPECT_EQ(dispatcher.dispatch(envelopeOf(stop), 7), Dispatch::Handled);
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0], std::make_pair(std::string("user"), 7));
+
+    EXPECT_EQ(dispatcher.dispatch(envelopeOf(wire::Cursor()), 7), Dispatch::Unexpected);
+    wire::Envelope fromTheFuture;
+    fromTheFuture.ParseFromString(hex("0802 c20c 00").toStdString());
+    EXPECT_EQ(dispatcher.dispatch(fromTheFuture, 7), Dispatch::Skipped);
+    EXPECT_EQ(dispatcher.dispatch(wire::Envelope(), 7), Dispatch::Skipped);
+    EXPECT_EQ(calls.size(), 1u);
+
+    // A handler may replace itself while it runs.
+    dispatcher.on(wire::Envelope::kCursor, [&](const wire::Envelope&, int) {
+        dispatcher.on(wire::Envelope::kCursor, [&](const wire::Envelope&, int c) { calls.emplace_back("second", c); });
+        calls.emplace_back("first", 0);
+    });
+    dispatcher.dispatch(envelopeOf(wire::Cursor()), 1);
+    dispatcher.dispatch(envelopeOf(wire::Cursor()), 2);
+    ASSERT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls[1].first, "first");
+    EXPECT_EQ(calls[2], std::make_pair(std::string("second"), 2));
+}
+
+TEST(WireNames, EnumsReadAsTheProtocolsTexts) {
+    // Every touch type has a name, and the name leads back to it.
+    const google::protobuf::EnumDescriptor* types = wire::Touch::Type_descriptor();
+    for (int i = 0; i < types->value_count(); ++i) {
+        const auto type = wire::Touch::Type(types->value(i)->number());
+        if (type == wire::Touch::TYPE_UNSPECIFIED) continue;
+        EXPECT_FALSE(touchTypeName(type).startsWith(QLatin1Char('#'))) << types->value(i)->name();
+        EXPECT_EQ(touchTypeFromName(touchTypeName(type)), type);
     }
-
-    // Unknown keys are ignored; a null error pointer is allowed.
-    EXPECT_TRUE(parseHello(changed([](QCborMap& m) { m.insert(QStringLiteral("future"), 42); }), nullptr));
-    EXPECT_FALSE(parseHello(QCborMap(), nullptr));
-
-    // The other readers share the checks; one each where the type is easy to get wrong.
-    QCborMap welcome = sampleMessages()[1];
-    welcome.insert(QStringLiteral("resumed"), 1);
-    EXPECT_FALSE(parseWelcome(welcome, &error));
-    EXPECT_TRUE(error.contains(QLatin1String("\"resumed\" is not a bool"))) << error.toStdString();
-    QCborMap reg = sampleMessages()[6];
-    reg.insert(QStringLiteral("ttl"), QStringLiteral("60"));
-    EXPECT_FALSE(parseRegister(reg, &error));
-    EXPECT_TRUE(error.contains(QLatin1String("register: \"ttl\""))) << error.toStdString();
-    QCborMap report = sampleMessages()[4];
-    report.remove(QStringLiteral("flag"));
-    EXPECT_FALSE(parseReport(report, &error));
-    EXPECT_TRUE(error.contains(QLatin1String("missing \"flag\""))) << error.toStdString();
+    EXPECT_EQ(touchTypeName(wire::Touch::MOUSE_RIGHT_DRAG), QStringLiteral("mouseRightDrag"));
+    EXPECT_EQ(touchTypeFromName(QStringLiteral("touchdown")), wire::Touch::TYPE_UNSPECIFIED);
+    EXPECT_EQ(touchTypeName(wire::Touch::Type(99)), QStringLiteral("#99"));
+    EXPECT_EQ(refusedReasonName(wire::Refused::WRONG_CODE), QStringLiteral("wrongCode"));
+    EXPECT_EQ(refusedReasonName(wire::Refused::LOG_OUT_BY_SERVER), QStringLiteral("logOutByServer"));
+    EXPECT_EQ(passcodeErrorName(wire::PasscodeError::RATE_LIMITED), QStringLiteral("rateLimited"));
+    EXPECT_EQ(transportName(wire::TRANSPORT_BRX), QStringLiteral("brx"));
+    EXPECT_EQ(castSourceName(wire::CastRequest::SOURCE_FILE), QStringLiteral("file"));
 }
 
 }  // namespace

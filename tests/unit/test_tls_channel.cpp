@@ -27,7 +27,7 @@
 #include <thread>
 #include <vector>
 
-#include "protocol/Messages.h"
+#include "protocol/WireCodec.h"
 #include "transport/KnownPanels.h"
 #include "transport/MessageChannel.h"
 #include "transport/RateLimiter.h"
@@ -92,14 +92,14 @@ bool waitFor(Pred pred, int timeoutMs = 15000) {
 // Everything one channel reported.
 struct ChannelLog {
     QPointer<MessageChannel> channel;
-    QVector<QCborMap> messages;
+    std::vector<wire::Envelope> messages;
     QVector<qint64> heartbeats;
     QVector<int> missed;
     int alive = 0;
     QStringList closed;
 
     explicit ChannelLog(MessageChannel* c) : channel(c) {
-        QObject::connect(c, &MessageChannel::messageReceived, c, [this](const QCborMap& m) { messages.append(m); });
+        QObject::connect(c, &MessageChannel::messageReceived, c, [this](const wire::Envelope& m) { messages.push_back(m); });
         QObject::connect(c, &MessageChannel::heartbeatReceived, c, [this](qint64 seq) { heartbeats.append(seq); });
         QObject::connect(c, &MessageChannel::heartbeatMissed, c, [this](int n) { missed.append(n); });
         QObject::connect(c, &MessageChannel::alive, c, [this] { ++alive; });
@@ -155,13 +155,33 @@ std::unique_ptr<ChannelLog> connectClient(quint16 port, QObject* context) {
     return outcome->channel ? std::make_unique<ChannelLog>(outcome->channel) : nullptr;
 }
 
-HelloMessage sampleHello() {
-    HelloMessage hello;
-    hello.proto = 1;
-    hello.minProto = 1;
-    hello.code = QStringLiteral("012G28T5");
-    hello.host = QStringLiteral("desk");
-    return hello;
+wire::Envelope sampleHello() {
+    wire::Hello hello;
+    hello.set_major(kProtocolMajor);
+    hello.set_code("012G28T5");
+    hello.set_host("desk");
+    return wrap(hello);
+}
+
+wire::Envelope report(const std::string& event, const std::string& detail = std::string()) {
+    wire::Report body;
+    body.set_event(event);
+    body.set_detail(detail);
+    return wrap(body);
+}
+
+wire::Envelope resolve(const std::string& passcode) {
+    wire::Resolve body;
+    body.set_passcode(passcode);
+    return wrap(body);
+}
+
+wire::Envelope resolved(const std::string& address, int port, const std::string& name) {
+    wire::Resolved body;
+    body.set_address(address);
+    body.set_port(port);
+    body.set_name(name);
+    return wrap(body);
 }
 
 // ---- identity
@@ -359,19 +379,21 @@ TEST(TlsChannel, ExchangesMessagesAndHeartbeatsOverLoopback) {
     EXPECT_EQ(ssl->sessionProtocol(), QSsl::TlsV1_3);
     EXPECT_EQ(server.channel->peerAddress(), QHostAddress(QHostAddress::LocalHost));
 
-    ASSERT_TRUE(client->channel->send(buildHello(sampleHello())));
+    ASSERT_TRUE(client->channel->send(sampleHello()));
     ASSERT_TRUE(waitFor([&] { return server.messages.size() == 1; }));
-    QString error;
-    const auto hello = parseHello(server.messages[0], &error);
-    ASSERT_TRUE(hello) << error.toStdString();
-    EXPECT_EQ(hello->code, QStringLiteral("012G28T5"));
+    ASSERT_TRUE(server.messages[0].has_hello());
+    EXPECT_EQ(server.messages[0].hello().code(), "012G28T5");
+    EXPECT_EQ(server.messages[0].version(), uint32_t(kProtocolMajor)) << "the channel stamps its major";
 
-    WelcomeMessage welcome;
-    welcome.session = 77;
-    welcome.panel.key = f.identity.panelKey;
-    ASSERT_TRUE(server.channel->send(buildWelcome(welcome)));
+    // A panel pretending to be another major stamps that one.
+    server.channel->setProtocolMajor(3);
+    wire::Welcome welcome;
+    welcome.set_session(77);
+    welcome.mutable_panel()->set_key(f.identity.panelKey.toStdString());
+    ASSERT_TRUE(server.channel->send(wrap(welcome)));
     ASSERT_TRUE(waitFor([&] { return client->messages.size() == 1; }));
-    EXPECT_EQ(parseWelcome(client->messages[0], nullptr)->session, 77);
+    EXPECT_EQ(client->messages[0].welcome().session(), 77);
+    EXPECT_EQ(client->messages[0].version(), 3u);
 
     // Heartbeats both ways, in order, not delivered as messages.
     client->channel->startHeartbeat(20);
@@ -379,7 +401,7 @@ TEST(TlsChannel, ExchangesMessagesAndHeartbeatsOverLoopback) {
     ASSERT_TRUE(waitFor([&] { return client->heartbeats.size() >= 3 && server.heartbeats.size() >= 3; }));
     EXPECT_EQ(client->heartbeats.mid(0, 3), (QVector<qint64>{0, 1, 2}));
     EXPECT_EQ(server.heartbeats.mid(0, 3), (QVector<qint64>{0, 1, 2}));
-    EXPECT_EQ(client->messages.size(), 1);
+    EXPECT_EQ(client->messages.size(), 1u);
 
     // The panel falls silent: the client counts missed beats from 2 on, one
     // report per interval...
@@ -391,20 +413,22 @@ TEST(TlsChannel, ExchangesMessagesAndHeartbeatsOverLoopback) {
     EXPECT_TRUE(client->closed.isEmpty());
     // ... and hears it is alive when anything arrives.
     const int aliveBefore = client->alive;
-    server.channel->send(buildReport({QStringLiteral("StartScreen"), true, QString()}));
+    server.channel->send(report("StartScreen"));
     ASSERT_TRUE(waitFor([&] { return client->alive == aliveBefore + 1; }));
     EXPECT_EQ(client->channel->missedHeartbeats(), 0);
-    EXPECT_EQ(client->messages.size(), 2);
+    EXPECT_EQ(client->messages.size(), 2u);
 
     // The panel removes the client: bye, then an orderly close on both sides.
-    server.channel->send(buildBye({reason::kLogOutByServer}));
+    wire::Bye bye;
+    bye.set_reason("logOutByServer");
+    server.channel->send(wrap(bye));
     server.channel->close(QStringLiteral("removed by the panel's user"));
     ASSERT_TRUE(waitFor([&] { return !client->closed.isEmpty() && !server.closed.isEmpty(); }));
-    EXPECT_EQ(parseBye(client->messages.last(), nullptr)->reason, reason::kLogOutByServer);
+    EXPECT_EQ(client->messages.back().bye().reason(), "logOutByServer");
     EXPECT_EQ(client->closed, QStringList{QStringLiteral("peer closed the connection")});
     EXPECT_EQ(server.closed, QStringList{QStringLiteral("removed by the panel's user")});
     EXPECT_FALSE(client->channel->isOpen());
-    EXPECT_FALSE(client->channel->send(buildHeartbeat({1})));
+    EXPECT_FALSE(client->channel->send(wrap(wire::Heartbeat())));
     client->channel->close(QStringLiteral("again"));
     server.channel->close(QStringLiteral("again"));
     EXPECT_EQ(client->closed.size(), 1);
@@ -454,11 +478,9 @@ TEST(TlsChannel, HostileClientsAreDroppedAndTheServerKeepsServing) {
     const std::vector<Case> cases = {
         {"text instead of frames", QByteArray("hello panel, let me in\n"), "exceeds the limit"},
         {"a frame announcing 2 MiB", QByteArray::fromHex("00200000") + QByteArray(1000, 'x'), "frame length 2097152"},
-        {"a frame that is no map", QByteArray::fromHex("00000003616263"), "not a CBOR map"},
-        {"an unknown message type", encodeFrame(QCborMap{{QStringLiteral("t"), QStringLiteral("sudo")}}),
-         "unknown message type \"sudo\""},
-        {"a heartbeat without seq", encodeFrame(QCborMap{{QStringLiteral("t"), QStringLiteral("hb")}}),
-         "missing \"seq\""},
+        {"a frame that is no envelope", QByteArray::fromHex("00000003616263"), "no envelope"},
+        {"a field of wire type 7", QByteArray::fromHex("000000010f"), "no envelope"},
+        {"a hello whose code is not UTF-8", QByteArray::fromHex("00000007820104" "1a02fffe"), "no envelope"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -467,10 +489,10 @@ TEST(TlsChannel, HostileClientsAreDroppedAndTheServerKeepsServing) {
         ASSERT_TRUE(waitFor([&] { return f.accepted.size() && f.accepted.back()->channel && f.accepted.back()->channel->peerPort() == client->channel->socket()->localPort(); }));
         ChannelLog& server = *f.accepted.back();
         // A valid message first: delivered before the bad bytes end the channel.
-        client->channel->send(buildReport({QStringLiteral("before"), false, QString()}));
+        client->channel->send(report("before"));
         client->channel->socket()->write(c.bytes);
         ASSERT_TRUE(waitFor([&] { return !server.closed.isEmpty() && !client->closed.isEmpty(); }));
-        EXPECT_EQ(server.messages.size(), 1);
+        EXPECT_EQ(server.messages.size(), 1u);
         EXPECT_TRUE(server.closed[0].startsWith(QStringLiteral("protocol error: ")));
         EXPECT_TRUE(server.closed[0].contains(QLatin1String(c.reason))) << server.closed[0].toStdString();
         EXPECT_EQ(client->closed[0], QStringLiteral("peer closed the connection"));
@@ -482,11 +504,20 @@ TEST(TlsChannel, HostileClientsAreDroppedAndTheServerKeepsServing) {
     ASSERT_TRUE(good);
     ASSERT_TRUE(waitFor([&] { return f.accepted.size() == cases.size() + 1; }));
     ChannelLog& server = *f.accepted.back();
-    good->channel->send(buildHello(sampleHello()));
-    ASSERT_TRUE(waitFor([&] { return server.messages.size() == 1; }));
-    server.channel->send(buildRefused({reason::kWrongCode, QStringLiteral("no")}));
+    // A body from a later protocol version is no error: it is handed on
+    // (for the reader's dispatcher to skip) and the channel stays open.
+    good->channel->socket()->write(QByteArray::fromHex("000000060802c20c0100"));
+    good->channel->send(sampleHello());
+    ASSERT_TRUE(waitFor([&] { return server.messages.size() == 2; }));
+    EXPECT_EQ(server.messages[0].body_case(), wire::Envelope::BODY_NOT_SET);
+    EXPECT_TRUE(server.messages[1].has_hello());
+    EXPECT_TRUE(server.channel->isOpen());
+    wire::Refused refused;
+    refused.set_reason(wire::Refused::WRONG_CODE);
+    refused.set_text("no");
+    server.channel->send(wrap(refused));
     ASSERT_TRUE(waitFor([&] { return good->messages.size() == 1; }));
-    EXPECT_EQ(parseRefused(good->messages[0], nullptr)->reason, reason::kWrongCode);
+    EXPECT_EQ(good->messages[0].refused().reason(), wire::Refused::WRONG_CODE);
     EXPECT_EQ(f.server->pendingHandshakes(), 0);
     google::RemoveLogSink(&sink);
 }
@@ -537,8 +568,8 @@ TEST(TlsChannel, ConnectFailuresAreReported) {
     auto* server = new TlsServer(identity->privateKey, identity->certificate);
     server->moveToThread(&thread);
     QObject::connect(server, &TlsServer::newChannel, server, [](MessageChannel* c) {
-        QObject::connect(c, &MessageChannel::messageReceived, c, [c](const QCborMap& m) {
-            if (messageType(m) == msg::kResolve) c->send(buildResolved({QStringLiteral("10.0.0.9"), 47800, QStringLiteral("x")}));
+        QObject::connect(c, &MessageChannel::messageReceived, c, [c](const wire::Envelope& m) {
+            if (m.has_resolve()) c->send(resolved("10.0.0.9", 47800, "x"));
         });
     });
     thread.start();
@@ -551,7 +582,7 @@ TEST(TlsChannel, ConnectFailuresAreReported) {
         MessageChannel::connectTlsBlocking(QStringLiteral("127.0.0.1"), port, 5000, &error));
     ASSERT_TRUE(channel) << error.toStdString();
     ChannelLog log(channel.release());
-    log.channel->send(buildResolve({QStringLiteral("AB12")}));
+    log.channel->send(resolve("AB12"));
     EXPECT_TRUE(waitFor([&] { return log.messages.size() == 1; }));
     EXPECT_EQ(panelKeyOf(log.channel->peerCertificate()), identity->panelKey);
     server->deleteLater();  // runs in its thread, at the latest as the thread ends
@@ -573,8 +604,10 @@ TEST(PlainChannel, DeliversEverythingTheSocketHadAndTheLastMessageBeforeAClose) 
     }));
 
     // Data that arrives before the channel exists, split over writes.
-    const QByteArray frames = encodeFrame(buildRegistered({QStringLiteral("AB12"), 60})) +
-                              encodeFrame(buildResolved({QStringLiteral("10.0.0.9"), 47800, QStringLiteral("Room")}));
+    wire::Registered registered;
+    registered.set_passcode("AB12");
+    registered.set_ttl(60);
+    const QByteArray frames = encodeFrame(wrap(registered)) + encodeFrame(resolved("10.0.0.9", 47800, "Room"));
     far->write(frames.left(7));
     far->flush();
     ASSERT_TRUE(waitFor([&] { return socket->bytesAvailable() >= 7; }));
@@ -582,20 +615,22 @@ TEST(PlainChannel, DeliversEverythingTheSocketHadAndTheLastMessageBeforeAClose) 
     EXPECT_TRUE(client.channel->peerCertificate().isNull());
     far->write(frames.mid(7));
     ASSERT_TRUE(waitFor([&] { return client.messages.size() == 2; }));
-    EXPECT_EQ(parseResolved(client.messages[1], nullptr)->name, QStringLiteral("Room"));
+    EXPECT_EQ(client.messages[1].resolved().name(), "Room");
 
     // Too big to send: refused locally, the channel stays usable.
-    EXPECT_FALSE(client.channel->send(buildReport({QStringLiteral("x"), false, QString(int(kMaxFrameBytes), QLatin1Char('x'))})));
+    EXPECT_FALSE(client.channel->send(report("x", std::string(kMaxFrameBytes, 'x'))));
     EXPECT_TRUE(client.channel->isOpen());
-    EXPECT_TRUE(client.channel->send(buildResolve({QStringLiteral("AB12")})));
-    ASSERT_TRUE(waitFor([&] { return far->bytesAvailable() >= encodeFrame(buildResolve({QStringLiteral("AB12")})).size(); }));
+    EXPECT_TRUE(client.channel->send(resolve("AB12")));
+    ASSERT_TRUE(waitFor([&] { return far->bytesAvailable() >= encodeFrame(resolve("AB12")).size(); }));
 
     // The service answers and hangs up at once: the answer still arrives first.
-    far->write(encodeFrame(buildError({reason::kUnknown})));
+    wire::PasscodeError unknown;
+    unknown.set_reason(wire::PasscodeError::UNKNOWN);
+    far->write(encodeFrame(wrap(unknown)));
     far->disconnectFromHost();
     ASSERT_TRUE(waitFor([&] { return !client.closed.isEmpty(); }));
-    ASSERT_EQ(client.messages.size(), 3);
-    EXPECT_EQ(parseError(client.messages[2], nullptr)->reason, reason::kUnknown);
+    ASSERT_EQ(client.messages.size(), 3u);
+    EXPECT_EQ(client.messages[2].passcode_error().reason(), wire::PasscodeError::UNKNOWN);
     EXPECT_EQ(client.closed, QStringList{QStringLiteral("peer closed the connection")});
     delete far;
 }

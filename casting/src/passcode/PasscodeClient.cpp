@@ -1,6 +1,5 @@
 #include "passcode/PasscodeClient.h"
 
-#include <QCborMap>
 #include <QMetaEnum>
 #include <QTcpSocket>
 #include <QTimer>
@@ -9,7 +8,8 @@
 
 #include "casting/Log.h"
 #include "protocol/ConnectCode.h"
-#include "protocol/Messages.h"
+#include "protocol/WireCodec.h"
+#include "protocol/WireNames.h"
 #include "transport/MessageChannel.h"
 
 namespace zv {
@@ -46,6 +46,8 @@ PasscodeClient::PasscodeClient(QObject* parent) : QObject(parent), m_timer(new Q
     connect(m_timer, &QTimer::timeout, this, [this] {
         fail(Failure::Timeout, QStringLiteral("no answer from %1 within %2 ms").arg(m_target).arg(m_timer->interval()));
     });
+    m_dispatch.on(wire::Envelope::kResolved, [this](const wire::Envelope& e) { onResolved(e.resolved()); });
+    m_dispatch.on(wire::Envelope::kPasscodeError, [this](const wire::Envelope& e) { onError(e.passcode_error()); });
 }
 
 PasscodeClient::~PasscodeClient() {
@@ -87,41 +89,44 @@ void PasscodeClient::onConnected() {
     m_socket = nullptr;
     socket->disconnect(this);
     m_channel = new MessageChannel(socket, this);
-    connect(m_channel, &MessageChannel::messageReceived, this, &PasscodeClient::onAnswer);
+    connect(m_channel, &MessageChannel::messageReceived, this, &PasscodeClient::handle);
     connect(m_channel, &MessageChannel::closed, this, [this](const QString& reason) {
         fail(Failure::Unreachable, QStringLiteral("%1 ended the connection: %2").arg(m_target, reason));
     });
-    if (!m_channel->send(buildResolve({m_passcode}))) {
+    wire::Resolve request;
+    request.set_passcode(m_passcode.toStdString());
+    if (!m_channel->send(wrap(request))) {
         fail(Failure::Unreachable, QStringLiteral("cannot send to %1").arg(m_target));
     }
 }
 
-void PasscodeClient::onAnswer(const QCborMap& message) {
-    const QString type = messageType(message);
-    QString error;
-    if (type == msg::kResolved) {
-        const auto answer = parseResolved(message, &error);
-        if (answer && answer->port > 0 && answer->port <= 65535) {
-            return succeed(answer->address, quint16(answer->port), answer->name);
-        }
-        if (answer) error = QStringLiteral("port %1 out of range").arg(answer->port);
-    } else if (type == msg::kError) {
-        if (const auto answer = parseError(message, &error)) {
-            if (answer->reason == reason::kUnknown) {
-                return fail(Failure::Unknown, QStringLiteral("no panel holds passcode %1").arg(m_passcode));
-            }
-            if (answer->reason == reason::kRateLimited) {
-                return fail(Failure::RateLimited, QStringLiteral("too many wrong passcodes; try again later"));
-            }
-            if (answer->reason == reason::kInvalid) {
-                return fail(Failure::Invalid, QStringLiteral("the service calls %1 invalid").arg(m_passcode));
-            }
-            error = QStringLiteral("error reason \"%1\"").arg(answer->reason.left(64));
-        }
-    } else {
-        error = QStringLiteral("unexpected message \"%1\"").arg(type.left(64));
+void PasscodeClient::handle(const wire::Envelope& envelope) {
+    if (m_dispatch.dispatch(envelope) == Dispatch::Unexpected) {
+        fail(Failure::Unreachable,
+             QStringLiteral("bad answer from %1: unexpected message \"%2\"").arg(m_target, bodyName(envelope)));
     }
-    fail(Failure::Unreachable, QStringLiteral("bad answer from %1: %2").arg(m_target, error));
+}
+
+void PasscodeClient::onResolved(const wire::Resolved& answer) {
+    if (answer.port() > 0 && answer.port() <= 65535) {
+        return succeed(QString::fromStdString(answer.address()), quint16(answer.port()),
+                       QString::fromStdString(answer.name()));
+    }
+    fail(Failure::Unreachable, QStringLiteral("bad answer from %1: port %2 out of range").arg(m_target).arg(answer.port()));
+}
+
+void PasscodeClient::onError(const wire::PasscodeError& answer) {
+    switch (answer.reason()) {
+    case wire::PasscodeError::UNKNOWN:
+        return fail(Failure::Unknown, QStringLiteral("no panel holds passcode %1").arg(m_passcode));
+    case wire::PasscodeError::RATE_LIMITED:
+        return fail(Failure::RateLimited, QStringLiteral("too many wrong passcodes; try again later"));
+    case wire::PasscodeError::INVALID:
+        return fail(Failure::Invalid, QStringLiteral("the service calls %1 invalid").arg(m_passcode));
+    default:
+        return fail(Failure::Unreachable, QStringLiteral("bad answer from %1: error reason %2")
+                                              .arg(m_target, passcodeErrorName(answer.reason())));
+    }
 }
 
 void PasscodeClient::succeed(const QString& address, quint16 port, const QString& name) {
@@ -163,13 +168,19 @@ PasscodeRegistration::PasscodeRegistration(const Settings& settings, QObject* pa
     });
     connect(m_renewTimer, &QTimer::timeout, this, &PasscodeRegistration::sendRegister);
     connect(m_retryTimer, &QTimer::timeout, this, &PasscodeRegistration::sendRegister);
+    m_dispatch.on(wire::Envelope::kRegistered, [this](const wire::Envelope&) { onRegistered(); });
+    m_dispatch.on(wire::Envelope::kUnregistered, [](const wire::Envelope&) {});
+    m_dispatch.on(wire::Envelope::kPasscodeError, [this](const wire::Envelope& e) { onError(e.passcode_error()); });
 }
 
 PasscodeRegistration::~PasscodeRegistration() {
     if (m_socket) m_socket->disconnect(this);
     if (!m_channel) return;
     m_channel->disconnect(this);
-    if (m_channel->isOpen() && m_channel->send(buildUnregister({m_settings.passcode, m_settings.address}))) {
+    wire::Unregister release;
+    release.set_passcode(m_settings.passcode.toStdString());
+    release.set_address(m_settings.address.toStdString());
+    if (m_channel->isOpen() && m_channel->send(wrap(release))) {
         // Hand the bytes to the system now; the connection goes with us.
         m_channel->socket()->flush();
         ZV_LOG(INFO) << " released passcode " << text(m_settings.passcode);
@@ -214,7 +225,7 @@ void PasscodeRegistration::onConnected() {
     m_socket = nullptr;
     socket->disconnect(this);
     m_channel = new MessageChannel(socket, this);
-    connect(m_channel, &MessageChannel::messageReceived, this, &PasscodeRegistration::onAnswer);
+    connect(m_channel, &MessageChannel::messageReceived, this, &PasscodeRegistration::handle);
     connect(m_channel, &MessageChannel::closed, this, &PasscodeRegistration::onLinkLost);
     sendRegister();
 }
@@ -227,9 +238,13 @@ void PasscodeRegistration::sendRegister() {
         connectToService();
         return;
     }
-    const RegisterMessage request{m_settings.passcode, m_settings.address, int(m_settings.port), m_settings.name,
-                                  m_settings.ttlSeconds};
-    if (!m_channel->send(buildRegister(request))) {
+    wire::Register request;
+    request.set_passcode(m_settings.passcode.toStdString());
+    request.set_address(m_settings.address.toStdString());
+    request.set_port(m_settings.port);
+    request.set_name(m_settings.name.toStdString());
+    request.set_ttl(m_settings.ttlSeconds);
+    if (!m_channel->send(wrap(request))) {
         setRegistered(false);
         onLinkLost(QStringLiteral("cannot send"));
         return;
@@ -237,54 +252,51 @@ void PasscodeRegistration::sendRegister() {
     m_answerTimer->start(kAnswerTimeoutMs);
 }
 
-void PasscodeRegistration::onAnswer(const QCborMap& message) {
-    const QString type = messageType(message);
-    QString error;
-    if (type == msg::kUnregistered) return;
-    if (type == msg::kRegistered) {
-        if (!parseRegistered(message, &error)) return onLinkLost(QStringLiteral("bad answer: ") + error);
-        m_answerTimer->stop();
-        m_retryMs = kFirstRetryMs;
-        m_takenInARow = 0;
-        if (!m_registered) {
-            ZV_LOG(INFO) << " passcode " << text(m_settings.passcode) << " registered for "
-                         << text(m_settings.address) << ":" << m_settings.port;
+void PasscodeRegistration::handle(const wire::Envelope& envelope) {
+    if (m_dispatch.dispatch(envelope) == Dispatch::Unexpected) {
+        onLinkLost(QStringLiteral("unexpected message \"%1\"").arg(bodyName(envelope)));
+    }
+}
+
+void PasscodeRegistration::onRegistered() {
+    m_answerTimer->stop();
+    m_retryMs = kFirstRetryMs;
+    m_takenInARow = 0;
+    if (!m_registered) {
+        ZV_LOG(INFO) << " passcode " << text(m_settings.passcode) << " registered for " << text(m_settings.address)
+                     << ":" << m_settings.port;
+    }
+    setRegistered(true);
+    m_renewTimer->start(std::max(1, m_settings.ttlSeconds) * 1000 / 3);
+}
+
+void PasscodeRegistration::onError(const wire::PasscodeError& answer) {
+    m_answerTimer->stop();
+    if (answer.reason() == wire::PasscodeError::TAKEN) {
+        setRegistered(false);
+        ZV_LOG(INFO) << " passcode " << text(m_settings.passcode) << " is taken; picking another";
+        pickNewPasscode();
+        if (++m_takenInARow < kMaxTakenInARow) {
+            sendRegister();
+        } else {
+            m_takenInARow = 0;
+            scheduleRetry();
         }
-        setRegistered(true);
-        m_renewTimer->start(std::max(1, m_settings.ttlSeconds) * 1000 / 3);
         return;
     }
-    if (type == msg::kError) {
-        const auto answer = parseError(message, &error);
-        if (!answer) return onLinkLost(QStringLiteral("bad answer: ") + error);
-        m_answerTimer->stop();
-        if (answer->reason == reason::kTaken) {
-            setRegistered(false);
-            ZV_LOG(INFO) << " passcode " << text(m_settings.passcode) << " is taken; picking another";
-            pickNewPasscode();
-            if (++m_takenInARow < kMaxTakenInARow) {
-                sendRegister();
-            } else {
-                m_takenInARow = 0;
-                scheduleRetry();
-            }
-            return;
-        }
-        if (answer->reason == reason::kInvalid) {
-            ZV_LOG(ERROR) << " the passcode service refuses to register " << text(m_settings.address) << ":"
-                          << m_settings.port << " \"" << text(m_settings.name) << "\" for " << m_settings.ttlSeconds
-                          << " s as invalid; giving up";
-            m_stopped = true;
-            m_renewTimer->stop();
-            m_retryTimer->stop();
-            dropLink();
-            setRegistered(false);
-            emit refused(answer->reason);
-            return;
-        }
-        return onLinkLost(QStringLiteral("unexpected error reason \"%1\"").arg(answer->reason.left(64)));
+    if (answer.reason() == wire::PasscodeError::INVALID) {
+        ZV_LOG(ERROR) << " the passcode service refuses to register " << text(m_settings.address) << ":"
+                      << m_settings.port << " \"" << text(m_settings.name) << "\" for " << m_settings.ttlSeconds
+                      << " s as invalid; giving up";
+        m_stopped = true;
+        m_renewTimer->stop();
+        m_retryTimer->stop();
+        dropLink();
+        setRegistered(false);
+        emit refused(passcodeErrorName(answer.reason()));
+        return;
     }
-    onLinkLost(QStringLiteral("unexpected message \"%1\"").arg(type.left(64)));
+    onLinkLost(QStringLiteral("unexpected error reason %1").arg(passcodeErrorName(answer.reason())));
 }
 
 void PasscodeRegistration::onLinkLost(const QString& reason) {

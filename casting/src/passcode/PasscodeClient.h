@@ -10,9 +10,9 @@
 #include <QObject>
 #include <QString>
 
+#include "protocol/MessageDispatcher.h"
 #include "protocol/ProtocolConstants.h"
 
-class QCborMap;
 class QTcpSocket;
 class QTimer;
 
@@ -46,6 +46,9 @@ public:
     // Abandons the running resolve, if any, without a signal.
     void cancel();
     bool isBusy() const { return m_busy; }
+    // The service's answer (the connection's path; also the fuzz target's
+    // way in): resolved or failed follows, unless the body is unknown here.
+    void handle(const wire::Envelope& envelope);
 
 signals:
     void resolved(const QString& address, quint16 port, const QString& name);
@@ -53,7 +56,8 @@ signals:
 
 private:
     void onConnected();
-    void onAnswer(const QCborMap& message);
+    void onResolved(const wire::Resolved& answer);
+    void onError(const wire::PasscodeError& answer);
     void succeed(const QString& address, quint16 port, const QString& name);
     void fail(Failure reason, const QString& detail);
     void reset();
@@ -65,6 +69,7 @@ private:
     QString m_target;  // host:port, for logs
     quint64 m_request = 0;  // bumped by every resolve and cancel
     bool m_busy = false;
+    MessageDispatcher<> m_dispatch{QStringLiteral("passcode client")};
 };
 
 class PasscodeRegistration : public QObject {
@@ -100,6 +105,8 @@ public:
     // True from the service's confirmation until the link to it is lost or
     // the service refuses.
     bool isRegistered() const { return m_registered; }
+    // The service's answer (the connection's path; also the fuzz target's way in).
+    void handle(const wire::Envelope& envelope);
 
 signals:
     // Another passcode was picked (the given one was invalid or taken).
@@ -113,7 +120,8 @@ private:
     void connectToService();
     void onConnected();
     void sendRegister();
-    void onAnswer(const QCborMap& message);
+    void onRegistered();
+    void onError(const wire::PasscodeError& answer);
     void onLinkLost(const QString& reason);
     void scheduleRetry();
     void dropLink();
@@ -131,6 +139,7 @@ private:
     bool m_started = false;
     bool m_stopped = false;  // refused: do nothing more
     bool m_registered = false;
+    MessageDispatcher<> m_dispatch{QStringLiteral("passcode registration")};
 };
 
 }  // namespace zv

@@ -1,12 +1,11 @@
 #include "passcode/PasscodeService.h"
 
-#include <QCborMap>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
 
 #include "casting/Log.h"
-#include "protocol/Messages.h"
+#include "protocol/WireCodec.h"
 #include "transport/MessageChannel.h"
 
 namespace zv {
@@ -14,6 +13,7 @@ namespace zv {
 namespace {
 
 std::string text(const QString& s) { return s.toStdString(); }
+QString qtext(const std::string& s) { return QString::fromStdString(s); }
 
 }  // namespace
 
@@ -27,6 +27,12 @@ PasscodeService::PasscodeService(Clock clock, QObject* parent)
       m_limiter(clock) {
     connect(m_server, &QTcpServer::newConnection, this, &PasscodeService::onNewConnection);
     connect(m_expiryTimer, &QTimer::timeout, this, &PasscodeService::expireRegistrations);
+    using E = wire::Envelope;
+    m_dispatch.on(E::kRegisterPasscode,
+                  [this](const E& e, MessageChannel* channel) { handleRegister(channel, e.register_passcode()); });
+    m_dispatch.on(E::kResolve, [this](const E& e, MessageChannel* channel) { handleResolve(channel, e.resolve()); });
+    m_dispatch.on(E::kUnregister,
+                  [this](const E& e, MessageChannel* channel) { handleUnregister(channel, e.unregister()); });
 }
 
 PasscodeService::~PasscodeService() {
@@ -72,7 +78,7 @@ void PasscodeService::onNewConnection() {
             channel->close(QStringLiteral("idle time-out"));
         });
         connect(channel, &MessageChannel::messageReceived, this,
-                [this, channel](const QCborMap& message) { onMessage(channel, message); });
+                [this, channel](const wire::Envelope& envelope) { handle(channel, envelope); });
         connect(channel, &MessageChannel::heartbeatReceived, this,
                 [this, channel] { reject(channel, QStringLiteral("unexpected message \"hb\"")); });
         connect(channel, &MessageChannel::closed, this, [this, channel](const QString& reason) {
@@ -84,99 +90,94 @@ void PasscodeService::onNewConnection() {
     }
 }
 
-void PasscodeService::onMessage(MessageChannel* channel, const QCborMap& message) {
+void PasscodeService::handle(MessageChannel* channel, const wire::Envelope& envelope) {
     if (!channel->isOpen()) return;
     if (QTimer* idle = m_idleTimers.value(channel)) idle->start(m_idleTimeoutMs);
-    const QString type = messageType(message);
-    if (type == msg::kRegister) {
-        handleRegister(channel, message);
-    } else if (type == msg::kResolve) {
-        handleResolve(channel, message);
-    } else if (type == msg::kUnregister) {
-        handleUnregister(channel, message);
-    } else {
-        reject(channel, QStringLiteral("unexpected message \"%1\"").arg(type));
+    if (m_dispatch.dispatch(envelope, channel) == Dispatch::Unexpected) {
+        reject(channel, QStringLiteral("unexpected message \"%1\"").arg(bodyName(envelope)));
     }
 }
 
-void PasscodeService::handleRegister(MessageChannel* channel, const QCborMap& message) {
-    QString error;
-    const auto request = parseRegister(message, &error);
-    if (!request) return reject(channel, error);
-    if (request->port < 1 || request->port > 65535) return refuse(channel, reason::kInvalid);
+void PasscodeService::handleRegister(MessageChannel* channel, const wire::Register& request) {
+    if (request.port() < 1 || request.port() > 65535) return refuse(channel, wire::PasscodeError::INVALID);
+    const QString passcodeText = qtext(request.passcode());
+    const QString address = qtext(request.address());
+    const QString name = qtext(request.name());
 
-    const auto result = m_registry.add(request->passcode, request->address, quint16(request->port),
-                                       request->name, request->ttl);
+    const auto result = m_registry.add(passcodeText, address, quint16(request.port()), name, request.ttl());
     switch (result) {
     case PasscodeRegistry::Result::Invalid:
         ZV_LOG(INFO) << " invalid register from " << text(channel->peerName()) << ": passcode \""
-                     << text(request->passcode.left(16)) << "\" address \"" << text(request->address.left(64))
-                     << "\" port " << request->port << " ttl " << request->ttl;
-        return refuse(channel, reason::kInvalid);
+                     << text(passcodeText.left(16)) << "\" address \"" << text(address.left(64)) << "\" port "
+                     << request.port() << " ttl " << request.ttl();
+        return refuse(channel, wire::PasscodeError::INVALID);
     case PasscodeRegistry::Result::Taken:
-        ZV_LOG(INFO) << " " << text(channel->peerName()) << " asked for passcode "
-                     << text(request->passcode) << ", held by another address";
-        return refuse(channel, reason::kTaken);
+        ZV_LOG(INFO) << " " << text(channel->peerName()) << " asked for passcode " << text(passcodeText)
+                     << ", held by another address";
+        return refuse(channel, wire::PasscodeError::TAKEN);
     case PasscodeRegistry::Result::Registered:
     case PasscodeRegistry::Result::Renewed:
         break;
     }
-    const QString passcode = PasscodeRegistry::canonicalPasscode(request->passcode);
-    channel->send(buildRegistered({passcode, request->ttl}));
+    const QString passcode = PasscodeRegistry::canonicalPasscode(passcodeText);
+    wire::Registered answer;
+    answer.set_passcode(passcode.toStdString());
+    answer.set_ttl(request.ttl());
+    channel->send(wrap(answer));
     if (result == PasscodeRegistry::Result::Registered) {
         expireRegistrations();  // a lapsed holder this one replaced is reported first
-        ZV_LOG(INFO) << " passcode " << text(passcode) << " -> " << text(request->address) << ":"
-                     << request->port << " \"" << text(request->name) << "\" for " << request->ttl
-                     << " s (from " << text(channel->peerName()) << ")";
-        emit registered(passcode, request->address, quint16(request->port), request->name, request->ttl);
+        ZV_LOG(INFO) << " passcode " << text(passcode) << " -> " << text(address) << ":" << request.port() << " \""
+                     << text(name) << "\" for " << request.ttl() << " s (from " << text(channel->peerName()) << ")";
+        emit registered(passcode, address, quint16(request.port()), name, request.ttl());
     } else {
-        ZV_VLOG(1) << " passcode " << text(passcode) << " renewed by " << text(request->address);
-        emit renewed(passcode, request->address);
+        ZV_VLOG(1) << " passcode " << text(passcode) << " renewed by " << text(address);
+        emit renewed(passcode, address);
     }
 }
 
-void PasscodeService::handleResolve(MessageChannel* channel, const QCborMap& message) {
-    QString error;
-    const auto request = parseResolve(message, &error);
-    if (!request) return reject(channel, error);
-
+void PasscodeService::handleResolve(MessageChannel* channel, const wire::Resolve& request) {
+    const QString passcode = qtext(request.passcode());
     const QString source = channel->peerAddress().toString();
     qint64 retryAfterMs = 0;
     if (!m_limiter.mayAttempt(source, &retryAfterMs)) {
         ZV_LOG(INFO) << " resolve from " << text(channel->peerName()) << " refused unchecked, locked for "
                      << retryAfterMs << " ms more";
-        return refuse(channel, reason::kRateLimited);
+        return refuse(channel, wire::PasscodeError::RATE_LIMITED);
     }
-    if (PasscodeRegistry::canonicalPasscode(request->passcode).isEmpty()) {
+    if (PasscodeRegistry::canonicalPasscode(passcode).isEmpty()) {
         m_limiter.recordFailure(source);  // a malformed guess is still a wrong one
-        return refuse(channel, reason::kInvalid);
+        return refuse(channel, wire::PasscodeError::INVALID);
     }
-    const auto entry = m_registry.resolve(request->passcode);
+    const auto entry = m_registry.resolve(passcode);
     if (!entry) {
         m_limiter.recordFailure(source);
-        ZV_LOG(INFO) << " unknown passcode " << text(request->passcode) << " from " << text(channel->peerName())
+        ZV_LOG(INFO) << " unknown passcode " << text(passcode.left(16)) << " from " << text(channel->peerName())
                      << " (" << m_limiter.failures(source) << " wrong)";
-        return refuse(channel, reason::kUnknown);
+        return refuse(channel, wire::PasscodeError::UNKNOWN);
     }
     m_limiter.recordSuccess(source);
     ZV_VLOG(1) << " " << text(channel->peerName()) << " resolved " << text(entry->passcode);
-    channel->send(buildResolved({entry->address, entry->port, entry->name}));
+    wire::Resolved answer;
+    answer.set_address(entry->address.toStdString());
+    answer.set_port(entry->port);
+    answer.set_name(entry->name.toStdString());
+    channel->send(wrap(answer));
 }
 
-void PasscodeService::handleUnregister(MessageChannel* channel, const QCborMap& message) {
-    QString error;
-    const auto request = parseUnregister(message, &error);
-    if (!request) return reject(channel, error);
-    if (m_registry.remove(request->passcode, request->address)) {
-        const QString passcode = PasscodeRegistry::canonicalPasscode(request->passcode);
-        ZV_LOG(INFO) << " passcode " << text(passcode) << " released by " << text(request->address);
-        emit unregistered(passcode, request->address);
+void PasscodeService::handleUnregister(MessageChannel* channel, const wire::Unregister& request) {
+    const QString address = qtext(request.address());
+    if (m_registry.remove(qtext(request.passcode()), address)) {
+        const QString passcode = PasscodeRegistry::canonicalPasscode(qtext(request.passcode()));
+        ZV_LOG(INFO) << " passcode " << text(passcode) << " released by " << text(address);
+        emit unregistered(passcode, address);
     }
-    channel->send(buildUnregistered());
+    channel->send(wrap(wire::Unregistered()));
 }
 
-void PasscodeService::refuse(MessageChannel* channel, const QString& reason) {
-    channel->send(buildError({reason}));
+void PasscodeService::refuse(MessageChannel* channel, wire::PasscodeError::Reason reason) {
+    wire::PasscodeError error;
+    error.set_reason(reason);
+    channel->send(wrap(error));
 }
 
 void PasscodeService::reject(MessageChannel* channel, const QString& reason) {

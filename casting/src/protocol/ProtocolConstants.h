@@ -6,14 +6,18 @@
 
 namespace zv {
 
-// The version this build speaks, and the oldest peer version it accepts.
-constexpr int kProtocolVersion = 1;
-constexpr int kMinProtocolVersion = 1;
+// The protocol version this build speaks, major.minor. Peers of another
+// major do not talk (the panel refuses the hello); minors only add fields
+// and messages, which older peers skip.
+constexpr int kProtocolMajor = 2;
+constexpr int kProtocolMinor = 0;
+// What discovery announces as "ver": the major.
+constexpr int kProtocolVersion = kProtocolMajor;
 
 constexpr quint16 kDefaultControlPort = 47800;   // TLS control channel
 constexpr quint16 kDefaultPasscodePort = 47810;  // plain passcode service
 
-// Largest payload of one frame (the CBOR map after the 4-byte length).
+// Largest payload of one frame (the Envelope after the 4-byte length).
 constexpr quint32 kMaxFrameBytes = 1024 * 1024;
 
 constexpr int kHeartbeatIntervalMs = 1000;

@@ -10,6 +10,7 @@
 #include "casting/KtrRuntime.h"
 #include "protocol/ConnectCode.h"
 #include "protocol/ProtocolConstants.h"
+#include "protocol/WireCodec.h"
 #include "casting/BusinessSettings.h"
 #include "session/CastSession.h"
 #include "session/ClientSession.h"
@@ -79,22 +80,29 @@ void copyField(char (&field)[N], const QString& text) {
     Ktr_Memcpy_s(field, N, bytes.constData(), static_cast<size_t>(bytes.size()));
 }
 
+template <size_t N>
+void copyField(char (&field)[N], const std::string& text) {
+    copyField(field, QString::fromStdString(text));
+}
+
 QString fieldText(const char* field, size_t size) { return QString::fromUtf8(field, static_cast<int>(strnlen(field, size))); }
 
-zv::HelloMessage makeHello(const tagDeviceInfo_& device, ClientDeviceType type, const char* hostName) {
-    zv::HelloMessage hello;
-    hello.proto = zv::kProtocolVersion;
-    hello.minProto = zv::kMinProtocolVersion;
-    hello.host = hostName != nullptr && hostName[0] != '\0' ? QString::fromUtf8(hostName) : QHostInfo::localHostName();
-    hello.deviceType = type;
-    hello.device.model = fieldText(device.szModel, sizeof device.szModel);
-    hello.device.name = fieldText(device.szName, sizeof device.szName);
-    hello.device.address = fieldText(device.szAddress, sizeof device.szAddress);
-    hello.device.mac = fieldText(device.szMac, sizeof device.szMac);
-    hello.device.os = fieldText(device.szOsName, sizeof device.szOsName);
-    if (hello.device.os.isEmpty()) hello.device.os = QSysInfo::prettyProductName();
-    hello.device.width = device.nScreenWidth;
-    hello.device.height = device.nScreenHeight;
+zv::wire::Hello makeHello(const tagDeviceInfo_& device, ClientDeviceType type, const char* hostName) {
+    zv::wire::Hello hello;
+    hello.set_major(zv::kProtocolMajor);
+    hello.set_minor(zv::kProtocolMinor);
+    hello.set_host((hostName != nullptr && hostName[0] != '\0' ? QString::fromUtf8(hostName) : QHostInfo::localHostName())
+                       .toStdString());
+    hello.set_device_type(type);
+    zv::wire::DeviceInfo& info = *hello.mutable_device();
+    info.set_model(fieldText(device.szModel, sizeof device.szModel).toStdString());
+    info.set_name(fieldText(device.szName, sizeof device.szName).toStdString());
+    info.set_address(fieldText(device.szAddress, sizeof device.szAddress).toStdString());
+    info.set_mac(fieldText(device.szMac, sizeof device.szMac).toStdString());
+    const QString os = fieldText(device.szOsName, sizeof device.szOsName);
+    info.set_os((os.isEmpty() ? QSysInfo::prettyProductName() : os).toStdString());
+    info.set_width(device.nScreenWidth);
+    info.set_height(device.nScreenHeight);
     return hello;
 }
 
@@ -111,7 +119,7 @@ long CManageAll::logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device
         target.port = static_cast<quint16>(device.nPort > 0 && device.nPort <= 65535 ? device.nPort : 0);
         target.key = fieldText(device.szKey, sizeof device.szKey);
     }
-    const zv::HelloMessage hello = makeHello(m_core->clientDevice(), type, hostName);
+    const zv::wire::Hello hello = makeHello(m_core->clientDevice(), type, hostName);
     ZV_LOG(INFO) << " log in " << (target.code.isEmpty() ? "to " + target.address.toStdString()
                                                           : "with code " + target.code.toStdString());
 
@@ -136,17 +144,17 @@ long CManageAll::logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device
         return -1;
     }
 
-    const zv::WelcomeMessage& welcome = result.welcome;
+    const zv::wire::Welcome& welcome = result.welcome;
     copyField(device.szAddress, result.panel.address);
-    copyField(device.szName, welcome.panel.name);
+    copyField(device.szName, welcome.panel().name());
     copyField(device.szKey, result.panel.expectedKey);
     copyField(device.szFingerprint, result.panel.expectedKey);
     copyField(device.szConnectCode, result.code);
     device.nPort = result.panel.port;
-    device.nDeviceType = welcome.panel.deviceType;
-    device.nVersion = welcome.proto;
-    device.uCapabilities = static_cast<uint32_t>(welcome.caps.bits);
-    userHandle = static_cast<long>(welcome.session);
+    device.nDeviceType = welcome.panel().device_type();
+    device.nVersion = static_cast<int32_t>(welcome.major());
+    device.uCapabilities = static_cast<uint32_t>(welcome.caps().bits());
+    userHandle = static_cast<long>(welcome.session());
     sessionHandle = 1;
     MC_Util_SetLastError(0);
     return 0;
@@ -167,9 +175,9 @@ long CManageAll::logOut(long, long) {
 namespace {
 
 // What the panel said when the session began; empty when not logged in.
-std::optional<zv::WelcomeMessage> currentWelcome(zv::LibraryCore& core) {
+std::optional<zv::wire::Welcome> currentWelcome(zv::LibraryCore& core) {
     const auto welcome = core.io().call(
-        [&core]() -> std::optional<zv::WelcomeMessage> {
+        [&core]() -> std::optional<zv::wire::Welcome> {
             if (!core.session().isLoggedIn()) return std::nullopt;
             return core.session().welcome();
         },
@@ -180,19 +188,19 @@ std::optional<zv::WelcomeMessage> currentWelcome(zv::LibraryCore& core) {
 }  // namespace
 
 long CManageAll::checkVersion(VersionInfo& info, long) {
-    const std::optional<zv::WelcomeMessage> welcome = currentWelcome(*m_core);
+    const std::optional<zv::wire::Welcome> welcome = currentWelcome(*m_core);
     if (!welcome) {
         ZV_LOG(WARNING) << " not logged in";
         m_core->reportError(zv_error::CONNECT_FAILED);
         return -1;
     }
-    info.nProtocolVersion = welcome->proto;
-    info.nMinClientVersion = welcome->minProto;
-    copyField(info.szSoftwareVersion, welcome->panel.software);
-    if (welcome->proto < zv::kMinProtocolVersion || welcome->minProto > zv::kProtocolVersion) {
-        ZV_LOG(WARNING) << " panel speaks protocol " << welcome->proto << " (accepts from " << welcome->minProto
-                        << "), this library " << zv::kProtocolVersion << " (accepts from " << zv::kMinProtocolVersion
-                        << ")";
+    // Peers talk only within one major, so the panel accepts clients of its own major.
+    info.nProtocolVersion = static_cast<int32_t>(welcome->major());
+    info.nMinClientVersion = static_cast<int32_t>(welcome->major());
+    copyField(info.szSoftwareVersion, welcome->panel().software());
+    if (welcome->major() != uint32_t(zv::kProtocolMajor)) {
+        ZV_LOG(WARNING) << " panel speaks protocol " << welcome->major() << "." << welcome->minor() << ", this PC "
+                        << zv::kProtocolMajor << "." << zv::kProtocolMinor;
         m_core->reportError(zv_error::PANEL_VERSION_TOO_LOW);
         return -1;
     }
@@ -200,27 +208,27 @@ long CManageAll::checkVersion(VersionInfo& info, long) {
 }
 
 long CManageAll::getBusinessCap(BusinessCap& cap) {
-    const std::optional<zv::WelcomeMessage> welcome = currentWelcome(*m_core);
+    const std::optional<zv::wire::Welcome> welcome = currentWelcome(*m_core);
     if (!welcome) return -1;
-    cap.uBits = static_cast<uint32_t>(welcome->caps.bits);
-    cap.nMaxClients = welcome->caps.maxClients;
-    cap.nMaxWidth = welcome->caps.maxWidth;
-    cap.nMaxHeight = welcome->caps.maxHeight;
+    cap.uBits = static_cast<uint32_t>(welcome->caps().bits());
+    cap.nMaxClients = welcome->caps().max_clients();
+    cap.nMaxWidth = welcome->caps().max_width();
+    cap.nMaxHeight = welcome->caps().max_height();
     return 0;
 }
 
 tagDeviceInfo_ CManageAll::getServerInfo() {
     tagDeviceInfo_ info{};
-    const std::optional<zv::WelcomeMessage> welcome = currentWelcome(*m_core);
+    const std::optional<zv::wire::Welcome> welcome = currentWelcome(*m_core);
     if (!welcome) return info;
-    const zv::PanelInfo& panel = welcome->panel;
-    copyField(info.szModel, panel.model);
-    copyField(info.szName, panel.name);
-    copyField(info.szAddress, panel.address);
-    info.nDeviceType = panel.deviceType;
-    info.nVersion = welcome->proto;
-    info.nScreenWidth = panel.width;
-    info.nScreenHeight = panel.height;
+    const zv::wire::PanelInfo& panel = welcome->panel();
+    copyField(info.szModel, panel.model());
+    copyField(info.szName, panel.name());
+    copyField(info.szAddress, panel.address());
+    info.nDeviceType = panel.device_type();
+    info.nVersion = static_cast<int32_t>(welcome->major());
+    info.nScreenWidth = panel.width();
+    info.nScreenHeight = panel.height();
     return info;
 }
 
@@ -369,12 +377,15 @@ long CManageAll::reportOtherClientInfo(const char* event) {
 }
 
 long CManageAll::reportClientEventInfo(const char* event, bool flag, const char* detail) {
-    zv::ReportMessage report{QString::fromUtf8(event != nullptr ? event : ""), flag,
-                             QString::fromUtf8(detail != nullptr ? detail : "")};
-    ZV_LOG(INFO) << " " << report.event.toStdString() << " " << flag << " " << report.detail.toStdString();
+    zv::wire::Report report;
+    // Through QString: wire texts must be valid UTF-8.
+    report.set_event(QString::fromUtf8(event != nullptr ? event : "").toStdString());
+    report.set_flag(flag);
+    report.set_detail(QString::fromUtf8(detail != nullptr ? detail : "").toStdString());
+    ZV_LOG(INFO) << " " << report.event() << " " << flag << " " << report.detail();
     zv::LibraryCore* core = m_core.get();
-    core->io().post([core, report] {
-        if (core->session().isLoggedIn()) core->session().send(zv::buildReport(report));
+    core->io().post([core, envelope = zv::wrap(report)] {
+        if (core->session().isLoggedIn()) core->session().send(envelope);
     });
     return 0;
 }

@@ -6,30 +6,39 @@
 #include "casting/ErrorCodes.h"
 #include "casting/Log.h"
 #include "media/SenderPipeline.h"
-#include "protocol/Messages.h"
+#include "protocol/WireCodec.h"
+#include "protocol/WireNames.h"
 #include "session/ClientSession.h"
 
 namespace zv {
 
 namespace {
 
-QString transportName(ProtocolType type) {
+wire::Transport wireTransport(ProtocolType type) {
     switch (type) {
-        case PROTOCOL_UDP: return QStringLiteral("udp");
-        case PROTOCOL_TCP: return QStringLiteral("tcp");
+        case PROTOCOL_UDP: return wire::TRANSPORT_UDP;
+        case PROTOCOL_TCP: return wire::TRANSPORT_TCP;
         case PROTOCOL_BRX: break;
     }
-    return QStringLiteral("brx");
+    return wire::TRANSPORT_BRX;
 }
 
-QString sourceName(VideoStreamSource source) {
+wire::CastRequest::Source wireSource(VideoStreamSource source) {
     switch (source) {
-        case VIDEO_SOURCE_WINDOW: return QStringLiteral("window");
-        case VIDEO_SOURCE_FILE: return QStringLiteral("file");
+        case VIDEO_SOURCE_WINDOW: return wire::CastRequest::SOURCE_WINDOW;
+        case VIDEO_SOURCE_FILE: return wire::CastRequest::SOURCE_FILE;
         case VIDEO_SOURCE_SCREEN: break;
     }
-    return QStringLiteral("screen");
+    return wire::CastRequest::SOURCE_SCREEN;
 }
+
+wire::CastStop castStop(const QString& reason) {
+    wire::CastStop stop;
+    stop.set_reason(reason.toStdString());
+    return stop;
+}
+
+bool inPictureRange(int x, int y) { return x >= 0 && x <= 65535 && y >= 0 && y <= 65535; }
 
 void copyReason(tagNotifyExceptionParams_& params, const QString& text) {
     const QByteArray bytes = text.toUtf8().left(sizeof params.szReason - 1);
@@ -44,13 +53,13 @@ CastSession::CastSession(ClientSession* session, Raise raise, ReportError report
     m_answerTimeout.setSingleShot(true);
     connect(&m_answerTimeout, &QTimer::timeout, this, [this] {
         ZV_LOG(WARNING) << " the panel did not answer the cast request";
-        m_session->send(buildCastStop({QStringLiteral("timeout")}));
+        send(castStop(QStringLiteral("timeout")));
         teardown();
         finishRequest(FAIL, zv_error::CONNECT_FAILED);
     });
     m_cursorTimer.setInterval(kCursorIntervalMs);
     connect(&m_cursorTimer, &QTimer::timeout, this, &CastSession::sendCursor);
-    connect(m_session, &ClientSession::messageReceived, this, &CastSession::onMessage);
+    registerHandlers();
     connect(m_session, &ClientSession::ended, this, [this] {
         if (m_state == State::Idle) return;
         ZV_LOG(INFO) << " the session ended: the cast ends with it";
@@ -73,7 +82,7 @@ void CastSession::ask(const CastOptions& options, RequestDone done) {
         return;
     }
     if (m_state != State::Idle) {
-        m_session->send(buildCastStop({QStringLiteral("replaced")}));
+        send(castStop(QStringLiteral("replaced")));
         teardown();
         finishRequest(FAIL, zv_error::MIRRORING_ABNORMAL);
     }
@@ -88,79 +97,93 @@ void CastSession::ask(const CastOptions& options, RequestDone done) {
         QMetaObject::invokeMethod(this, [this, error] { onSenderError(QString::fromStdString(error)); },
                                   Qt::QueuedConnection);
     });
-    CastRequestMessage request;
-    request.source = sourceName(options.source);
-    request.transport = transportName(options.transport);
-    request.width = options.width;
-    request.height = options.height;
-    request.fps = options.fps;
-    request.audio = options.audio;
-    request.control = options.reverseCallback != nullptr;
-    request.rtcpPort = options.transport == PROTOCOL_UDP ? m_sender->reserveRtcpPort() : 0;
-    if (options.transport == PROTOCOL_UDP && request.rtcpPort == 0) {
+    wire::CastRequest request;
+    request.set_source(wireSource(options.source));
+    request.set_transport(wireTransport(options.transport));
+    request.set_width(options.width);
+    request.set_height(options.height);
+    request.set_fps(options.fps);
+    request.set_audio(options.audio);
+    request.set_control(options.reverseCallback != nullptr);
+    request.set_rtcp_port(options.transport == PROTOCOL_UDP ? m_sender->reserveRtcpPort() : 0);
+    if (options.transport == PROTOCOL_UDP && request.rtcp_port() == 0) {
         ZV_LOG(WARNING) << " no RTCP port, so no retransmission";
     }
-    ZV_LOG(INFO) << " asking to cast the " << request.source.toStdString() << " over "
-                 << request.transport.toStdString();
-    m_session->send(buildCastRequest(request));
+    ZV_LOG(INFO) << " asking to cast the " << castSourceName(request.source()).toStdString() << " over "
+                 << transportName(request.transport()).toStdString();
+    send(request);
     m_answerTimeout.start(kAnswerTimeoutMs);
 }
 
-void CastSession::onMessage(const QCborMap& message) {
-    const QString type = messageType(message);
-    QString error;
-    if (type == msg::kCastAccepted) {
-        if (const auto accepted = parseCastAccepted(message, &error)) onAccepted(*accepted);
-    } else if (type == msg::kCastRefused) {
-        if (const auto refused = parseCastRefused(message, &error)) onRefused(*refused);
-    } else if (type == msg::kCastPending) {
-        if (m_state != State::Asking) return;
-        ZV_LOG(INFO) << " the panel asks its user";
-        m_state = State::Waiting;
-        m_answerTimeout.start(120000);  // a person decides
-        finishRequest(WAIT_AUTHORIZATION, zv_error::WAIT_AUTHORIZATION);
-    } else if (type == msg::kCastStop) {
-        if (m_state != State::Casting) return;
-        const auto stop = parseCastStop(message, &error);
-        ZV_LOG(INFO) << " the panel ended the cast: " << (stop ? stop->reason.toStdString() : std::string("?"));
-        m_wantsCast = false;
-        teardown();
-        m_raise(NOTIFY_SCREEN_CAST_ENDED, nullptr);
-    } else if (type == msg::kCastStats) {
-        if (const auto stats = parseCastStats(message, &error)) {
-            m_raise(NOTIFY_STREAM_STATISTICS, [&](tagNotifyExceptionParams_& p) {
-                p.nBitRateKbps = stats->bitrateKbps;
-                p.nFrameRate = stats->fps;
-                p.nDelayMs = stats->delayMs;
-                p.ucLoss = stats->lossPercent > 0 ? 1 : 0;
-                p.ucLossPercent = static_cast<uint8_t>(qBound(0, stats->lossPercent, 100));
-            });
-        }
-    } else if (type == msg::kCastStalled) {
+void CastSession::send(const google::protobuf::Message& body) { m_session->send(wrap(body)); }
+
+void CastSession::registerHandlers() {
+    using E = wire::Envelope;
+    MessageDispatcher<>& d = m_session->dispatcher();
+    d.on(E::kCastPending, [this](const E&) { onPending(); });
+    d.on(E::kCastAccepted, [this](const E& e) { onAccepted(e.cast_accepted()); });
+    d.on(E::kCastRefused, [this](const E& e) { onRefused(e.cast_refused()); });
+    d.on(E::kCastStop, [this](const E& e) { onStop(e.cast_stop()); });
+    d.on(E::kCastStats, [this](const E& e) { onStats(e.cast_stats()); });
+    d.on(E::kCastStalled, [this](const E&) {
         if (m_state == State::Casting) m_raise(NOTIFY_NO_BITSTREAM, nullptr);
-    } else if (type == msg::kCastVoiceState) {
-        if (const auto voice = parseCastSwitch(message, msg::kCastVoiceState, &error)) {
-            if (m_sender) m_sender->setAudioEnabled(voice->on);
-            m_raise(voice->on ? NOTIFY_VOICE_ON : NOTIFY_VOICE_OFF, nullptr);
-        }
-    } else if (type == msg::kCastControlState) {
-        if (const auto control = parseCastControlState(message, &error)) {
-            m_controlGranted = control->on;
-            m_raise(NOTIFY_REVERSE_CONTROL_ANSWER, [&](tagNotifyExceptionParams_& p) {
-                p.nResult = control->on ? 1 : 0;
-                copyReason(p, control->holder);
-            });
-        }
-    } else if (type == msg::kTouch) {
-        const auto touch = parseTouch(message, &error);
-        if (!touch || !m_controlGranted || m_options.reverseCallback == nullptr) return;
-        CtrlMouseInfo_S info(touch->type.toStdString(), touch->x, touch->y, touch->time);
-        m_options.reverseCallback(&info, false, 0, 0, m_options.reverseUser);
-    }
-    if (!error.isEmpty()) ZV_LOG(WARNING) << " bad cast message: " << error.toStdString();
+    });
+    d.on(E::kCastVoiceState, [this](const E& e) {
+        const bool on = e.cast_voice_state().on();
+        if (m_sender) m_sender->setAudioEnabled(on);
+        m_raise(on ? NOTIFY_VOICE_ON : NOTIFY_VOICE_OFF, nullptr);
+    });
+    d.on(E::kCastControlState, [this](const E& e) { onControlState(e.cast_control_state()); });
+    d.on(E::kTouch, [this](const E& e) { onTouch(e.touch()); });
 }
 
-void CastSession::onAccepted(const CastAcceptedMessage& accepted) {
+void CastSession::onPending() {
+    if (m_state != State::Asking) return;
+    ZV_LOG(INFO) << " the panel asks its user";
+    m_state = State::Waiting;
+    m_answerTimeout.start(120000);  // a person decides
+    finishRequest(WAIT_AUTHORIZATION, zv_error::WAIT_AUTHORIZATION);
+}
+
+void CastSession::onStop(const wire::CastStop& stop) {
+    if (m_state != State::Casting) return;
+    ZV_LOG(INFO) << " the panel ended the cast: " << stop.reason();
+    m_wantsCast = false;
+    teardown();
+    m_raise(NOTIFY_SCREEN_CAST_ENDED, nullptr);
+}
+
+void CastSession::onStats(const wire::CastStats& stats) {
+    m_raise(NOTIFY_STREAM_STATISTICS, [&](tagNotifyExceptionParams_& p) {
+        p.nBitRateKbps = stats.bitrate_kbps();
+        p.nFrameRate = stats.fps();
+        p.nDelayMs = stats.delay_ms();
+        p.ucLoss = stats.loss_percent() > 0 ? 1 : 0;
+        p.ucLossPercent = static_cast<uint8_t>(qBound(0, stats.loss_percent(), 100));
+    });
+}
+
+void CastSession::onControlState(const wire::CastControlState& control) {
+    m_controlGranted = control.on();
+    m_raise(NOTIFY_REVERSE_CONTROL_ANSWER, [&](tagNotifyExceptionParams_& p) {
+        p.nResult = control.on() ? 1 : 0;
+        copyReason(p, QString::fromStdString(control.holder()));
+    });
+}
+
+void CastSession::onTouch(const wire::Touch& touch) {
+    if (!m_controlGranted || m_options.reverseCallback == nullptr) return;
+    if (!inPictureRange(touch.x(), touch.y()) || touch.type() == wire::Touch::TYPE_UNSPECIFIED ||
+        !wire::Touch::Type_IsValid(touch.type())) {
+        ZV_LOG(WARNING) << " dropping a touch of type " << touchTypeName(touch.type()).toStdString() << " at "
+                        << touch.x() << "," << touch.y();
+        return;
+    }
+    CtrlMouseInfo_S info(touchTypeName(touch.type()).toStdString(), touch.x(), touch.y(), touch.time());
+    m_options.reverseCallback(&info, false, 0, 0, m_options.reverseUser);
+}
+
+void CastSession::onAccepted(const wire::CastAccepted& accepted) {
     if (m_state != State::Asking && m_state != State::Waiting) return;
     const bool wasWaiting = m_state == State::Waiting;
     m_answerTimeout.stop();
@@ -170,25 +193,25 @@ void CastSession::onAccepted(const CastAcceptedMessage& accepted) {
     // Scale down to the panel's screen when it is smaller than ours; never up.
     int screenWidth = 0, screenHeight = 0;
     BusinessSettings::getInstance().getRealCapResolution(screenWidth, screenHeight);
-    const bool panelSmaller = accepted.width > 0 && accepted.height > 0 && screenWidth > 0 &&
-                              (accepted.width < screenWidth || accepted.height < screenHeight);
-    config.width = panelSmaller ? accepted.width : m_options.width;
-    config.height = panelSmaller ? accepted.height : m_options.height;
+    const bool panelSmaller = accepted.width() > 0 && accepted.height() > 0 && screenWidth > 0 &&
+                              (accepted.width() < screenWidth || accepted.height() < screenHeight);
+    config.width = panelSmaller ? accepted.width() : m_options.width;
+    config.height = panelSmaller ? accepted.height() : m_options.height;
     config.fps = m_options.fps > 0 ? m_options.fps : 30;
     config.transport = static_cast<media::MediaTransport>(m_options.transport);
     config.host = m_session->panel().address.toStdString();
-    config.videoPort = static_cast<uint16_t>(accepted.videoPort);
-    config.remoteRtcpPort = static_cast<uint16_t>(accepted.rtcpPort);
-    config.srtPassphrase = accepted.srtKey.toStdString();
-    if (accepted.latencyMs > 0) config.latencyMs = accepted.latencyMs;
-    config.audio = m_options.audio && accepted.audioPort > 0;
-    config.audioPort = static_cast<uint16_t>(accepted.audioPort);
+    config.videoPort = static_cast<uint16_t>(accepted.video_port());
+    config.remoteRtcpPort = static_cast<uint16_t>(accepted.rtcp_port());
+    config.srtPassphrase = accepted.srt_key();
+    if (accepted.latency_ms() > 0) config.latencyMs = accepted.latency_ms();
+    config.audio = m_options.audio && accepted.audio_port() > 0;
+    config.audioPort = static_cast<uint16_t>(accepted.audio_port());
     config.encoderPreference = m_options.softwareEncoderPreferred ? media::EncoderPreference::SoftwarePreferred
                                                                   : media::EncoderPreference::HardwarePreferred;
     const QString error = QString::fromStdString(m_sender->start(config));
     if (!error.isEmpty()) {
         ZV_LOG(ERROR) << " the media could not start: " << error.toStdString();
-        m_session->send(buildCastStop({QStringLiteral("senderFailed")}));
+        send(castStop(QStringLiteral("senderFailed")));
         teardown();
         if (wasWaiting) {
             m_raise(NOTIFY_AUTHORIZATION_DENIED, [](tagNotifyExceptionParams_& p) { copyReason(p, QStringLiteral("senderFailed")); });
@@ -204,8 +227,8 @@ void CastSession::onAccepted(const CastAcceptedMessage& accepted) {
     ZV_LOG(INFO) << " casting to " << config.host << ":" << config.videoPort << " with "
                  << m_sender->statistics().encoder;
     m_raise(NOTIFY_PANEL_RESOLUTION, [&](tagNotifyExceptionParams_& p) {
-        p.nWidth = accepted.width;
-        p.nHeight = accepted.height;
+        p.nWidth = accepted.width();
+        p.nHeight = accepted.height();
     });
     if (wasWaiting) {
         m_raise(NOTIFY_AUTHORIZATION_GRANTED, nullptr);
@@ -214,19 +237,20 @@ void CastSession::onAccepted(const CastAcceptedMessage& accepted) {
     }
 }
 
-void CastSession::onRefused(const CastRefusedMessage& refused) {
+void CastSession::onRefused(const wire::CastRefused& refused) {
     if (m_state != State::Asking && m_state != State::Waiting) return;
     const bool wasWaiting = m_state == State::Waiting;
-    ZV_LOG(WARNING) << " cast refused: " << refused.reason.toStdString() << " " << refused.text.toStdString();
+    const QString reason = QString::fromStdString(refused.reason());
+    ZV_LOG(WARNING) << " cast refused: " << refused.reason() << " " << refused.text();
     teardown();
     if (wasWaiting) {
-        m_raise(NOTIFY_AUTHORIZATION_DENIED, [&](tagNotifyExceptionParams_& p) { copyReason(p, refused.reason); });
+        m_raise(NOTIFY_AUTHORIZATION_DENIED, [&](tagNotifyExceptionParams_& p) { copyReason(p, reason); });
         return;
     }
     // The same refusal texts the panel family uses, so the client's reason rules apply.
     m_raise(NOTIFY_REQUEST_REFUSED, [&](tagNotifyExceptionParams_& p) {
-        copyReason(p, refused.reason == QLatin1String("denied") ? QStringLiteral("server does not allow screen projection.")
-                                                                 : refused.reason);
+        copyReason(p, reason == QLatin1String("denied") ? QStringLiteral("server does not allow screen projection.")
+                                                        : reason);
     });
     finishRequest(FAIL, 0);  // the event above tells the client why
 }
@@ -234,7 +258,7 @@ void CastSession::onRefused(const CastRefusedMessage& refused) {
 void CastSession::onSenderError(const QString& error) {
     if (m_state != State::Casting) return;
     ZV_LOG(ERROR) << " the cast broke: " << error.toStdString();
-    m_session->send(buildCastStop({QStringLiteral("senderFailed")}));
+    send(castStop(QStringLiteral("senderFailed")));
     const bool windowCast = m_options.source == VIDEO_SOURCE_WINDOW;
     teardown();
     if (windowCast) {
@@ -272,18 +296,24 @@ void CastSession::pause(bool paused) {
     if (m_state != State::Casting) return;
     m_paused = paused;
     m_sender->setPaused(paused);
-    m_session->send(buildCastSwitch(msg::kCastPause, {paused}));
+    wire::CastPause pause;
+    pause.set_paused(paused);
+    send(pause);
 }
 
 bool CastSession::setVoice(bool on) {
     if (m_state != State::Casting) return false;
-    m_session->send(buildCastSwitch(msg::kCastVoice, {on}));
+    wire::CastVoice voice;
+    voice.set_on(on);
+    send(voice);
     return true;
 }
 
 bool CastSession::setControl(bool on) {
     if (m_state != State::Casting) return false;
-    m_session->send(buildCastSwitch(msg::kCastControl, {on}));
+    wire::CastControl control;
+    control.set_on(on);
+    send(control);
     if (!on) m_controlGranted = false;
     return true;
 }
@@ -293,7 +323,7 @@ void CastSession::stop(const QString& reason) {
     m_paused = false;
     if (m_state == State::Idle) return;
     ZV_LOG(INFO) << " stopping the cast: " << reason.toStdString();
-    m_session->send(buildCastStop({reason}));
+    send(castStop(reason));
     teardown();
     finishRequest(FAIL, zv_error::MIRRORING_ABNORMAL);
 }
@@ -304,16 +334,20 @@ void CastSession::sendCursor() {
     MOUSESTATUS status = MOUSE_STATUS_NORMAL;
     bool visible = true;
     m_options.mouseCallback(x, y, status, m_options.mouseUser, visible);
-    const CursorMessage cursor{qBound(0, x, 65535), qBound(0, y, 65535), visible && status != MOUSE_STATUS_HIDDEN};
-    if (cursor.x == m_lastCursor.x && cursor.y == m_lastCursor.y && cursor.visible == m_lastCursor.visible) return;
+    const CursorState cursor{qBound(0, x, 65535), qBound(0, y, 65535), visible && status != MOUSE_STATUS_HIDDEN};
+    if (cursor == m_lastCursor) return;
     m_lastCursor = cursor;
-    m_session->send(buildCursor(cursor));
+    wire::Cursor message;
+    message.set_x(cursor.x);
+    message.set_y(cursor.y);
+    message.set_visible(cursor.visible);
+    send(message);
 }
 
 void CastSession::teardown() {
     m_answerTimeout.stop();
     m_cursorTimer.stop();
-    m_lastCursor = CursorMessage{-1, -1, false};
+    m_lastCursor = CursorState{};
     if (m_sender) m_sender->stop();
     m_sender.reset();
     m_state = State::Idle;

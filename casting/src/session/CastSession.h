@@ -12,7 +12,7 @@
 #include <memory>
 
 #include "casting/Callbacks.h"
-#include "protocol/CastMessages.h"
+#include "proto/envelope.pb.h"
 
 namespace zv {
 
@@ -69,9 +69,15 @@ private:
     enum class State { Idle = 1, Asking, Waiting, Casting };
 
     void ask(const CastOptions& options, RequestDone done);
-    void onMessage(const QCborMap& message);
-    void onAccepted(const CastAcceptedMessage& accepted);
-    void onRefused(const CastRefusedMessage& refused);
+    void registerHandlers();
+    void onPending();
+    void onAccepted(const wire::CastAccepted& accepted);
+    void onRefused(const wire::CastRefused& refused);
+    void onStop(const wire::CastStop& stop);
+    void onStats(const wire::CastStats& stats);
+    void onControlState(const wire::CastControlState& control);
+    void onTouch(const wire::Touch& touch);
+    void send(const google::protobuf::Message& body);
     void onSenderError(const QString& error);
     void finishRequest(ProjectOrShareReqResult result, uint32_t error);
     void sendCursor();
@@ -85,7 +91,12 @@ private:
     RequestDone m_done;
     QTimer m_answerTimeout;
     QTimer m_cursorTimer;
-    CursorMessage m_lastCursor{-1, -1, false};
+    struct CursorState {
+        int x = -1, y = -1;
+        bool visible = false;
+        bool operator==(const CursorState& o) const { return x == o.x && y == o.y && visible == o.visible; }
+    };
+    CursorState m_lastCursor;
     bool m_controlGranted = false;
     bool m_wantsCast = false;  // from a granted request until the user, the panel or the session ends it
     bool m_paused = false;

@@ -9,6 +9,7 @@
 #include "casting/Log.h"
 #include "protocol/ConnectCode.h"
 #include "protocol/ProtocolConstants.h"
+#include "protocol/WireNames.h"
 #include "transport/KnownPanels.h"
 #include "transport/MessageChannel.h"
 #include "transport/TlsIdentity.h"
@@ -17,11 +18,17 @@ namespace zv {
 
 namespace {
 
-uint32_t errorForRefusal(const QString& reason) {
-    if (reason == reason::kWrongCode || reason == reason::kRateLimited) return zv_error::WRONG_CODE;
-    if (reason == reason::kTooManyClients) return zv_error::TOO_MANY_SCREENS;
-    if (reason == reason::kVersionTooOld) return zv_error::PANEL_VERSION_TOO_LOW;
-    return zv_error::REQUEST_REFUSED;
+// The reason text of a panel's removal, passed on to the client as it is.
+const QString kLogOutByServer = QStringLiteral("logOutByServer");
+
+uint32_t errorForRefusal(wire::Refused::Reason reason) {
+    switch (reason) {
+    case wire::Refused::WRONG_CODE:
+    case wire::Refused::RATE_LIMITED: return zv_error::WRONG_CODE;
+    case wire::Refused::TOO_MANY_CLIENTS: return zv_error::TOO_MANY_SCREENS;
+    case wire::Refused::VERSION_MISMATCH: return zv_error::PANEL_VERSION_TOO_LOW;
+    default: return zv_error::REQUEST_REFUSED;
+    }
 }
 
 void copyReason(tagNotifyExceptionParams_& params, const QString& text) {
@@ -46,6 +53,12 @@ struct ClientSession::Attempt {
         timeout.stop();
         done(result);
     }
+    // Ends the attempt without a session: the channel goes.
+    void fail(LoginResult result) {
+        channel->deleteLater();
+        result.panel = panel;
+        finish(result);
+    }
 };
 
 ClientSession::ClientSession(Events events, CodeResolver::DiscoveryLookup lookup,
@@ -56,17 +69,22 @@ ClientSession::ClientSession(Events events, CodeResolver::DiscoveryLookup lookup
       m_knownPanels(std::move(knownPanels)) {
     m_deadLinkTimer.setInterval(kHeartbeatIntervalMs);
     connect(&m_deadLinkTimer, &QTimer::timeout, this, [this] { onMissedBeats(m_missed + 1); });
+    m_answers.on(wire::Envelope::kWelcome,
+                 [this](const wire::Envelope& e, Attempt& attempt) { onWelcome(attempt, e.welcome()); });
+    m_answers.on(wire::Envelope::kRefused,
+                 [this](const wire::Envelope& e, Attempt& attempt) { onRefused(attempt, e.refused()); });
+    m_dispatch.on(wire::Envelope::kBye, [this](const wire::Envelope& e) { onBye(e.bye()); });
 }
 
 ClientSession::~ClientSession() { dropChannel(); }
 
-void ClientSession::login(const LoginTarget& target, const HelloMessage& hello, LoginDone done) {
+void ClientSession::login(const LoginTarget& target, const wire::Hello& hello, LoginDone done) {
     if (m_loggedIn) logout();
     const quint64 generation = ++m_generation;
     m_hello = hello;
-    m_hello.resume.reset();
+    m_hello.clear_resume();
     const QString code = code::normalize(target.code);
-    m_hello.code = code;
+    m_hello.set_code(code.toStdString());
     m_resolver->resolve(target, [this, generation, code, done = std::move(done)](const ResolveOutcome& outcome) {
         if (generation != m_generation) return;
         if (!outcome.panel) {
@@ -86,7 +104,7 @@ void ClientSession::login(const LoginTarget& target, const HelloMessage& hello, 
     });
 }
 
-void ClientSession::connectTo(const PanelAddress& panel, const HelloMessage& hello,
+void ClientSession::connectTo(const PanelAddress& panel, const wire::Hello& hello,
                               std::function<void(const LoginResult&)> done) {
     ZV_LOG(INFO) << " connecting to " << panel.address.toStdString() << ":" << panel.port;
     MessageChannel::connectTls(
@@ -136,8 +154,9 @@ void ClientSession::connectTo(const PanelAddress& panel, const HelloMessage& hel
                 result.detail = QStringLiteral("no answer to hello");
                 attempt->finish(result);
             });
-            connect(channel, &MessageChannel::messageReceived, this,
-                    [this, attempt](const QCborMap& message) { onAnswer(attempt, message); });
+            connect(channel, &MessageChannel::messageReceived, this, [this, attempt](const wire::Envelope& envelope) {
+                if (!attempt->finished) m_answers.dispatch(envelope, *attempt);
+            });
             connect(channel, &MessageChannel::closed, this, [attempt](const QString& reason) {
                 if (attempt->finished) return;
                 attempt->channel->deleteLater();
@@ -147,54 +166,61 @@ void ClientSession::connectTo(const PanelAddress& panel, const HelloMessage& hel
                 attempt->finish(result);
             });
             attempt->timeout.start(kAnswerTimeoutMs);
-            channel->send(buildHello(hello));
+            channel->send(wrap(hello));
         });
 }
 
-void ClientSession::onAnswer(const std::shared_ptr<Attempt>& attempt, const QCborMap& message) {
-    if (attempt->finished) return;
-    const QString type = messageType(message);
-    QString error;
-    if (type == msg::kWelcome) {
-        std::optional<WelcomeMessage> welcome = parseWelcome(message, &error);
-        LoginResult result;
-        result.panel = attempt->panel;
-        if (!welcome) {
-            attempt->channel->deleteLater();
-            result.error = zv_error::CONNECT_FAILED;
-            result.detail = QStringLiteral("bad welcome: ") + error;
-            attempt->finish(result);
-            return;
-        }
-        disconnect(attempt->channel, nullptr, this, nullptr);
-        m_panel = attempt->panel;
-        adopt(attempt->channel, *welcome);
-        result.welcome = *welcome;
-        attempt->finish(result);
-    } else if (type == msg::kRefused) {
-        std::optional<RefusedMessage> refused = parseRefused(message, &error);
-        attempt->channel->deleteLater();
-        LoginResult result;
-        result.panel = attempt->panel;
-        result.refusedReason = refused ? refused->reason : QString();
-        result.error = errorForRefusal(result.refusedReason);
-        result.detail = refused ? QStringLiteral("refused: %1 %2").arg(refused->reason, refused->text)
-                                : QStringLiteral("bad refusal: ") + error;
-        ZV_LOG(WARNING) << " " << result.detail.toStdString();
-        attempt->finish(result);
-    }
+Dispatch ClientSession::takeAnswer(MessageChannel* channel, const PanelAddress& panel, const wire::Envelope& envelope,
+                                    LoginDone done) {
+    Attempt attempt;
+    attempt.channel = channel;
+    attempt.panel = panel;
+    attempt.done = std::move(done);
+    return m_answers.dispatch(envelope, attempt);
 }
 
-void ClientSession::adopt(MessageChannel* channel, const WelcomeMessage& welcome) {
+void ClientSession::onWelcome(Attempt& attempt, const wire::Welcome& welcome) {
+    if (welcome.major() != uint32_t(kProtocolMajor)) {
+        LoginResult result;
+        result.error = zv_error::PANEL_VERSION_TOO_LOW;
+        result.detail = QStringLiteral("panel speaks protocol %1.%2, this PC %3.%4")
+                            .arg(welcome.major())
+                            .arg(welcome.minor())
+                            .arg(kProtocolMajor)
+                            .arg(kProtocolMinor);
+        ZV_LOG(WARNING) << " " << result.detail.toStdString();
+        attempt.fail(result);
+        return;
+    }
+    disconnect(attempt.channel, nullptr, this, nullptr);
+    m_panel = attempt.panel;
+    adopt(attempt.channel, welcome);
+    LoginResult result;
+    result.panel = attempt.panel;
+    result.welcome = welcome;
+    attempt.finish(result);
+}
+
+void ClientSession::onRefused(Attempt& attempt, const wire::Refused& refused) {
+    LoginResult result;
+    result.refusedReason = refused.reason();
+    result.error = errorForRefusal(refused.reason());
+    result.detail = QStringLiteral("refused: %1 %2")
+                        .arg(refusedReasonName(refused.reason()), QString::fromStdString(refused.text()));
+    ZV_LOG(WARNING) << " " << result.detail.toStdString();
+    attempt.fail(result);
+}
+
+void ClientSession::adopt(MessageChannel* channel, const wire::Welcome& welcome) {
     dropChannel();
     m_channel = channel;
     m_welcome = welcome;
-    m_hello.resume = welcome.resume;
+    m_hello.set_resume(welcome.resume());
     m_loggedIn = true;
     m_missed = 0;
     m_linkBrokenReported = false;
     m_deadLinkTimer.stop();
-    connect(channel, &MessageChannel::messageReceived, this, &ClientSession::onMessage);
+    connect(channel, &MessageChannel::messageReceived, this, &ClientSession::handle);
     connect(channel, &MessageChannel::heartbeatMissed, this, &ClientSession::onMissedBeats);
     connect(channel, &MessageChannel::alive, this, [this] {
         ZV_LOG(INFO) << " the panel answers again after " << m_missed << " missed heartbeats";
@@ -202,22 +228,27 @@ void ClientSession::adopt(MessageChannel* channel, const WelcomeMessage& welcome
         m_linkBrokenReported = false;
     });
     connect(channel, &MessageChannel::closed, this, &ClientSession::onChannelClosed);
-    channel->startHeartbeat(welcome.heartbeatMs > 0 ? welcome.heartbeatMs : kHeartbeatIntervalMs);
-    ZV_LOG(INFO) << " logged in to \"" << welcome.panel.name.toStdString() << "\", session " << welcome.session
-                 << (welcome.resumed ? " (resumed)" : "");
+    // A heartbeat interval out of reason falls back to ours (the timer takes ms as int).
+    const int beatMs = welcome.heartbeat_ms() >= 100 && welcome.heartbeat_ms() <= 60000 ? welcome.heartbeat_ms()
+                                                                                        : kHeartbeatIntervalMs;
+    channel->startHeartbeat(beatMs);
+    ZV_LOG(INFO) << " logged in to \"" << welcome.panel().name() << "\", session " << welcome.session()
+                 << (welcome.resumed() ? " (resumed)" : "");
 }
 
-void ClientSession::onMessage(const QCborMap& message) {
-    if (messageType(message) == msg::kBye) {
-        QString error;
-        const std::optional<ByeMessage> bye = parseBye(message, &error);
-        const QString reason = bye ? bye->reason : QStringLiteral("bye");
-        ZV_LOG(INFO) << " the panel ended the session: " << reason.toStdString();
-        endSession(reason);
-        m_events.exception(NOTIFY_LOGOUT, [&](tagNotifyExceptionParams_& p) { copyReason(p, reason); });
-        return;
+Dispatch ClientSession::handle(const wire::Envelope& envelope) {
+    const Dispatch result = m_dispatch.dispatch(envelope);
+    if (result == Dispatch::Unexpected) {
+        ZV_LOG(WARNING) << " the panel sent an unexpected " << bodyName(envelope).toStdString();
     }
-    emit messageReceived(message);
+    return result;
+}
+
+void ClientSession::onBye(const wire::Bye& bye) {
+    const QString reason = bye.reason().empty() ? QStringLiteral("bye") : QString::fromStdString(bye.reason());
+    ZV_LOG(INFO) << " the panel ended the session: " << reason.toStdString();
+    endSession(reason);
+    m_events.exception(NOTIFY_LOGOUT, [&](tagNotifyExceptionParams_& p) { copyReason(p, reason); });
 }
 
 void ClientSession::onMissedBeats(int count) {
@@ -259,24 +290,24 @@ void ClientSession::reconnect(ReconnectDone done) {
     connectTo(m_panel, m_hello, [this, generation, done](const LoginResult& result) {
         if (generation != m_generation || !m_loggedIn) return done(false);
         if (result.error == 0) return done(true);
-        if (result.refusedReason == reason::kLogOutByServer) {
+        if (result.refusedReason == wire::Refused::LOG_OUT_BY_SERVER) {
             // Removed while the link was down: the session is over, as if the bye had come.
-            endSession(reason::kLogOutByServer);
-            m_events.exception(NOTIFY_LOGOUT, [](tagNotifyExceptionParams_& p) { copyReason(p, reason::kLogOutByServer); });
+            endSession(kLogOutByServer);
+            m_events.exception(NOTIFY_LOGOUT, [](tagNotifyExceptionParams_& p) { copyReason(p, kLogOutByServer); });
             return done(false);
         }
-        if (result.refusedReason != reason::kUnknownSession) return done(false);
+        if (result.refusedReason != wire::Refused::UNKNOWN_SESSION) return done(false);
         // The panel no longer keeps our session: a fresh hello, same panel.
-        HelloMessage fresh = m_hello;
-        fresh.resume.reset();
+        wire::Hello fresh = m_hello;
+        fresh.clear_resume();
         connectTo(m_panel, fresh, [this, generation, done](const LoginResult& second) {
             done(generation == m_generation && m_loggedIn && second.error == 0);
         });
     });
 }
 
-void ClientSession::send(const QCborMap& message) {
-    if (m_channel != nullptr) m_channel->send(message);
+void ClientSession::send(const wire::Envelope& envelope) {
+    if (m_channel != nullptr) m_channel->send(envelope);
 }
 
 void ClientSession::logout() {
@@ -285,7 +316,9 @@ void ClientSession::logout() {
         MessageChannel* channel = m_channel;
         m_channel = nullptr;
         disconnect(channel, nullptr, this, nullptr);
-        channel->send(buildBye({QStringLiteral("logOut")}));
+        wire::Bye bye;
+        bye.set_reason("logOut");
+        channel->send(wrap(bye));
         channel->socket()->flush();  // the bye goes out even if the thread ends next
         connect(channel, &MessageChannel::closed, channel, &QObject::deleteLater);
         channel->close(QStringLiteral("logged out"));

@@ -13,7 +13,7 @@
 #include <memory>
 
 #include "casting/ExceptionEvents.h"
-#include "protocol/Messages.h"
+#include "protocol/MessageDispatcher.h"
 #include "session/CodeResolver.h"
 
 namespace zv {
@@ -32,10 +32,10 @@ public:
     struct LoginResult {
         uint32_t error = 0;  // 0: logged in
         QString detail;
-        QString refusedReason;  // the panel's reason when it refused
+        wire::Refused::Reason refusedReason = wire::Refused::REASON_UNSPECIFIED;  // when the panel refused
         PanelAddress panel;
         QString code;        // the code that reached the panel (normalised)
-        WelcomeMessage welcome;
+        wire::Welcome welcome;
     };
     using LoginDone = std::function<void(const LoginResult&)>;
     using ReconnectDone = std::function<void(bool reconnected)>;
@@ -51,13 +51,25 @@ public:
 
     // Logs in; done runs once from the event loop. A session already open is
     // logged out first.
-    void login(const LoginTarget& target, const HelloMessage& hello, LoginDone done);
+    void login(const LoginTarget& target, const wire::Hello& hello, LoginDone done);
     // Orderly end ("bye"); harmless when not logged in.
     void logout();
     // One attempt to get the session back over a new connection (hello with
     // the resume token; a panel that forgot us gets a fresh hello).
     void reconnect(ReconnectDone done);
-    void send(const QCborMap& message);
+    void send(const wire::Envelope& envelope);
+    // Where the parts riding on the session (casting) register their
+    // handlers; bye is the session's own.
+    MessageDispatcher<>& dispatcher() { return m_dispatch; }
+    // One message of the running session, as if the panel had sent it now
+    // (the channel's path; also the fuzz target's way in).
+    Dispatch handle(const wire::Envelope& envelope);
+    // The panel's answer to a hello sent on channel: a welcome adopts the
+    // channel as the session's link, a refusal or a welcome of another
+    // protocol major drops it; done gets the outcome. Anything else is not
+    // an answer (Unexpected or Skipped) and done is not called.
+    Dispatch takeAnswer(MessageChannel* channel, const PanelAddress& panel, const wire::Envelope& envelope,
+                        LoginDone done);
     // While the watchdog reconnects, missed beats are not reported: the
     // watchdog speaks for the link (32802, then 32803 or 32801).
     void setReconnecting(bool reconnecting) { m_reconnecting = reconnecting; }
@@ -65,21 +77,20 @@ public:
     bool isLoggedIn() const { return m_loggedIn; }
     bool hasLink() const { return m_channel != nullptr; }
     int missedBeats() const { return m_missed; }
-    const WelcomeMessage& welcome() const { return m_welcome; }
+    const wire::Welcome& welcome() const { return m_welcome; }
     const PanelAddress& panel() const { return m_panel; }
 
 signals:
-    // Any message of the session other than heartbeats (for the cast parts).
-    void messageReceived(const QCborMap& message);
     // The session is over (log-out, removal, link given up): casts end with it.
     void ended();
 
 private:
     struct Attempt;
-    void connectTo(const PanelAddress& panel, const HelloMessage& hello, std::function<void(const LoginResult&)> done);
-    void onAnswer(const std::shared_ptr<Attempt>& attempt, const QCborMap& message);
-    void adopt(MessageChannel* channel, const WelcomeMessage& welcome);
-    void onMessage(const QCborMap& message);
+    void connectTo(const PanelAddress& panel, const wire::Hello& hello, std::function<void(const LoginResult&)> done);
+    void onWelcome(Attempt& attempt, const wire::Welcome& welcome);
+    void onRefused(Attempt& attempt, const wire::Refused& refused);
+    void onBye(const wire::Bye& bye);
+    void adopt(MessageChannel* channel, const wire::Welcome& welcome);
     void onMissedBeats(int count);
     void onChannelClosed(const QString& reason);
     void dropChannel();
@@ -95,8 +106,10 @@ private:
     bool m_reconnecting = false;
     int m_missed = 0;
     PanelAddress m_panel;
-    HelloMessage m_hello;
-    WelcomeMessage m_welcome;
+    wire::Hello m_hello;
+    wire::Welcome m_welcome;
+    MessageDispatcher<Attempt&> m_answers{QStringLiteral("log-in")};
+    MessageDispatcher<> m_dispatch{QStringLiteral("session")};
     quint64 m_generation = 0;
 };
 

@@ -11,7 +11,6 @@
 #include <memory>
 
 #include "casting/Log.h"
-#include "protocol/Messages.h"
 
 namespace zv {
 
@@ -71,11 +70,12 @@ QSslCertificate MessageChannel::peerCertificate() const {
     return ssl ? ssl->peerCertificate() : QSslCertificate();
 }
 
-bool MessageChannel::send(const QCborMap& message) {
+bool MessageChannel::send(wire::Envelope envelope) {
     if (m_state != State::Open) return false;
-    const QByteArray frame = encodeFrame(message);
+    envelope.set_version(static_cast<uint32_t>(m_protocolMajor));
+    const QByteArray frame = encodeFrame(envelope);
     if (frame.size() - 4 > qsizetype(kMaxFrameBytes)) {
-        ZV_LOG(ERROR) << " not sending a " << frame.size() << "-byte \"" << messageType(message).toStdString()
+        ZV_LOG(ERROR) << " not sending a " << frame.size() << "-byte \"" << bodyName(envelope).toStdString()
                       << "\" message to " << peerName().toStdString() << ": above the frame limit";
         return false;
     }
@@ -114,7 +114,9 @@ void MessageChannel::stopHeartbeat() {
 
 void MessageChannel::onHeartbeatTick() {
     if (m_state != State::Open) return;
-    send(buildHeartbeat({m_heartbeatSeq++}));
+    wire::Envelope beat;
+    beat.mutable_heartbeat()->set_seq(m_heartbeatSeq++);
+    send(std::move(beat));
     if (m_heardSinceTick) {
         m_heardSinceTick = false;
         return;
@@ -139,23 +141,12 @@ void MessageChannel::processIncoming(const QByteArray& data) {
         if (!self || m_state != State::Open) return;
     }
 
-    const QVector<QCborMap> messages = m_decoder.feed(data);
-    for (const QCborMap& message : messages) {
-        const QString type = messageType(message);
-        if (!isKnownMessageType(type)) {
-            failProtocol(QStringLiteral("unknown message type \"%1\"").arg(type));
-            return;
-        }
-        if (type == msg::kHeartbeat) {
-            QString error;
-            const auto hb = parseHeartbeat(message, &error);
-            if (!hb) {
-                failProtocol(error);
-                return;
-            }
-            emit heartbeatReceived(hb->seq);
+    const std::vector<wire::Envelope> envelopes = m_decoder.feed(data);
+    for (const wire::Envelope& envelope : envelopes) {
+        if (envelope.has_heartbeat()) {
+            emit heartbeatReceived(envelope.heartbeat().seq());
         } else {
-            emit messageReceived(message);
+            emit messageReceived(envelope);
         }
         if (!self || m_state != State::Open) return;
     }

@@ -1,0 +1,21 @@
+// The texts of the wire enums where people, logs, status lines or the
+// client's records read them: the names the protocol used before it had
+// enums ("wrongCode", "udp", "touchDown", ...). A value this build does not
+// know reads "#<number>".
+#pragma once
+
+#include <QString>
+
+#include "proto/envelope.pb.h"
+
+namespace zv {
+
+QString refusedReasonName(wire::Refused::Reason reason);
+QString passcodeErrorName(wire::PasscodeError::Reason reason);
+QString transportName(wire::Transport transport);
+QString castSourceName(wire::CastRequest::Source source);
+QString touchTypeName(wire::Touch::Type type);
+// TYPE_UNSPECIFIED for a name that is none of them.
+wire::Touch::Type touchTypeFromName(const QString& name);
+
+}  // namespace zv
