@@ -28,10 +28,11 @@ const Named<wire::Refused::Reason> kRefusedReasons[] = {
 };
 
 const Named<wire::PasscodeError::Reason> kPasscodeErrors[] = {
-    {wire::PasscodeError::TAKEN, "taken"},
     {wire::PasscodeError::INVALID, "invalid"},
     {wire::PasscodeError::UNKNOWN, "unknown"},
     {wire::PasscodeError::RATE_LIMITED, "rateLimited"},
+    {wire::PasscodeError::BAD_PROOF, "badProof"},
+    {wire::PasscodeError::STALE, "stale"},
 };
 
 const Named<wire::Transport> kTransports[] = {
