@@ -17,7 +17,12 @@
 // over UDP → ffmpeg → raw grey frames into this program), a still desktop
 // for 30 s, and UDP with 2 % of the packets dropped.
 //
-// Usage: bench_media_latency [--json FILE] [--seconds N] [--quick] [--only TEXT]
+// Every cast is encrypted (SRTP, AES-256-GCM) as in use, except the "plain"
+// rows: RTP over UDP without keys (allowPlain), run in turns with the
+// encrypted UDP rows (--pairs N times) to show what the encryption costs.
+//
+// Usage: bench_media_latency [--json FILE] [--seconds N] [--quick] [--only TEXT] [--pairs N]
+// (--only "SRTP stage": the SRTP elements alone, SrtpStageTiming.h)
 // (the roles --role source|sender|receiver are this program started by itself)
 #include <gst/gst.h>
 
@@ -53,6 +58,7 @@
 #include <vector>
 
 #include "Process.h"
+#include "SrtpStageTiming.h"
 #include "XvfbSession.h"
 
 namespace {
@@ -66,6 +72,15 @@ constexpr int kSquare = 40;
 constexpr int kPatternX = 64;
 constexpr int kPatternY = 64;
 const char* kSrtKey = "bench-passphrase-0123456789abcdef";
+
+// The cast's keys as the session layer would give them (44 bytes each).
+std::vector<uint8_t> benchKey(uint8_t seed) {
+    std::vector<uint8_t> key(44);
+    for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(seed ^ (i * 29));
+    return key;
+}
+const std::vector<uint8_t> kPcToPanelKey = benchKey(0x3c);
+const std::vector<uint8_t> kPanelToPcKey = benchKey(0xa5);
 
 uint32_t nowMs32() {
     timespec ts{};
@@ -230,6 +245,11 @@ int runSender(int argc, char** argv) {
     config.latencyMs = std::stoi(argValue(argc, argv, "--latency", "30"));
     config.simulatedLoss = std::stod(argValue(argc, argv, "--loss", "0"));
     config.encoderPreference = zv::media::EncoderPreference::SoftwarePreferred;
+    config.allowPlain = hasFlag(argc, argv, "--plain");
+    if (!config.allowPlain) {
+        config.sendKey = kPcToPanelKey;
+        config.receiveKey = kPanelToPcKey;
+    }
     zv::media::SenderPipeline sender;
     const std::string error = sender.start(config);
     if (!error.empty()) {
@@ -282,6 +302,12 @@ int runReceiver(int argc, char** argv) {
     config.senderRtcpPort = static_cast<uint16_t>(std::stoi(argValue(argc, argv, "--sender-rtcp", "0")));
     config.srtPassphrase = kSrtKey;
     config.latencyMs = std::stoi(argValue(argc, argv, "--latency", "30"));
+    config.peerAddress = "127.0.0.1";
+    config.allowPlain = hasFlag(argc, argv, "--plain");
+    if (!config.allowPlain) {
+        config.receiveKey = kPcToPanelKey;
+        config.sendKey = kPanelToPcKey;
+    }
     const std::string error = receiver.start(config);
     if (!error.empty()) {
         std::cout << "ERROR " << error << std::endl;
@@ -425,19 +451,21 @@ void fillLatency(Row& row, const std::vector<double>& latencies, double seconds)
 }
 
 Row runOurs(const std::string& name, const std::string& transport, int fps, double seconds, bool motion,
-            double loss) {
+            double loss, bool plain = false) {
     Row row;
     row.name = name;
-    row.transport = transport;
+    row.transport = transport + (plain ? " plain" : " SRTP");
     row.fps = fps;
     zvtest::ChildProcess source;
     std::vector<std::string> sourceArgs = {self, "--role", "source", "--display", displayName, "--fps", "60"};
     if (motion) sourceArgs.push_back("--motion");
     source.start(sourceArgs);
     const uint16_t senderRtcp = zv::media::pickFreeUdpPort();
-    zvtest::ChildProcess receiver({self, "--role", "receiver", "--transport", transport, "--sender-rtcp",
-                                   std::to_string(senderRtcp), "--seconds", std::to_string(seconds)},
-                                  zvtest::ChildProcess::Output::Capture);
+    std::vector<std::string> receiverArgs = {self,          "--role",    "receiver", "--transport", transport,
+                                             "--sender-rtcp", std::to_string(senderRtcp), "--seconds",
+                                             std::to_string(seconds)};
+    if (plain) receiverArgs.push_back("--plain");
+    zvtest::ChildProcess receiver(receiverArgs, zvtest::ChildProcess::Output::Capture);
     const std::string ports = receiver.waitForLineContaining("PORTS", std::chrono::seconds(10));
     if (ports.empty()) {
         row.note = "receiver did not start";
@@ -446,11 +474,12 @@ Row runOurs(const std::string& name, const std::string& transport, int fps, doub
     std::istringstream portFields(ports.substr(6));
     int videoPort = 0, rtcpPort = 0;
     portFields >> videoPort >> rtcpPort;
-    zvtest::ChildProcess sender({self, "--role", "sender", "--display", displayName, "--transport", transport, "--port",
-                                 std::to_string(videoPort), "--rtcp-local", std::to_string(senderRtcp),
-                                 "--rtcp-remote", std::to_string(rtcpPort), "--fps", std::to_string(fps), "--loss",
-                                 std::to_string(loss)},
-                                zvtest::ChildProcess::Output::Capture);
+    std::vector<std::string> senderArgs = {self, "--role", "sender", "--display", displayName, "--transport",
+                                           transport, "--port", std::to_string(videoPort), "--rtcp-local",
+                                           std::to_string(senderRtcp), "--rtcp-remote", std::to_string(rtcpPort),
+                                           "--fps", std::to_string(fps), "--loss", std::to_string(loss)};
+    if (plain) senderArgs.push_back("--plain");
+    zvtest::ChildProcess sender(senderArgs, zvtest::ChildProcess::Output::Capture);
     const std::string sending = sender.waitForLine(
         [](const std::string& line) { return line.rfind("SENDING", 0) == 0 || line.rfind("ERROR", 0) == 0; },
         std::chrono::seconds(15));
@@ -592,7 +621,7 @@ Row runFfmpeg(int fps, double seconds) {
 Row runStill(double seconds) {
     Row row;
     row.name = "still desktop";
-    row.transport = "udp";
+    row.transport = "udp SRTP";
     row.fps = 30;
     const uint16_t senderRtcp = zv::media::pickFreeUdpPort();
     zvtest::ChildProcess receiver({self, "--role", "receiver", "--transport", "udp", "--sender-rtcp",
@@ -689,6 +718,19 @@ int runAll(int argc, char** argv) {
     }
     if (want("still desktop")) run(runStill(quick ? 10 : 30));
 
+    // What SRTP costs: plain and encrypted UDP at 1080p30 in turns, so
+    // that the machine's other load falls on both alike; with the moving
+    // area, where 8 Mbit/s go through the cipher.
+    const int pairs = std::stoi(argValue(argc, argv, "--pairs", quick ? "1" : "3"));
+    const std::string pairName = "zelvanor 1080p30, moving area, SRTP vs plain";
+    std::vector<Row> plainRows, srtpRows;
+    for (int i = 0; i < pairs && want(pairName); ++i) {
+        plainRows.push_back(runOurs(pairName, "udp", 30, seconds, true, 0, true));
+        run(plainRows.back());
+        srtpRows.push_back(runOurs(pairName, "udp", 30, seconds, true, 0, false));
+        run(srtpRows.back());
+    }
+
     std::cout << "\n| case | transport | fps asked | pictures | fps got | median ms | p90 ms | min ms | max ms | "
                  "longest gap ms | panel's delay estimate ms | sender CPU % | receiver CPU % | X server CPU % | kbit/s | note |\n"
               << "|---|---|---|---|---|---|---|---|---|---|---|---|---|---|---|---|\n";
@@ -702,6 +744,33 @@ int runAll(int argc, char** argv) {
                                                " pictures unreadable"
                                          : "")
                   << " |\n";
+    }
+    if (!plainRows.empty()) {
+        const auto middle = [](const std::vector<Row>& of, double Row::*field) {
+            std::vector<double> values;
+            for (const Row& row : of) values.push_back(row.*field);
+            return percentile(values, 0.5);
+        };
+        const double plainLatency = middle(plainRows, &Row::median), srtpLatency = middle(srtpRows, &Row::median);
+        std::cout << "\nSRTP against plain UDP, 1080p30 with a moving area, middle of " << plainRows.size()
+                  << " runs each: median latency " << number(srtpLatency) << " ms vs " << number(plainLatency)
+                  << " ms (" << number(100.0 * (srtpLatency - plainLatency) / plainLatency) << " %), sender CPU "
+                  << number(middle(srtpRows, &Row::senderCpu)) << " % vs " << number(middle(plainRows, &Row::senderCpu))
+                  << " %, receiver CPU " << number(middle(srtpRows, &Row::receiverCpu)) << " % vs "
+                  << number(middle(plainRows, &Row::receiverCpu)) << " %\n";
+    }
+    if (want("SRTP stage")) {
+        // 714 packets a second carry 8 Mbit/s: the stage's CPU share at that rate.
+        constexpr double kPacketsPerSecond = 8e6 / 8 / 1400;
+        const SrtpStageTiming plain = timeSrtpStage(20000, false), srtp = timeSrtpStage(20000, true);
+        std::cout << "\nSRTP stage alone (srtpenc + srtpdec, 1400-byte packets, 20000 each): "
+                  << (srtp.error.empty() ? "" : srtp.error + "; ") << "median " << number(srtp.medianUs, 1)
+                  << " us per packet vs " << number(plain.medianUs, 1) << " us straight through (p99 "
+                  << number(srtp.p99Us, 1) << " vs " << number(plain.p99Us, 1) << "), CPU "
+                  << number(srtp.cpuUsPerPacket, 1) << " vs " << number(plain.cpuUsPerPacket, 1)
+                  << " us per packet = +"
+                  << number((srtp.cpuUsPerPacket - plain.cpuUsPerPacket) * kPacketsPerSecond / 1e4, 2)
+                  << " % of a core at 8 Mbit/s\n";
     }
     if (!jsonPath.empty()) {
         std::ofstream json(jsonPath);

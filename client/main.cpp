@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "casting/Log.h"
+#include "core/QuitOnSignals.h"
 #include "ui/OrvixUpgrade.h"
 #include "ui/GlobalDefine.h"
 #include "ui/StartUp.h"
@@ -16,6 +17,10 @@ const char* const kPackagePluginDir = "/opt/apps/org.zelvanor.client/files/plugi
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    // Before any thread exists, so that every thread inherits the block and
+    // SIGTERM/SIGINT wait for the event loop (see QuitOnSignals).
+    zv::blockStopSignals();
+
     // Must happen before QApplication exists so that the platform plug-in can
     // come from the package.
     QStringList libraryPaths = QCoreApplication::libraryPaths();
@@ -24,6 +29,9 @@ int main(int argc, char* argv[]) {
     QCoreApplication::setLibraryPaths(libraryPaths);
 
     auto app = std::make_unique<QApplication>(argc, argv);
+    // SIGTERM and SIGINT end the event loop like quit(); the window's
+    // destructor then shuts the casting library down in order.
+    auto quitOnSignals = std::make_unique<zv::QuitOnSignals>();
 
     // A second copy is allowed to run; the probe's verdict is only logged.
     const bool alreadyRunning = IsAlreadyRunning();
@@ -43,6 +51,9 @@ int main(int argc, char* argv[]) {
 
     const int result = app->exec();
     window.reset();
+    quitOnSignals.reset();
     app.reset();
+    // glog holds back informational lines; the last ones tell how we ended.
+    google::FlushLogFiles(google::GLOG_INFO);
     return result;
 }

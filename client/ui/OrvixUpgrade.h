@@ -3,6 +3,10 @@
 // blocking library calls on its request threads and gets their results back
 // as queued signals on the GUI thread.
 //
+// Its definitions are split by flow, one file each (OrvixUpgrade.cpp,
+// OrvixUpgrade-connect.cpp, -screen, -exceptions, -chrome, -discovery); the
+// sections below name the file of each part.
+//
 // Threads: slots and the init/close/destruction paths run on the GUI thread.
 // connectThreadFun and the other *ThreadFun bodies run on the request
 // threads; deviceExceptionCallBack, mouseCapCallback, screenReverseControl and
@@ -12,7 +16,6 @@
 // the stop work and the address watcher read and write it too.
 #pragma once
 
-#include <QPoint>
 #include <QString>
 #include <QWidget>
 
@@ -28,6 +31,8 @@
 #include "casting/Callbacks.h"
 #include "casting/SessionRecords.h"
 #include "ui/ContentWidget/DeviceShowInfo.h"
+#include "ui/HardwareEncoderProbe.h"
+#include "ui/TitleBarDrag.h"
 
 class ControlBall;
 class ExceptionCallBack;
@@ -85,7 +90,10 @@ public:
         TitleConnectPage = 2,
     };
 
+    // ---- Construction, start-up and close: OrvixUpgrade.cpp -------------
     explicit OrvixUpgrade(QWidget* parent = nullptr);
+    // Waits for the asynchronous works, stops the watchers and the request
+    // threads, and shuts the casting library down while Qt still runs.
     ~OrvixUpgrade() override;
 
     unsigned getCurrentStatus() const { return m_screenStatus; }
@@ -98,29 +106,27 @@ public:
     void shortcutModeScreen(QString strIp, QString second, int mode);
     bool isCommandLineStart() const { return m_isCommandLineStart; }
 
-    // Reports one of the program's own failures through the error-code table.
-    void raiseErrorCode(unsigned errorCode);
-
-    // True when the PC has no usable network (no interface that is up, not
-    // loopback and has an IPv4 address).
-    bool getLocalNetworkStatus();
-    // Logs out of the library session if logged in; harmless when not.
-    void logOut();
-
     ConnectPage* getConnectPage() const { return m_connectPage; }
     ScreenPage* getScreenPage() const { return m_screenPage; }
     SharePage* getSharePage() const { return m_sharePage; }
     // The reverse-screen view; its setters may be called from any thread.
     ReverseScreen* getReverseScreenWindow() const { return m_reverseScreen; }
-    // The notice last shown by the controller, while it exists.
-    DynamicWindow* getDynamicWindow() const { return m_dynamicWindow; }
-    // The live statistics as the bottom bar shows them (empty when none).
-    QString dynamicDisplayText() const;
-    bool isLoadingShown() const;
-    int getTitleBtnStatus() const { return m_titleBtnStatus; }
 
-    // Request-thread bodies. connectThreadFun returns 1 once logged in.
+    // Request-thread bodies of the flows not wired in this build.
+    int reverseScreenThreadFun();
+    int fileScreenThreadFun();
+
+    // ---- Connect and log-in: OrvixUpgrade-connect.cpp --------------------
+    // True when the PC has no usable network (no interface that is up, not
+    // loopback and has an IPv4 address).
+    bool getLocalNetworkStatus();
+    // Logs out of the library session if logged in; harmless when not.
+    void logOut();
+    // Connect request-thread body; returns 1 once logged in. The cast
+    // workers call it to log in before their own request.
     int connectThreadFun();
+
+    // ---- Screen casting: OrvixUpgrade-screen.cpp -------------------------
     int screenThreadFun();
     // Measures the PC's monitors and tells the casting library.
     void getAllScreenResolution();
@@ -129,22 +135,45 @@ public:
     // Bodies of the two watcher threads that run while a cast runs.
     void checkSysIPAddrChange();
     void cheakCpuAndMemUsage();
-    int reverseScreenThreadFun();
-    int fileScreenThreadFun();
-
-    // Library-thread entry points of the free callbacks.
-    long deviceExceptionCallBack(tagNotifyExceptionType_ type, tagNotifyExceptionParams_* params, void* user);
+    // Library-thread entry points of the remote-input callbacks.
     void mouseCapCallback(int& x, int& y, MOUSESTATUS& status, bool& visible);
     int screenReverseControl(CtrlMouseInfo_S* info, char pressed, int first, int second);
 
-    // Discovery notifications (discovery thread).
+    // ---- Exceptions and tips: OrvixUpgrade-exceptions.cpp ----------------
+    // Reports one of the program's own failures through the error-code table.
+    void raiseErrorCode(unsigned errorCode);
+    // Library-thread entry point of the exception callback.
+    long deviceExceptionCallBack(tagNotifyExceptionType_ type, tagNotifyExceptionParams_* params, void* user);
+    // The notice last shown by the controller, while it exists.
+    DynamicWindow* getDynamicWindow() const { return m_dynamicWindow; }
+
+    // ---- Title bar and window chrome: OrvixUpgrade-chrome.cpp -------------
+    // The live statistics as the bottom bar shows them (empty when none).
+    QString dynamicDisplayText() const;
+    bool isLoadingShown() const;
+    int getTitleBtnStatus() const { return m_titleBtnStatus; }
+
+    // ---- Discovery: OrvixUpgrade-discovery.cpp ---------------------------
+    // Notifications from the discovery thread.
     void afterFindDeviceNotify(const KLUF_DEVICE_INFO& record);
     void deviceOfflineNotify(const KLUF_DEVICE_INFO& record);
     void deviceUpdateNotify(const KLUF_DEVICE_INFO& record);
     void deviceComingNotify(const KLUF_DEVICE_INFO& record);
 
+    // ---- Flows to come, one file each ------------------------------------
+    // Reverse screen: OrvixUpgrade-reverse.cpp.
+    // Panel list: OrvixUpgrade-panels.cpp.
+    // Window casting: OrvixUpgrade-window.cpp.
+    // File casting: OrvixUpgrade-file.cpp.
+    // Settings: OrvixUpgrade-settings.cpp.
+
 signals:
+    // Connect and log-in.
     void signalConnectResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
+    void signalCheckVersionResult(bool ok, VersionInfo& info);
+    void signalLogout();
+    void signalStopConnect();
+    // Screen casting.
     void signalScreenResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
     void signalReverseScreenResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
     void signalVoiceScreenRequestResult(bool on);
@@ -154,23 +183,25 @@ signals:
     void signalRealScreenResolution(int width, int height);
     void signalSwitchNextPicture();
     void signalSwitchLastPicture();
+    void signalSetDelayWhenUseTCP(int delayMs);
+    void signalWindowAbnormal(int status);
+    // Exceptions and tips.
     void signalPeripheralShareStopCallbackMsg(unsigned int type, QString reason);
     void signalPeripheralRestartMsg(QString reason);
-    void signalCheckVersionResult(bool ok, VersionInfo& info);
     void signalMainErrorCode(unsigned int code);
     void signalCallbackException(unsigned int type);
-    void signalLogout();
-    void signalStopConnect();
-    void signalSetDelayWhenUseTCP(int delayMs);
+    // Discovery.
     void signalDealWithKLUFDevice(DeviceShowInfo& info, QString operation);
-    void signalWindowAbnormal(int status);
 
 public slots:
+    // Connect and log-in.
     void onStartConnect(const QString& code);
     void onConnectResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
     void onCheckVersion(bool ok, VersionInfo& info);
     void onStopConnect();
     void onLogout();
+
+    // Screen casting.
     void onStartCodeScreen(const QString& code);
     void onScreenRequestResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
     void onStopScreen();
@@ -181,51 +212,68 @@ public slots:
     // Casts to a panel picked by its address (the discovery path).
     void onStartKLUFScreen(const DeviceShowInfo& info);
     void onStopReverseScreen();
-    void onDealWithCallbackException(unsigned int type);
-    void onDealwithError(unsigned int code);
-    void onDealWithKLUFDevice(DeviceShowInfo& info, QString operation);
     // Window casting from the screen page: connect first (from the screen
     // page), then open the window selection.
     void onDealWithWindowScreen(const QString& code);
+    // A window chosen on the screen page for window casting.
+    void onWindowInfo(unsigned long window, bool flag, unsigned int value);
     void onSetDelayWhenUseTCP(int delayMs);
-    // Live statistics of the cast for the bottom bar; all zero clears them.
-    void onSetDynamicDisplayInfo(int bitRateKbps, int frameRate, int delayMs, bool loss);
     void onVoiceScreenRequestResult(bool on);
     void onScreenReverseRequestResult(bool on);
     void onRealScreenResolution(int width, int height);
-    // A window chosen on the screen page for window casting.
-    void onWindowInfo(unsigned long window, bool flag, unsigned int value);
+
+    // Exceptions and tips.
+    void onDealWithCallbackException(unsigned int type);
+    void onDealwithError(unsigned int code);
+
+    // Title bar and window chrome.
+    // Live statistics of the cast for the bottom bar; all zero clears them.
+    void onSetDynamicDisplayInfo(int bitRateKbps, int frameRate, int delayMs, bool loss);
     void onHideControlBallTimeout();
     void onShowLoading(bool show);
 
+    // Discovery.
+    void onDealWithKLUFDevice(DeviceShowInfo& info, QString operation);
+
 protected:
-    void closeEvent(QCloseEvent* event) override;
-    bool eventFilter(QObject* watched, QEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;            // OrvixUpgrade.cpp
+    bool eventFilter(QObject* watched, QEvent* event) override;  // OrvixUpgrade-chrome.cpp
 
 private:
+    // Construction, start-up and close.
     void initUi();
     void initData();
     void initConnect();
+    void stopRequestThreads(bool all);
+    // Wraps work for mirk_async::ASYNC so that the destructor can wait for
+    // it: such work uses this window until its last line.
+    std::function<void()> trackedWork(std::function<void()> work);
+
+    // Connect and log-in.
+    void fillClientDeviceInfo();
+    void clearSessionRecords();
+
+    // Screen casting.
+    // Hands a file to the file pages; false when they cannot show it.
+    bool showFileScreenPages(const QString& path);
+    void startWatchers();
+    void stopWatchers();
+
+    // Exceptions and tips.
+    void showNotice(const QString& icon, const QString& title, const QString& text, bool titleShown = true);
+
+    // Title bar and window chrome.
     void initTray();
     void applyStyleSheet();
     void showWindowActive();
     void showLoading();
     void hideLoading();
     void setTitleBtnStatus(int status);
-    void fillClientDeviceInfo();
-    void clearSessionRecords();
-    void notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation);
-    void stopRequestThreads(bool all);
-    void showNotice(const QString& icon, const QString& title, const QString& text, bool titleShown = true);
-    void startHardwareProbe();
-    // Hands a file to the file pages; false when they cannot show it.
-    bool showFileScreenPages(const QString& path);
-    void startWatchers();
-    void stopWatchers();
-    // Wraps work for mirk_async::ASYNC so that the destructor can wait for
-    // it: such work uses this window until its last line.
-    std::function<void()> trackedWork(std::function<void()> work);
 
+    // Discovery.
+    void notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation);
+
+    // Widgets.
     Ui::OrvixUpgrade* ui = nullptr;
     ConnectPage* m_connectPage = nullptr;
     ScreenPage* m_screenPage = nullptr;
@@ -240,6 +288,7 @@ private:
     DynamicWindow* m_dynamicWindow = nullptr;
     std::unique_ptr<ExceptionCallBack> m_exceptionCallBack;
 
+    // Request threads.
     ScreenThread* m_screenThread = nullptr;
     StartShareThread* m_startShareThread = nullptr;
     ConnectThread* m_connectThread = nullptr;
@@ -262,22 +311,18 @@ private:
     bool m_isScreenPageConnect = false;  // the connect was started from the screen page
     bool m_isCommandLineStart = false;
     bool m_isDisconnectAfterStop = false;
+    std::atomic<int> m_runningWorks{0};        // asynchronous works that use this window
+
+    // Screen casting.
     bool m_isFileScreen = false;
     bool m_isPauseScreen = false;
-    bool m_isMirroringAbnormal = false;  // the first 0xF320200A of a session was seen
-    bool m_isNetworkNotice = false;      // switch for the network-lost notice; off in this build
     std::atomic<bool> m_isStopAccepted{true};  // clear while a stop is under way
-    std::atomic<int> m_runningWorks{0};        // asynchronous works that use this window
     QString m_strFilePath;                     // the file of a file cast
     ScreenControlType m_screenControlType = SCREEN_CONTROL_TOUCH;
     DeviceShowInfo m_restartDevice;            // the panel a cast restarts to
-
+    int m_tcpDelayMs = 0;
     // The hardware encoder probe, run once at start-up.
-    std::mutex m_hwInitMutex;
-    std::condition_variable m_hwInitCond;
-    bool m_isHWInitFinished = false;
-    std::thread m_hwProbeThread;
-
+    HardwareEncoderProbe m_hwProbe;
     // Watchers that run while a cast runs.
     std::thread m_checkIpThread;
     std::mutex m_checkIpMutex;
@@ -287,17 +332,19 @@ private:
     std::mutex m_cpuMemMutex;
     std::condition_variable m_cpuMemCond;
     std::atomic<bool> m_isCpuMemRunning{false};
+
+    // Exceptions and tips.
+    bool m_isMirroringAbnormal = false;  // the first 0xF320200A of a session was seen
+    bool m_isNetworkNotice = false;      // switch for the network-lost notice; off in this build
+
+    // Title bar and window chrome.
     int m_titleBtnStatus = TitleConnectPage;
-    int m_tcpDelayMs = 0;
+    TitleBarDrag m_titleDrag{this};
 
     // Discovery.
     std::mutex m_deviceMapMutex;
     std::map<QString, DeviceShowInfo> m_mapDevice;  // first sight of each panel, by key
     std::map<QString, DeviceShowInfo> m_listedDevices;  // what the device list shows, by key
-
-    // Dragging the frameless window by its title bar.
-    QPoint m_dragOffset;
-    bool m_dragging = false;
 };
 
 }  // namespace qorquicomponents

@@ -148,6 +148,7 @@ void CastService::start(qint64 client, const zv::wire::CastRequest& request) {
     config.stallSeconds = kStallSeconds;
     const QString srtKey = config.transport == zv::media::MediaTransport::Srt ? newSrtKey() : QString();
     config.srtPassphrase = srtKey.toStdString();
+    config.allowPlain = true;  // until the session passes this cast's keys
 
     // Callbacks come on pipeline threads: everything is handed to this thread.
     zv::media::ReceiverCallbacks callbacks;

@@ -143,10 +143,15 @@ TEST_F(SessionNetns, EachWayOfMissingThePanelHasItsOwnError) {
     // Nothing listens at the address.
     EXPECT_EQ(cliError({"login", "--address", net.addressA + ":1"}), "0xF3200001");
 
-    // A panel that speaks an older protocol than this client accepts.
+    // Panels of another protocol major (older, newer) refuse this PC's hello.
     QJsonObject oldReady;
     auto old = startReceiver({"--no-discovery", "--port", "47811", "--protocol-version", "0"}, &oldReady, "old-panel");
     EXPECT_EQ(cliError({"login", "--address", net.addressA + ":47811"}), "0xF3200004");
+    EXPECT_FALSE(old->waitForLine(statusEvent("refused", "reason", "versionMismatch"), 5s).empty());
+    QJsonObject newReady;
+    auto newer = startReceiver({"--no-discovery", "--port", "47812", "--protocol-version", "3.1"}, &newReady, "new-panel");
+    EXPECT_EQ(cliError({"login", "--address", net.addressA + ":47812"}), "0xF3200004");
+    EXPECT_FALSE(newer->waitForLine(statusEvent("refused", "reason", "versionMismatch"), 5s).empty());
 
     // Guessing codes is slowed down: after five wrong ones the panel refuses unchecked.
     for (int i = 0; i < 5; ++i) cliError({"login", "--code", wrong});

@@ -1,12 +1,18 @@
 // Pieces of the media engine that need no display: the colour conversion
-// against BT.601 reference values, the encoder ranking, port reservation.
+// against BT.601 reference values, the encoder ranking, port reservation,
+// media keys, the SRTP decoder's key handling and the peer address rule.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
 #include "media/EncoderChoice.h"
+#include "media/GstInit.h"
 #include "media/I420Converter.h"
+#include "media/PeerFilter.h"
+#include "media/RtpReceiving.h"
+#include "media/SrtpKeying.h"
 #include "media/UdpPortReservation.h"
 
 using namespace zv::media;
@@ -111,6 +117,80 @@ TEST(UdpPortReservation, HoldsThePortUntilDropped) {
     EXPECT_NE(error.find(std::to_string(port)), std::string::npos) << error;
     first.reset();
     EXPECT_TRUE(UdpPortReservation::bind(port, &error)) << error;
+}
+
+// Both keys or none (and then only when plain is allowed); never half.
+TEST(MediaKeys, BothFullKeysOrExplicitlyPlain) {
+    const std::vector<uint8_t> key(kMediaKeyBytes, 7), shortKey(30, 7), none;
+    bool encrypted = true;
+    EXPECT_EQ(checkMediaKeys(key, key, false, &encrypted), "");
+    EXPECT_TRUE(encrypted);
+    EXPECT_EQ(checkMediaKeys(key, key, true, &encrypted), "");
+    EXPECT_TRUE(encrypted);
+    EXPECT_NE(checkMediaKeys(none, none, false, &encrypted).find("no media keys"), std::string::npos);
+    EXPECT_EQ(checkMediaKeys(none, none, true, &encrypted), "");
+    EXPECT_FALSE(encrypted);
+    EXPECT_NE(checkMediaKeys(key, none, true, &encrypted).find("44 bytes"), std::string::npos);
+    EXPECT_NE(checkMediaKeys(shortKey, key, false, &encrypted).find("44 bytes"), std::string::npos);
+    EXPECT_FALSE(encrypted);
+
+    EXPECT_EQ(wireCaps("application/x-rtp,payload=96", true, false), "application/x-srtp,payload=96");
+    EXPECT_EQ(wireCaps("application/x-rtp,payload=96", true, true), "application/x-srtp-stream,payload=96");
+    EXPECT_EQ(wireCaps("application/x-rtp,payload=96", false, true), "application/x-rtp-stream,payload=96");
+}
+
+// srtpdec asks for a key per SSRC: the cast key with AES-256-GCM, but only
+// for a few unproven SSRCs at a time; forgetting makes room again.
+TEST(SrtpDecoder, KeysFewUnknownStreamsAndForgetsThem) {
+    ASSERT_EQ(ensureGstInitialized(), "");
+    const std::vector<uint8_t> key(kMediaKeyBytes, 0x42);
+    SrtpDecoder decoder;
+    ASSERT_EQ(decoder.create(key, "test-srtpdec"), "");
+    auto requestKey = [&](guint ssrc) {
+        GstCaps* caps = nullptr;
+        g_signal_emit_by_name(decoder.element(), "request-key", ssrc, &caps);
+        return caps;
+    };
+    GstCaps* caps = requestKey(1000);
+    ASSERT_NE(caps, nullptr);
+    const GstStructure* structure = gst_caps_get_structure(caps, 0);
+    EXPECT_STREQ(gst_structure_get_string(structure, "srtp-cipher"), "aes-256-gcm");
+    EXPECT_STREQ(gst_structure_get_string(structure, "srtcp-cipher"), "aes-256-gcm");
+    EXPECT_STREQ(gst_structure_get_string(structure, "srtp-auth"), "null");
+    GstBuffer* given = nullptr;
+    ASSERT_TRUE(gst_structure_get(structure, "srtp-key", GST_TYPE_BUFFER, &given, nullptr));
+    EXPECT_EQ(gst_buffer_get_size(given), kMediaKeyBytes);
+    EXPECT_EQ(gst_buffer_memcmp(given, 0, key.data(), key.size()), 0);
+    gst_buffer_unref(given);
+    gst_caps_unref(caps);
+
+    for (guint ssrc = 1001; ssrc < 1000 + SrtpDecoder::kMaxUnproven; ++ssrc) {
+        caps = requestKey(ssrc);
+        EXPECT_NE(caps, nullptr) << ssrc;
+        if (caps != nullptr) gst_caps_unref(caps);
+    }
+    EXPECT_EQ(requestKey(2000), nullptr);
+    EXPECT_EQ(decoder.rejected(), 1u);
+    caps = requestKey(1003);  // one already keyed is asked again (srtpdec forgot it): still given
+    EXPECT_NE(caps, nullptr);
+    if (caps != nullptr) gst_caps_unref(caps);
+
+    decoder.forgetUnproven(std::chrono::milliseconds(0));
+    caps = requestKey(2000);
+    EXPECT_NE(caps, nullptr);
+    if (caps != nullptr) gst_caps_unref(caps);
+    EXPECT_FALSE(decoder.anyAuthentic());
+}
+
+TEST(PeerFilter, TakesIpAddressesOnly) {
+    PeerFilter filter;
+    EXPECT_EQ(filter.setPeer("10.0.0.2"), "");
+    EXPECT_TRUE(filter.active());
+    EXPECT_EQ(filter.setPeer("::ffff:10.0.0.2"), "");
+    EXPECT_EQ(filter.setPeer("fe80::1"), "");
+    EXPECT_NE(filter.setPeer("panel.local").find("not an IP address"), std::string::npos);
+    EXPECT_FALSE(filter.active());
+    EXPECT_EQ(filter.dropped(), 0u);
 }
 
 }  // namespace

@@ -430,7 +430,15 @@ TEST(WireNames, EnumsReadAsTheProtocolsTexts) {
     EXPECT_EQ(touchTypeName(wire::Touch::MOUSE_RIGHT_DRAG), QStringLiteral("mouseRightDrag"));
     EXPECT_EQ(touchTypeFromName(QStringLiteral("touchdown")), wire::Touch::TYPE_UNSPECIFIED);
     EXPECT_EQ(touchTypeName(wire::Touch::Type(99)), QStringLiteral("#99"));
+    EXPECT_EQ(touchTypeName(wire::Touch::TOUCH_DOWN), QStringLiteral("touchDown"));
+    EXPECT_EQ(touchTypeName(wire::Touch::TYPE_UNSPECIFIED), QStringLiteral("unspecified"));
+    EXPECT_EQ(touchTypeFromName(QStringLiteral("unspecified")), wire::Touch::TYPE_UNSPECIFIED);
     EXPECT_EQ(refusedReasonName(wire::Refused::WRONG_CODE), QStringLiteral("wrongCode"));
+    EXPECT_EQ(refusedReasonName(wire::Refused::TOO_MANY_CLIENTS), QStringLiteral("tooManyClients"));
+    EXPECT_EQ(refusedReasonName(wire::Refused::VERSION_MISMATCH), QStringLiteral("versionMismatch"));
+    EXPECT_EQ(refusedReasonName(wire::Refused::Reason(42)), QStringLiteral("#42"));
+    EXPECT_EQ(transportName(wire::TRANSPORT_UDP), QStringLiteral("udp"));
+    EXPECT_EQ(castSourceName(wire::CastRequest::SOURCE_SCREEN), QStringLiteral("screen"));
     EXPECT_EQ(refusedReasonName(wire::Refused::LOG_OUT_BY_SERVER), QStringLiteral("logOutByServer"));
     EXPECT_EQ(passcodeErrorName(wire::PasscodeError::RATE_LIMITED), QStringLiteral("rateLimited"));
     EXPECT_EQ(transportName(wire::TRANSPORT_BRX), QStringLiteral("brx"));

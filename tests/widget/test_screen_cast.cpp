@@ -166,10 +166,7 @@ void TestScreenCast::theWorkerAsksTheLibraryAndAFailureEndsWhereItBegan() {
     QVERIFY(!window.isLoadingShown());
     QVERIFY(!window.m_isDisconnectAfterStop);
     // The encoder probe ran at start-up; the worker waits for it at most once.
-    {
-        std::lock_guard<std::mutex> lock(window.m_hwInitMutex);
-        QVERIFY(window.m_isHWInitFinished);
-    }
+    QVERIFY(window.m_hwProbe.isFinished());
 
     // From idle the worker logs in first; a code no panel has ends there.
     setState(window, OrvixUpgrade::NormalStatus);

@@ -1,12 +1,14 @@
 // The media engine end to end: SenderPipeline captures a private Xvfb
 // screen and casts it over loopback to a ReceiverPipeline in the same
 // process; the decoded pictures are checked against what was drawn.
+// Every cast here is encrypted (SRTP with the fixture's keys).
 // Qt and gtest before Xlib: Xlib's macros (Bool, Status, None) break their headers.
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 
 #include <QImage>
 
+#include "MediaCastFixture.h"
 #include "media/ReceiverPipeline.h"
 #include "media/SenderPipeline.h"
 #include "media/UdpPortReservation.h"
@@ -35,6 +37,7 @@ using zv::media::ReceiverPipeline;
 using zv::media::SenderConfig;
 using zv::media::SenderPipeline;
 using zvtest::waitFor;
+using namespace zvtest;
 
 namespace {
 
@@ -45,27 +48,6 @@ const bool kTracerSet = [] {
     setenv("GST_DEBUG", "GST_TRACER:0,*:1", 0);
     return true;
 }();
-
-constexpr int kScreenWidth = 1280;
-constexpr int kScreenHeight = 720;
-const char* kPassphrase = "0123456789abcdefABCDEF0123456789";
-
-struct Colour {
-    int r, g, b;
-    unsigned long pixel() const { return (static_cast<unsigned long>(r) << 16) | (g << 8) | b; }
-};
-constexpr Colour kRed{255, 0, 0}, kGreen{0, 255, 0}, kBlue{0, 0, 255}, kWhite{255, 255, 255}, kBlack{0, 0, 0};
-constexpr Colour kMagenta{255, 0, 255}, kCyan{0, 255, 255}, kYellow{255, 255, 0};
-
-bool near(QRgb pixel, const Colour& colour, int tolerance = 48) {
-    return std::abs(qRed(pixel) - colour.r) <= tolerance && std::abs(qGreen(pixel) - colour.g) <= tolerance &&
-           std::abs(qBlue(pixel) - colour.b) <= tolerance;
-}
-
-std::string describe(QRgb pixel) {
-    return "(" + std::to_string(qRed(pixel)) + "," + std::to_string(qGreen(pixel)) + "," +
-           std::to_string(qBlue(pixel)) + ")";
-}
 
 int threadCount() {
     int count = 0;
@@ -101,45 +83,6 @@ int livePipelines() {
     if (GST_OBJECT_REFCOUNT_VALUE(probe) > 1) gst_object_unref(probe);  // a tracer that gave the reference back
     gst_object_unref(probe);
     return count;
-}
-
-// The screen as four blocks (red, green / blue, white), kept by the server
-// as the root window's background.
-void drawBlocks(Display* display, const Colour (&blocks)[4]) {
-    const Window root = DefaultRootWindow(display);
-    const Pixmap pixmap = XCreatePixmap(display, root, kScreenWidth, kScreenHeight,
-                                        static_cast<unsigned>(DefaultDepth(display, DefaultScreen(display))));
-    GC gc = XCreateGC(display, pixmap, 0, nullptr);
-    for (int i = 0; i < 4; ++i) {
-        XSetForeground(display, gc, blocks[i].pixel());
-        XFillRectangle(display, pixmap, gc, (i % 2) * kScreenWidth / 2, (i / 2) * kScreenHeight / 2,
-                       kScreenWidth / 2, kScreenHeight / 2);
-    }
-    XSetWindowBackgroundPixmap(display, root, pixmap);
-    XClearWindow(display, root);
-    XFreeGC(display, gc);
-    XFreePixmap(display, pixmap);
-    XSync(display, False);
-}
-const Colour kBlocks[4] = {kRed, kGreen, kBlue, kWhite};
-const Colour kSwapped[4] = {kWhite, kBlue, kGreen, kRed};
-
-// Whether a picture shows the four blocks inside `area` (the whole frame, or
-// the part left by black bars).
-bool showsBlocks(const QImage& frame, const Colour (&blocks)[4], QRect area = {}, std::string* why = nullptr) {
-    if (frame.isNull()) return false;
-    if (area.isNull()) area = frame.rect();
-    for (int i = 0; i < 4; ++i) {
-        const int x = area.x() + area.width() * (1 + 2 * (i % 2)) / 4;
-        const int y = area.y() + area.height() * (1 + 2 * (i / 2)) / 4;
-        const QRgb pixel = frame.pixel(x, y);
-        if (!near(pixel, blocks[i])) {
-            if (why != nullptr) *why = "block " + std::to_string(i) + " at " + std::to_string(x) + "," +
-                                       std::to_string(y) + " is " + describe(pixel);
-            return false;
-        }
-    }
-    return true;
 }
 
 // The whole picture in one colour (sampled on a grid, away from the edges
@@ -251,49 +194,7 @@ private:
     std::thread m_thread;
 };
 
-class MediaPipelines : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        s_xvfb = new zvtest::XvfbSession(std::to_string(kScreenWidth) + "x" + std::to_string(kScreenHeight) + "x24");
-    }
-    static void TearDownTestSuite() {
-        delete s_xvfb;
-        s_xvfb = nullptr;
-    }
-    void SetUp() override {
-        ASSERT_TRUE(s_xvfb->ready()) << "Xvfb with openbox did not start";
-        drawBlocks(s_xvfb->connection(), kBlocks);
-    }
-
-    // Starts a receiver, then a sender aimed at it; empty on success.
-    std::string startCast(ReceiverPipeline& receiver, SenderPipeline& sender, MediaTransport transport,
-                          SenderConfig sending = {}, ReceiverConfig receiving = {}) {
-        receiving.transport = transport;
-        receiving.listenAddress = "127.0.0.1";
-        receiving.srtPassphrase = kPassphrase;
-        if (transport == MediaTransport::Udp) {
-            m_rtcpPort = sender.reserveRtcpPort();
-            receiving.senderHost = "127.0.0.1";
-            receiving.senderRtcpPort = m_rtcpPort;
-        }
-        std::string error = receiver.start(receiving);
-        if (!error.empty()) return "receiver: " + error;
-        const auto ports = receiver.ports();
-        sending.displayName = s_xvfb->display();
-        sending.transport = transport;
-        sending.host = "127.0.0.1";
-        sending.videoPort = ports.video;
-        sending.remoteRtcpPort = ports.rtcp;
-        sending.audioPort = ports.audio;
-        sending.srtPassphrase = kPassphrase;
-        error = sender.start(sending);
-        return error.empty() ? std::string() : "sender: " + error;
-    }
-
-    static zvtest::XvfbSession* s_xvfb;
-    uint16_t m_rtcpPort = 0;
-};
-zvtest::XvfbSession* MediaPipelines::s_xvfb = nullptr;
+class MediaPipelines : public MediaCast {};
 
 TEST_F(MediaPipelines, ScreenReachesTheReceiverOverEveryTransport) {
     for (MediaTransport transport : {MediaTransport::Udp, MediaTransport::Tcp, MediaTransport::Srt}) {
@@ -321,6 +222,10 @@ TEST_F(MediaPipelines, ScreenReachesTheReceiverOverEveryTransport) {
         EXPECT_EQ(received.width, kScreenWidth);
         EXPECT_EQ(received.packetsLost, 0u);
         EXPECT_EQ(received.lossPercent, 0.0);
+        EXPECT_TRUE(sent.encrypted);
+        EXPECT_TRUE(received.encrypted);
+        EXPECT_EQ(received.packetsRejected, 0u);
+        EXPECT_EQ(received.packetsFromOthers, 0u);
         sender.stop();
         receiver.stop();
         drawBlocks(s_xvfb->connection(), kBlocks);
@@ -330,7 +235,7 @@ TEST_F(MediaPipelines, ScreenReachesTheReceiverOverEveryTransport) {
 TEST_F(MediaPipelines, FixedSizeKeepsTheAspectWithBlackBars) {
     ReceiverPipeline receiver;
     SenderPipeline sender;
-    SenderConfig sending;
+    SenderConfig sending = senderConfig();
     sending.width = 640;  // 16:9 into 4:3: 640x360 between two 60-pixel bars
     sending.height = 480;
     ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp, sending), "");
@@ -358,7 +263,7 @@ TEST_F(MediaPipelines, WindowCaptureShowsTheWindowAndFollowsIt) {
 
     ReceiverPipeline receiver;
     SenderPipeline sender;
-    SenderConfig sending;
+    SenderConfig sending = senderConfig();
     sending.window = window;
     ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp, sending), "");
     EXPECT_TRUE(waitFor([&] { return uniform(receiver.latestFrame(), kMagenta); }, 15s));
@@ -437,10 +342,10 @@ TEST_F(MediaPipelines, SoundFlowsAndCanBeSwitchedOff) {
     if (!pulse.ready()) GTEST_SKIP() << "pulseaudio could not start here";
     ReceiverPipeline receiver;
     SenderPipeline sender;
-    SenderConfig sending;
+    SenderConfig sending = senderConfig();
     sending.audio = true;
     sending.audioDevice = "vsink.monitor";
-    ReceiverConfig receiving;
+    ReceiverConfig receiving = receiverConfig();
     receiving.audio = true;
     for (MediaTransport transport : {MediaTransport::Udp, MediaTransport::Tcp, MediaTransport::Srt}) {
         SCOPED_TRACE(zv::media::transportName(transport));
@@ -473,9 +378,9 @@ TEST_F(MediaPipelines, NoSoundServerStillCastsThePicture) {
     setenv("PULSE_SERVER", "unix:/nonexistent/zv-pulse", 1);
     ReceiverPipeline receiver;
     SenderPipeline sender;
-    SenderConfig sending;
+    SenderConfig sending = senderConfig();
     sending.audio = true;
-    ReceiverConfig receiving;
+    ReceiverConfig receiving = receiverConfig();
     receiving.audio = true;
     ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp, sending, receiving), "");
     EXPECT_FALSE(sender.audioActive());
@@ -527,7 +432,7 @@ TEST_F(MediaPipelines, BadInputsGiveReadableErrors) {
     {
         ReceiverPipeline receiver;
         SenderPipeline sender;
-        SenderConfig sending;
+        SenderConfig sending = senderConfig();
         sending.encoderCandidates = {"zv-no-such-encoder"};
         const std::string error = startCast(receiver, sender, MediaTransport::Udp, sending);
         EXPECT_NE(error.find("no H.264 encoder"), std::string::npos) << error;
@@ -536,14 +441,14 @@ TEST_F(MediaPipelines, BadInputsGiveReadableErrors) {
     {
         ReceiverPipeline receiver;
         SenderPipeline sender;
-        SenderConfig sending;
+        SenderConfig sending = senderConfig();
         sending.window = 0x7ffffff0;
         const std::string error = startCast(receiver, sender, MediaTransport::Udp, sending);
         EXPECT_NE(error.find("does not exist"), std::string::npos) << error;
     }
     {
         SenderPipeline sender;
-        SenderConfig sending;
+        SenderConfig sending = senderConfig();
         sending.displayName = ":4321";
         sending.host = "127.0.0.1";
         sending.videoPort = 9;
@@ -552,7 +457,7 @@ TEST_F(MediaPipelines, BadInputsGiveReadableErrors) {
     {
         // Nobody listens: TCP is refused at once.
         SenderPipeline sender;
-        SenderConfig sending;
+        SenderConfig sending = senderConfig();
         sending.displayName = s_xvfb->display();
         sending.transport = MediaTransport::Tcp;
         sending.host = "127.0.0.1";
@@ -563,10 +468,30 @@ TEST_F(MediaPipelines, BadInputsGiveReadableErrors) {
     }
     {
         ReceiverPipeline receiver;
-        ReceiverConfig receiving;
+        ReceiverConfig receiving = receiverConfig();
         receiving.transport = MediaTransport::Srt;
         receiving.srtPassphrase = "short";
         EXPECT_NE(receiver.start(receiving).find("passphrase"), std::string::npos);
+    }
+    {
+        // Keys: none is refused (never plain by accident), a short one too;
+        // the receiver needs to know whom to listen to.
+        SenderPipeline sender;
+        SenderConfig sending = senderConfig();
+        sending.videoPort = 9;
+        sending.sendKey.clear();
+        sending.receiveKey.clear();
+        EXPECT_NE(sender.start(sending).find("no media keys"), std::string::npos);
+        ReceiverPipeline receiver;
+        ReceiverConfig receiving = receiverConfig();
+        receiving.receiveKey.resize(32);
+        EXPECT_NE(receiver.start(receiving).find("44 bytes"), std::string::npos);
+        receiving = receiverConfig();
+        receiving.peerAddress.clear();
+        EXPECT_NE(receiver.start(receiving).find("no peer address"), std::string::npos);
+        receiving.peerAddress = "panel.example";
+        EXPECT_NE(receiver.start(receiving).find("not an IP address"), std::string::npos);
+        EXPECT_FALSE(receiver.isRunning());
     }
     EXPECT_TRUE(waitFor(
         [&] {
@@ -592,7 +517,7 @@ TEST_F(MediaPipelines, TwoPercentLossKeepsThePictureMoving) {
     };
     ReceiverPipeline receiver(callbacks);
     SenderPipeline sender;
-    SenderConfig sending;
+    SenderConfig sending = senderConfig();
     sending.simulatedLoss = 0.02;
     sending.fps = 30;
     ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp, sending), "");
@@ -644,8 +569,7 @@ TEST(ReceiverAlone, NoMediaGivesStalledNotices) {
         EXPECT_EQ(stats.fps, 0.0);
     };
     ReceiverPipeline receiver(callbacks);
-    ReceiverConfig config;
-    config.listenAddress = "127.0.0.1";
+    ReceiverConfig config = receiverConfig();
     config.stallSeconds = 1;
     ASSERT_EQ(receiver.start(config), "");
     EXPECT_TRUE(waitFor(
@@ -684,17 +608,13 @@ TEST(SenderAlone, LosingTheXServerIsReportedNotFatal) {
     std::mutex mutex;
     std::vector<std::string> errors;
     ReceiverPipeline receiver;
-    ReceiverConfig receiving;
-    receiving.listenAddress = "127.0.0.1";
-    ASSERT_EQ(receiver.start(receiving), "");
+    ASSERT_EQ(receiver.start(receiverConfig()), "");
     SenderPipeline sender;
     sender.setErrorCallback([&](const std::string& error) {
         std::lock_guard<std::mutex> lock(mutex);
         errors.push_back(error);
     });
-    SenderConfig sending;
-    sending.displayName = xvfb->display();
-    sending.host = "127.0.0.1";
+    SenderConfig sending = senderConfig(xvfb->display());
     sending.videoPort = receiver.ports().video;
     ASSERT_EQ(sender.start(sending), "");
     ASSERT_TRUE(waitFor([&] { return receiver.statistics().framesDecoded > 0; }, 15s));

@@ -9,7 +9,9 @@
 // error code through the error callback (and MC_Util_GetLastError).
 #pragma once
 
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "Callbacks.h"
@@ -86,11 +88,21 @@ public:
 
     // Ends every session and thread of the library. Safe to call more than once.
     void destroy();
+    // Ends the session, discovery and the library's I/O thread. Must run
+    // while the QCoreApplication still exists: the I/O thread's last work and
+    // the deletion of its objects need Qt. Does nothing when nothing runs, so
+    // every exit path may call it; a later operation starts the library again.
+    void shutdown();
 
     zv::LibraryCore& core();
 
 private:
     CManageAll();
     ~CManageAll();
+    // The core, marked as in use: shutdown has something to end.
+    zv::LibraryCore* live();
+
     std::unique_ptr<zv::LibraryCore> m_core;
+    std::atomic<bool> m_inUse{false};
+    std::mutex m_shutdownMutex;
 };

@@ -1,8 +1,10 @@
 #include "media/PipelineSupport.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "casting/Log.h"
+#include "media/MediaTypes.h"
 
 namespace zv::media {
 
@@ -117,6 +119,102 @@ std::string changeState(GstElement* pipeline, GstState state, int timeoutMs,
         return why;
     }
     return {};
+}
+
+ElementPtr makeRequiredElement(const char* factory, const std::string& name, std::string* error) {
+    ElementPtr made = makeElement(factory, name);
+    if (!made && error != nullptr && error->empty()) {
+        *error = std::string("GStreamer element ") + factory + " is not installed";
+    }
+    return made;
+}
+
+uint64_t structureUint(const GstStructure* structure, const char* field) {
+    guint64 value64 = 0;
+    guint value = 0;
+    if (gst_structure_get_uint64(structure, field, &value64)) return value64;
+    if (gst_structure_get_uint(structure, field, &value)) return value;
+    return 0;
+}
+
+std::string logPipelineMessage(GstMessage* message, GstElement* pipeline, const std::string& dumpName,
+                               WarningLimiter& warnings) {
+    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+        const std::string text = describeMessage(message);
+        ZV_LOG(ERROR) << " " << text;
+        dumpPipelineGraph(pipeline, dumpName);
+        return text;
+    }
+    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_WARNING) {
+        const std::string text = describeMessage(message);
+        int suppressed = 0;
+        if (warnings.admit(text, &suppressed)) {
+            ZV_LOG(WARNING) << " " << text
+                            << (suppressed > 0 ? " (" + std::to_string(suppressed) + " more like it before)" : "");
+        }
+    }
+    return {};
+}
+
+namespace {
+GstPadProbeReturn onBytes(GstPad*, GstPadProbeInfo* info, gpointer meter) {
+    if ((info->type & GST_PAD_PROBE_TYPE_BUFFER) != 0) {
+        static_cast<RateMeter*>(meter)->add(gst_buffer_get_size(GST_PAD_PROBE_INFO_BUFFER(info)));
+    } else if ((info->type & GST_PAD_PROBE_TYPE_BUFFER_LIST) != 0) {
+        static_cast<RateMeter*>(meter)->add(gst_buffer_list_calculate_size(GST_PAD_PROBE_INFO_BUFFER_LIST(info)));
+    }
+    return GST_PAD_PROBE_OK;
+}
+}  // namespace
+
+void countBytes(GstPad* pad, RateMeter* meter) {
+    gst_pad_add_probe(pad, static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST),
+                      &onBytes, meter, nullptr);
+}
+
+GstElement* makeRetransmissionBin(bool sending, ElementPtr* rtxOut) {
+    const char* factory = sending ? "rtprtxsend" : "rtprtxreceive";
+    GstElement* rtx = gst_element_factory_make(factory, "zv-rtx");
+    if (rtx == nullptr) {
+        ZV_LOG(WARNING) << " " << factory << " missing: no retransmission";
+        return nullptr;
+    }
+    StructurePtr map(gst_structure_new("application/x-rtp-pt-map", std::to_string(kVideoPayloadType).c_str(),
+                                       G_TYPE_UINT, static_cast<guint>(kVideoRtxPayloadType), nullptr));
+    g_object_set(rtx, "payload-type-map", map.get(), nullptr);
+    // Keep a second of packets: NACKs on a LAN come back within milliseconds.
+    if (sending) g_object_set(rtx, "max-size-time", 1000u, "max-size-packets", 0u, nullptr);
+    GstElement* bin = gst_bin_new("zv-rtx-bin");
+    gst_bin_add(GST_BIN(bin), rtx);
+    PadPtr src(gst_element_get_static_pad(rtx, "src"));
+    PadPtr sink(gst_element_get_static_pad(rtx, "sink"));
+    gst_element_add_pad(bin, gst_ghost_pad_new("src_0", src.get()));
+    gst_element_add_pad(bin, gst_ghost_pad_new("sink_0", sink.get()));
+    if (rtxOut != nullptr) *rtxOut = addRef(rtx);
+    return bin;
+}
+
+std::string srtUri(const std::string& host, uint16_t port, bool listener) {
+    return "srt://" + host + ":" + std::to_string(port) + (listener ? "?mode=listener" : "?mode=caller");
+}
+
+void configureSrt(GstElement* element, const std::string& uri, const std::string& passphrase, int latencyMs) {
+    g_object_set(element, "uri", uri.c_str(), "passphrase", passphrase.c_str(), "latency", std::max(0, latencyMs),
+                 nullptr);
+    setPropertyText(element, "pbkeylen", "32");  // AES-256
+}
+
+std::string checkSrtPassphrase(const std::string& passphrase) {
+    if (passphrase.size() < 10 || passphrase.size() > 79) return "SRT passphrase must have 10 to 79 characters";
+    return {};
+}
+
+bool addAndLink(GstElement* bin, const std::vector<GstElement*>& chain) {
+    for (GstElement* element : chain) gst_bin_add(GST_BIN(bin), element);
+    for (size_t i = 0; i + 1 < chain.size(); ++i) {
+        if (!gst_element_link(chain[i], chain[i + 1])) return false;
+    }
+    return true;
 }
 
 }  // namespace zv::media

@@ -1,6 +1,6 @@
 // Small helpers shared by the sender and receiver pipelines: readable error
-// texts, graph dumps, tolerant property setting and a bus forwarder that
-// needs no GLib main loop.
+// texts, graph dumps, tolerant property setting, a bus forwarder that needs
+// no GLib main loop, and the pieces both sides build their chains from.
 #pragma once
 
 #include <gst/gst.h>
@@ -9,8 +9,10 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "media/GstHandles.h"
+#include "media/RateMeter.h"
 
 namespace zv::media {
 
@@ -64,6 +66,38 @@ private:
     std::chrono::steady_clock::time_point m_lastTime{};
     int m_suppressed = 0;
 };
+
+// An element from its factory; when missing, empty and (if *error is still
+// empty) "GStreamer element X is not installed" in *error.
+ElementPtr makeRequiredElement(const char* factory, const std::string& name, std::string* error);
+
+// A field of a statistics structure, whether GStreamer made it 32 or 64 bits.
+uint64_t structureUint(const GstStructure* structure, const char* field);
+
+// What both sides do with the messages of their pipelines: errors are
+// logged, written as a graph (<dumpName>) and returned (empty for any other
+// message); warnings logged, a repeated one at most every few seconds.
+std::string logPipelineMessage(GstMessage* message, GstElement* pipeline, const std::string& dumpName,
+                               WarningLimiter& warnings);
+
+// Counts the bytes of the buffers (and buffer lists) passing a pad.
+void countBytes(GstPad* pad, RateMeter* meter);
+
+// rtprtxsend (sending) or rtprtxreceive in a bin with rtpbin's aux pad
+// names, video payload type 96 ↔ retransmissions 97 (RFC 4588). Floating,
+// for rtpbin's request-aux-sender/receiver; null when the element is missing.
+// *rtx (optional) gets a reference to the element, for its statistics.
+GstElement* makeRetransmissionBin(bool sending, ElementPtr* rtx = nullptr);
+
+// An SRT URI: caller to host:port, or listener on address:port.
+std::string srtUri(const std::string& host, uint16_t port, bool listener);
+// srtsink/srtsrc settings of every cast: passphrase, AES-256, latency.
+void configureSrt(GstElement* element, const std::string& uri, const std::string& passphrase, int latencyMs);
+// SRT's passphrase rule; "" or why not.
+std::string checkSrtPassphrase(const std::string& passphrase);
+
+// Adds the elements to the bin and links them in order; false on a failed link.
+bool addAndLink(GstElement* bin, const std::vector<GstElement*>& chain);
 
 // Sets the pipeline to a state and waits up to timeoutMs for the change to
 // complete. Returns an empty string, or why it failed (firstError() is

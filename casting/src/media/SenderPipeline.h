@@ -3,9 +3,16 @@
 //
 //   capture thread ─▶ appsrc ─▶ videoscale ─▶ H.264 encoder ─▶ rtph264pay ─▶ transport
 //     (X11Capture: DAMAGE-driven grabs, BGRx→I420 of the changed parts)
-//   transport  UDP: rtpbin (AVPF, NACK → rtprtxsend) ─▶ udpsink; RTCP both ways on one socket
-//              TCP: rtpstreampay ─▶ tcpclientsink       SRT: srtsink (caller, AES-128)
-//   sound (own pipeline): pulsesrc ─▶ opusenc ─▶ rtpopuspay ─▶ the same kind of transport, audio port
+//   transport  UDP: rtpbin (AVPF, NACK → rtprtxsend, srtpenc/srtpdec) ─▶ udpsink;
+//                   RTCP both ways on one socket
+//              TCP: srtpenc ─▶ rtpstreampay ─▶ tcpclientsink
+//              SRT: srtpenc ─▶ srtsink (caller, AES-256)
+//   sound (own pipeline): pulsesrc ─▶ opusenc ─▶ rtpopuspay ─▶ srtpenc ─▶ the same kind of
+//                         transport, audio port
+//
+// Every stream is SRTP (AES-256-GCM, SrtpKeying.h) with the cast's keys;
+// SRT adds its own encryption around it. RTCP from anywhere but `host`
+// (when it is an IP address) is dropped before it is looked at.
 //
 // Sizes: width/height 0 send the captured size (a window cast then follows
 // the window's size, the panel sees new sizes in-band). A fixed size keeps
@@ -55,8 +62,21 @@ struct SenderConfig {
     uint16_t localRtcpPort = 0;
     uint16_t remoteRtcpPort = 0;  // castAccepted.rtcpPort; 0: no feedback, no retransmission
 
-    // SRT (BRX): caller mode to the panel's listener.
-    std::string srtPassphrase;   // castAccepted.srtKey (10 to 79 characters)
+    // Media keys (set by the session layer from its TLS exporter), one per
+    // cast and direction, kMediaKeyBytes = 44 each (AES-256-GCM: 32 key + 12
+    // salt). sendKey: SRTP/SRTCP of everything this PC sends (video, its
+    // retransmissions and RTCP reports, sound; every transport).
+    // receiveKey: the panel's SRTCP feedback (UDP: NACK, key-frame requests).
+    // Empty keys make start() fail, unless allowPlain.
+    std::vector<uint8_t> sendKey;
+    std::vector<uint8_t> receiveKey;
+    // Sends plain RTP when both keys are empty. Only for callers that do not
+    // pass keys yet and for the benchmark's plain rows; it goes away once
+    // the session layer passes keys everywhere.
+    bool allowPlain = false;
+
+    // SRT (BRX): caller mode to the panel's listener, AES-256 on top of SRTP.
+    std::string srtPassphrase;   // derived by the session layer (10 to 79 characters)
     int latencyMs = 30;          // SRT latency (castAccepted.latencyMs); keep it low on a LAN
 
     // Sound.
@@ -80,6 +100,7 @@ struct SenderStatistics {
     int height = 0;
     bool audioActive = false;
     std::string encoder;           // GStreamer element in use
+    bool encrypted = false;        // SRTP (false only with allowPlain and no keys)
 };
 
 class SenderPipeline {

@@ -4,73 +4,62 @@ namespace zv {
 
 namespace {
 
-template <typename Enum>
-struct Named {
-    Enum value;
-    const char* name;
-};
+using google::protobuf::EnumDescriptor;
 
-template <typename Enum, size_t N>
-QString nameIn(const Named<Enum> (&table)[N], Enum value) {
-    for (const Named<Enum>& row : table) {
-        if (row.value == value) return QLatin1String(row.name);
+// What every value of an enum starts with, when its zero value is
+// "<PREFIX>_UNSPECIFIED" and all share that prefix (TRANSPORT_, SOURCE_).
+std::string sharedPrefix(const EnumDescriptor* type) {
+    const std::string zero = type->FindValueByNumber(0) ? type->FindValueByNumber(0)->name() : std::string();
+    const size_t cut = zero.find('_');
+    if (cut == std::string::npos) return {};
+    const std::string prefix = zero.substr(0, cut + 1);
+    for (int i = 0; i < type->value_count(); ++i) {
+        if (type->value(i)->name().compare(0, prefix.size(), prefix) != 0) return {};
     }
-    return QStringLiteral("#%1").arg(int(value));
+    return prefix;
 }
 
-const Named<wire::Refused::Reason> kRefusedReasons[] = {
-    {wire::Refused::WRONG_CODE, "wrongCode"},
-    {wire::Refused::RATE_LIMITED, "rateLimited"},
-    {wire::Refused::TOO_MANY_CLIENTS, "tooManyClients"},
-    {wire::Refused::VERSION_MISMATCH, "versionMismatch"},
-    {wire::Refused::UNKNOWN_SESSION, "unknownSession"},
-    {wire::Refused::LOG_OUT_BY_SERVER, "logOutByServer"},
-};
-
-const Named<wire::PasscodeError::Reason> kPasscodeErrors[] = {
-    {wire::PasscodeError::INVALID, "invalid"},
-    {wire::PasscodeError::UNKNOWN, "unknown"},
-    {wire::PasscodeError::RATE_LIMITED, "rateLimited"},
-    {wire::PasscodeError::BAD_PROOF, "badProof"},
-    {wire::PasscodeError::STALE, "stale"},
-};
-
-const Named<wire::Transport> kTransports[] = {
-    {wire::TRANSPORT_UDP, "udp"},
-    {wire::TRANSPORT_TCP, "tcp"},
-    {wire::TRANSPORT_BRX, "brx"},
-};
-
-const Named<wire::CastRequest::Source> kSources[] = {
-    {wire::CastRequest::SOURCE_SCREEN, "screen"},
-    {wire::CastRequest::SOURCE_WINDOW, "window"},
-    {wire::CastRequest::SOURCE_FILE, "file"},
-};
-
-const Named<wire::Touch::Type> kTouchTypes[] = {
-    {wire::Touch::TOUCH_DOWN, "touchDown"},
-    {wire::Touch::TOUCH_MOVE, "touchMove"},
-    {wire::Touch::TOUCH_UP, "touchUp"},
-    {wire::Touch::MOUSE_LEFT_DOWN, "mouseLeftDown"},
-    {wire::Touch::MOUSE_LEFT_DRAG, "mouseLeftDrag"},
-    {wire::Touch::MOUSE_LEFT_UP, "mouseLeftUp"},
-    {wire::Touch::MOUSE_RIGHT_DOWN, "mouseRightDown"},
-    {wire::Touch::MOUSE_RIGHT_DRAG, "mouseRightDrag"},
-    {wire::Touch::MOUSE_RIGHT_UP, "mouseRightUp"},
-    {wire::Touch::MOUSE_WHEEL, "mouseWheel"},
-};
+// WRONG_CODE -> wrongCode, TRANSPORT_UDP -> udp; 0 -> unspecified; unknown -> #n.
+QString nameOf(const EnumDescriptor* type, int number) {
+    const google::protobuf::EnumValueDescriptor* value = type->FindValueByNumber(number);
+    if (value == nullptr) return QStringLiteral("#%1").arg(number);
+    if (number == 0) return QStringLiteral("unspecified");
+    const std::string full = value->name();
+    QString name;
+    bool upper = false;
+    for (size_t i = sharedPrefix(type).size(); i < full.size(); ++i) {
+        if (full[i] == '_') {
+            upper = !name.isEmpty();
+            continue;
+        }
+        const QChar c = QLatin1Char(full[i]);
+        name += upper ? c.toUpper() : c.toLower();
+        upper = false;
+    }
+    return name;
+}
 
 }  // namespace
 
-QString refusedReasonName(wire::Refused::Reason reason) { return nameIn(kRefusedReasons, reason); }
-QString passcodeErrorName(wire::PasscodeError::Reason reason) { return nameIn(kPasscodeErrors, reason); }
-QString transportName(wire::Transport transport) { return nameIn(kTransports, transport); }
-QString castSourceName(wire::CastRequest::Source source) { return nameIn(kSources, source); }
-QString touchTypeName(wire::Touch::Type type) { return nameIn(kTouchTypes, type); }
+QString refusedReasonName(wire::Refused::Reason reason) { return nameOf(wire::Refused::Reason_descriptor(), reason); }
+
+QString passcodeErrorName(wire::PasscodeError::Reason reason) {
+    return nameOf(wire::PasscodeError::Reason_descriptor(), reason);
+}
+
+QString transportName(wire::Transport transport) { return nameOf(wire::Transport_descriptor(), transport); }
+
+QString castSourceName(wire::CastRequest::Source source) {
+    return nameOf(wire::CastRequest::Source_descriptor(), source);
+}
+
+QString touchTypeName(wire::Touch::Type type) { return nameOf(wire::Touch::Type_descriptor(), type); }
 
 wire::Touch::Type touchTypeFromName(const QString& name) {
-    for (const Named<wire::Touch::Type>& row : kTouchTypes) {
-        if (name == QLatin1String(row.name)) return row.value;
+    const EnumDescriptor* type = wire::Touch::Type_descriptor();
+    for (int i = 0; i < type->value_count(); ++i) {
+        const int number = type->value(i)->number();
+        if (number != 0 && nameOf(type, number) == name) return wire::Touch::Type(number);
     }
     return wire::Touch::TYPE_UNSPECIFIED;
 }

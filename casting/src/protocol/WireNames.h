@@ -1,7 +1,9 @@
 // The texts of the wire enums where people, logs, status lines or the
-// client's records read them: the names the protocol used before it had
-// enums ("wrongCode", "udp", "touchDown", ...). A value this build does not
-// know reads "#<number>".
+// client's records read them: the value's name in lower camel case, less the
+// prefix all values of its enum share (WRONG_CODE "wrongCode", TRANSPORT_UDP
+// "udp", MOUSE_LEFT_DOWN "mouseLeftDown"). These are the texts the protocol
+// used before it had enums. The zero value reads "unspecified", a value this
+// build does not know "#<number>".
 #pragma once
 
 #include <QString>

@@ -1,5 +1,6 @@
 #include "casting/CManageAll.h"
 
+#include <QCoreApplication>
 #include <QHostInfo>
 #include <QSysInfo>
 
@@ -34,14 +35,21 @@ long unavailable(const char* operation) {
 }  // namespace
 
 CManageAll::CManageAll() : m_core(std::make_unique<zv::LibraryCore>()) {}
-CManageAll::~CManageAll() = default;  // the core shuts itself down
+// Too late for an orderly end (see shutdown); it only catches a process that
+// never called shutdown.
+CManageAll::~CManageAll() { shutdown(); }
 
 CManageAll* CManageAll::getInstance() {
     static CManageAll instance;
     return &instance;
 }
 
-zv::LibraryCore& CManageAll::core() { return *m_core; }
+zv::LibraryCore& CManageAll::core() { return *live(); }
+
+zv::LibraryCore* CManageAll::live() {
+    m_inUse = true;
+    return m_core.get();
+}
 
 long CManageAll::initLogOut(const char* logPath, bool enable) {
     if (!enable) return 0;
@@ -125,7 +133,7 @@ long CManageAll::logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device
 
     auto promise = std::make_shared<std::promise<zv::ClientSession::LoginResult>>();
     std::future<zv::ClientSession::LoginResult> future = promise->get_future();
-    zv::LibraryCore* core = m_core.get();
+    zv::LibraryCore* core = live();
     core->io().post([core, target, hello, promise] {
         core->session().login(target, hello, [promise](const zv::ClientSession::LoginResult& result) {
             promise->set_value(result);
@@ -161,7 +169,7 @@ long CManageAll::logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device
 }
 
 long CManageAll::logOut(long, long) {
-    zv::LibraryCore* core = m_core.get();
+    zv::LibraryCore* core = live();
     core->io().call(
         [core] {
             core->cast().stop(QStringLiteral("logged out"));
@@ -188,7 +196,7 @@ std::optional<zv::wire::Welcome> currentWelcome(zv::LibraryCore& core) {
 }  // namespace
 
 long CManageAll::checkVersion(VersionInfo& info, long) {
-    const std::optional<zv::wire::Welcome> welcome = currentWelcome(*m_core);
+    const std::optional<zv::wire::Welcome> welcome = currentWelcome(*live());
     if (!welcome) {
         ZV_LOG(WARNING) << " not logged in";
         m_core->reportError(zv_error::CONNECT_FAILED);
@@ -208,7 +216,7 @@ long CManageAll::checkVersion(VersionInfo& info, long) {
 }
 
 long CManageAll::getBusinessCap(BusinessCap& cap) {
-    const std::optional<zv::wire::Welcome> welcome = currentWelcome(*m_core);
+    const std::optional<zv::wire::Welcome> welcome = currentWelcome(*live());
     if (!welcome) return -1;
     cap.uBits = static_cast<uint32_t>(welcome->caps().bits());
     cap.nMaxClients = welcome->caps().max_clients();
@@ -219,7 +227,7 @@ long CManageAll::getBusinessCap(BusinessCap& cap) {
 
 tagDeviceInfo_ CManageAll::getServerInfo() {
     tagDeviceInfo_ info{};
-    const std::optional<zv::wire::Welcome> welcome = currentWelcome(*m_core);
+    const std::optional<zv::wire::Welcome> welcome = currentWelcome(*live());
     if (!welcome) return info;
     const zv::wire::PanelInfo& panel = welcome->panel();
     copyField(info.szModel, panel.model());
@@ -235,7 +243,7 @@ tagDeviceInfo_ CManageAll::getServerInfo() {
 int CManageAll::getServerDeviceType() { return getServerInfo().nDeviceType; }
 
 int CManageAll::getStatues() {
-    zv::LibraryCore* core = m_core.get();
+    zv::LibraryCore* core = live();
     const auto loggedIn = core->io().call([core] { return core->session().isLoggedIn(); }, std::chrono::seconds(5));
     return loggedIn && *loggedIn ? 2 : 0;
 }
@@ -273,7 +281,7 @@ long CManageAll::miracastResq(long, tagDeviceListUnitInfo_&, CaptureMouseCallbac
     using Answer = std::pair<ProjectOrShareReqResult, uint32_t>;
     auto promise = std::make_shared<std::promise<Answer>>();
     std::future<Answer> future = promise->get_future();
-    zv::LibraryCore* core = m_core.get();
+    zv::LibraryCore* core = live();
     core->io().post([core, options, promise] {
         core->cast().request(options, [promise](ProjectOrShareReqResult result, uint32_t error) {
             promise->set_value({result, error});
@@ -292,13 +300,13 @@ long CManageAll::miracastResq(long, tagDeviceListUnitInfo_&, CaptureMouseCallbac
 }
 
 long CManageAll::pauseMiracast(bool pause) {
-    zv::LibraryCore* core = m_core.get();
+    zv::LibraryCore* core = live();
     core->io().post([core, pause] { core->cast().pause(pause); });
     return 0;
 }
 
 long CManageAll::stopMiracast() {
-    zv::LibraryCore* core = m_core.get();
+    zv::LibraryCore* core = live();
     core->io().call(
         [core] {
             core->cast().stop(QStringLiteral("stopped by the user"));
@@ -314,13 +322,13 @@ long CManageAll::setWindowScreenInfo(tagWindowScreenInfo_ info) {
 }
 
 long CManageAll::voiceOn(int close, bool) {
-    zv::LibraryCore* core = m_core.get();
+    zv::LibraryCore* core = live();
     const auto sent = core->io().call([core, close] { return core->cast().setVoice(close == 0); }, std::chrono::seconds(5));
     return sent && *sent ? 0 : -1;
 }
 
 long CManageAll::reverseCtrlOn(int on, ScreenControlType) {
-    zv::LibraryCore* core = m_core.get();
+    zv::LibraryCore* core = live();
     const auto sent = core->io().call([core, on] { return core->cast().setControl(on != 0); }, std::chrono::seconds(5));
     return sent && *sent ? 0 : -1;
 }
@@ -349,7 +357,7 @@ void CManageAll::setDevComingCallback(DeviceCallback callback) {
     m_core->editCallbacks([&](auto& c) { c.coming = std::move(callback); });
 }
 long CManageAll::startDiscovery() {
-    if (m_core->startDiscovery()) return 0;
+    if (live()->startDiscovery()) return 0;
     MC_Util_SetLastError(zv_error::NO_NETWORK);
     return -1;
 }
@@ -383,7 +391,7 @@ long CManageAll::reportClientEventInfo(const char* event, bool flag, const char*
     report.set_flag(flag);
     report.set_detail(QString::fromUtf8(detail != nullptr ? detail : "").toStdString());
     ZV_LOG(INFO) << " " << report.event() << " " << flag << " " << report.detail();
-    zv::LibraryCore* core = m_core.get();
+    zv::LibraryCore* core = live();
     core->io().post([core, envelope = zv::wrap(report)] {
         if (core->session().isLoggedIn()) core->session().send(envelope);
     });
@@ -391,6 +399,20 @@ long CManageAll::reportClientEventInfo(const char* event, bool flag, const char*
 }
 
 void CManageAll::destroy() {
-    m_core->shutdown();
+    shutdown();
     ZV_LOG(INFO) << " library session released";
+}
+
+void CManageAll::shutdown() {
+    std::lock_guard<std::mutex> lock(m_shutdownMutex);
+    if (!m_inUse.exchange(false)) return;
+    // The I/O thread's last work (log-out, stopping a cast) is posted to its
+    // Qt event loop, and its objects are deleted by that loop as it ends;
+    // without a QCoreApplication neither happens.
+    if (QCoreApplication::instance() == nullptr) {
+        ZV_LOG(WARNING) << " shut down after Qt ended: any work left for the I/O thread is waited for in vain"
+                           " and the thread's objects stay undeleted";
+    }
+    m_core->shutdown();
+    ZV_LOG(INFO) << " casting library shut down";
 }

@@ -203,6 +203,7 @@ void CastSession::onAccepted(const wire::CastAccepted& accepted) {
     config.videoPort = static_cast<uint16_t>(accepted.video_port());
     config.remoteRtcpPort = static_cast<uint16_t>(accepted.rtcp_port());
     config.srtPassphrase = accepted.srt_key();
+    config.allowPlain = true;  // until the session passes this cast's keys
     if (accepted.latency_ms() > 0) config.latencyMs = accepted.latency_ms();
     config.audio = m_options.audio && accepted.audio_port() > 0;
     config.audioPort = static_cast<uint16_t>(accepted.audio_port());

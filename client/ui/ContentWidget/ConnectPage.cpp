@@ -17,13 +17,13 @@
 #include <QThread>
 
 #include <algorithm>
-#include <cstring>
 
 #include "casting/CClientConfig.h"
 #include "casting/Log.h"
 #include "casting/McUtil.h"
 #include "casting/Singleton.h"
 #include "ui/GlobalDefine.h"
+#include "ui/RecordText.h"
 #include "ui/TipWindows.h"
 #include "ui/widgets/StyleUtil.h"
 #include "ui_ConnectPage.h"
@@ -94,11 +94,6 @@ bool systemSupportsExtendedScreen() {
     const bool is64Bit = QSysInfo::currentCpuArchitecture().contains(QLatin1String("64"));
     const int releaseId = QSysInfo::kernelVersion().section(QLatin1Char('.'), 2, 2).toInt();
     return windows10 && is64Bit && releaseId >= 1607;
-}
-
-template <size_t N>
-QString fieldText(const char (&field)[N]) {
-    return QString::fromUtf8(field, static_cast<int>(strnlen(field, N)));
 }
 
 }  // namespace

@@ -6,8 +6,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QRegularExpression>
-#include <QRegularExpressionValidator>
 #include <QStringList>
 #include <QTimer>
 
@@ -19,7 +17,7 @@
 #include "casting/CManageAll.h"
 #include "casting/Log.h"
 #include "casting/Singleton.h"
-#include "ui/ContentWidget/ConnectPage.h"
+#include "ui/ContentWidget/CodeEntry.h"
 #include "ui/GlobalDefine.h"
 #include "ui/TipWindows.h"
 #include "ui/widgets/StyleUtil.h"
@@ -30,21 +28,10 @@ namespace qorquicomponents {
 
 namespace {
 
-constexpr int kFocusedMaxLength = 8;
-constexpr int kUnfocusedMaxLength = 32767;
 constexpr int kTipTopOffset = 48;
 constexpr int kNameMaxWidth = 364;
 constexpr int kAnimationTextMaxWidth = 109;
 const QSize kIllustrationSize(160, 100);
-
-QString entryStyle(bool realInput) {
-    return QStringLiteral(
-               "QLineEdit{background:#FFFFFF; border:1px solid #D5DBE5; border-radius:8px; padding:0px 16px; %1"
-               " font-family:\"Microsoft YaHei UI\"; font-size:%2px; font-weight:%3;}"
-               " QLineEdit:focus{border:1px solid #1C7FFF;}")
-        .arg(QLatin1String(realInput ? "color: rgba(0,0,0,0.90);" : "color: rgba(0,0,0,0.20);"),
-             QString::number(realInput ? 18 : 16), QLatin1String(realInput ? "bold" : "normal"));
-}
 
 bool languageIn(const QStringList& names) { return names.contains(QString::fromStdString(g_strLanguage)); }
 
@@ -82,11 +69,7 @@ ScreenPage::ScreenPage(QWidget* parent)
     if (sheet.open(QIODevice::ReadOnly)) setStyleSheet(QString::fromUtf8(sheet.readAll()));
 
     QLineEdit* edit = ui->screenCodeEdit;
-    edit->setValidator(new QRegularExpressionValidator(QRegularExpression(QStringLiteral("[a-zA-Z0-9]+$")), edit));
-    edit->setMaxLength(kUnfocusedMaxLength);
-    showPlaceholderLook();
-    edit->setText(ConnectPage::placeholderText());
-    ui->startScreenBtn->setEnabled(false);
+    m_codeEntry = std::make_unique<CodeEntry>(edit, ui->startScreenBtn, CodeEntry::PlaceholderCase::Kept);
     edit->installEventFilter(this);
 
     // The switches: their pictures, and the captions beside them.
@@ -152,9 +135,6 @@ QLabel* ScreenPage::animationLabel() const { return ui->animationLab; }
 bool ScreenPage::isAnimationRunning() const { return m_animationTimer->isActive(); }
 bool ScreenPage::isScreeningShown() const { return !ui->screeningWidget->isHidden(); }
 
-void ScreenPage::showPlaceholderLook() { ui->screenCodeEdit->setStyleSheet(entryStyle(false)); }
-void ScreenPage::showInputLook() { ui->screenCodeEdit->setStyleSheet(entryStyle(true)); }
-
 void ScreenPage::placeIllustration() {
     m_illustrationLab->move((ui->animationLab->width() - kIllustrationSize.width()) / 2, 8);
 }
@@ -163,15 +143,7 @@ void ScreenPage::placeIllustration() {
 // Code entry
 // ---------------------------------------------------------------------------
 
-void ScreenPage::setConnectCode(const QString& code) {
-    if (!code.isEmpty() && code != ConnectPage::placeholderText()) {
-        showInputLook();
-        ui->screenCodeEdit->setText(code);
-    } else {
-        showPlaceholderLook();
-        ui->screenCodeEdit->setText(ConnectPage::placeholderText());
-    }
-}
+void ScreenPage::setConnectCode(const QString& code) { m_codeEntry->setCode(code); }
 
 void ScreenPage::setDeviceConnectCode(const QString& deviceKey, const QString&, const QString& code,
                                       CodeStatus state) {
@@ -190,33 +162,19 @@ void ScreenPage::setBigScreenInfo(const tagDeviceInfo_& info) {
 }
 
 void ScreenPage::onTextChanged(const QString& text) {
-    if (m_inTextChange) return;
-    QLineEdit* edit = ui->screenCodeEdit;
-    const QString placeholder = ConnectPage::placeholderText();
-    if (text != placeholder && text.toUpper() != text) {
-        const int cursor = edit->cursorPosition();
-        m_inTextChange = true;
-        edit->setText(text.toUpper());
-        edit->setCursorPosition(cursor);
-        m_inTextChange = false;
-    }
-    const QString current = edit->text();
-    ui->startScreenBtn->setEnabled(current.length() > 3 && current != placeholder);
+    if (!m_codeEntry->onTextChanged(text)) return;
+    const QString current = ui->screenCodeEdit->text();
     if (!current.isEmpty()) emit signalConnectCode(current);
 }
 
 void ScreenPage::onStartCodeScreenBtnClicked(bool skipServerCheck) {
     const QString code = ui->screenCodeEdit->text().trimmed();
     if (!skipServerCheck) {
-        CClientConfig& config = Singleton<CClientConfig>::getInstance();
-        const std::string serverIp = config.getServerIP();
-        const int serverPort = QString::fromStdString(config.getServerPort()).toInt();
-        if ((serverIp.empty() || serverPort == 0) && code.length() == 4) {
-            ZV_LOG(WARNING) << " Start code screen fail, code server IP: " << serverIp << ", port: " << serverPort
+        const PasscodeServerSetting server = PasscodeServerSetting::read();
+        if (!server.isConfigured() && code.length() == 4) {
+            ZV_LOG(WARNING) << " Start code screen fail, code server IP: " << server.ip << ", port: " << server.port
                             << ", code: " << code.toStdString();
-            TipWindows::getInstance()->setDisplayText(
-                ErrorLevelRisk, ConnectPage::passcodeServerMissingText(),
-                TipWindowPlain, m_parentWindow, kTipTopOffset);
+            showPasscodeServerMissingTip(m_parentWindow);
             return;
         }
     }
@@ -237,16 +195,7 @@ bool ScreenPage::eventFilter(QObject* watched, QEvent* event) {
         if (event->type() == QEvent::Resize) placeIllustration();
         return false;
     }
-    QLineEdit* edit = ui->screenCodeEdit;
-    if (watched != edit) return false;
-    if (event->type() == QEvent::FocusIn) {
-        if (edit->text() == ConnectPage::placeholderText()) edit->clear();
-        showInputLook();
-        edit->setMaxLength(kFocusedMaxLength);
-    } else if (event->type() == QEvent::FocusOut) {
-        edit->setMaxLength(kUnfocusedMaxLength);
-        if (edit->text().isEmpty()) setConnectCode(QString());
-    }
+    if (watched == ui->screenCodeEdit) m_codeEntry->onFocusEvent(event);
     return false;
 }
 

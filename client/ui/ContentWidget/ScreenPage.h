@@ -11,6 +11,7 @@
 #include <QWidget>
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 #include "casting/SessionRecords.h"
@@ -28,6 +29,7 @@ class ScreenPage;
 
 namespace qorquicomponents {
 
+class CodeEntry;
 class SwitchButton;
 
 using CodeStatus = CodeState;
@@ -147,14 +149,13 @@ public slots:
 
 private:
     void startWindowScreen();
-    void showPlaceholderLook();
-    void showInputLook();
     void placeIllustration();
 
     Ui::ScreenPage* ui;
     QWidget* m_parentWindow;
     QLabel* m_illustrationLab;
     QTimer* m_animationTimer;
+    std::unique_ptr<CodeEntry> m_codeEntry;
     std::mutex m_codeMapMutex;
     QMap<QString, QString> m_codeMap;
     int m_screenMode = CopyScreenMode;
@@ -163,7 +164,6 @@ private:
     int m_selectWindowRequests = 0;
     WindowScreenInfo m_windowScreenInfo{};
     bool m_isWayland = false;
-    bool m_inTextChange = false;
     QString m_panelName;
 };
 

@@ -7,6 +7,8 @@
 #include <QString>
 #include <QWidget>
 
+#include <memory>
+
 class QLineEdit;
 class QPushButton;
 
@@ -15,6 +17,8 @@ class SharePage;
 }
 
 namespace qorquicomponents {
+
+class CodeEntry;
 
 class SharePage : public QWidget {
     Q_OBJECT
@@ -37,12 +41,9 @@ public slots:
     void onStartCodeReverseScreen();
 
 private:
-    void showPlaceholderLook();
-    void showInputLook();
-
     Ui::SharePage* ui;
     QWidget* m_parentWindow;
-    bool m_inTextChange = false;
+    std::unique_ptr<CodeEntry> m_codeEntry;
 };
 
 }  // namespace qorquicomponents

@@ -2,14 +2,22 @@
 // and hands out the pictures as QImage (Format_RGB32), plus optional sound
 // played on the panel's default output.
 //
-//   UDP: udpsrc ─▶ rtpbin (jitter buffer, NACK + RFC 4588 retransmission,
-//        key-frame requests) ─▶ rtph264depay ─▶ decoder ─▶ videoconvert ─▶ appsink
-//        RTCP: one socket both ways, feedback to the sender's RTCP port
-//   TCP: tcpserversrc ─▶ rtpstreamdepay ─▶ rtpjitterbuffer ─▶ …   (RFC 4571)
-//   SRT: srtsrc (listener, AES-128) ─▶ rtpjitterbuffer ─▶ …
-//   sound (own pipeline): … ─▶ rtpopusdepay ─▶ opusdec ─▶ the default output
+//   UDP: udpsrc ─▶ rtpbin (srtpdec, jitter buffer, NACK + RFC 4588
+//        retransmission, key-frame requests) ─▶ rtph264depay ─▶ decoder ─▶
+//        videoconvert ─▶ appsink
+//        RTCP: one socket both ways (srtpenc), feedback to the sender's RTCP port
+//   TCP: tcpserversrc ─▶ rtpstreamdepay ─▶ srtpdec ─▶ rtpjitterbuffer ─▶ …   (RFC 4571)
+//   SRT: srtsrc (listener, AES-256) ─▶ srtpdec ─▶ rtpjitterbuffer ─▶ …
+//   sound (own pipeline): … ─▶ srtpdec ─▶ rtpopusdepay ─▶ opusdec ─▶ the default output
 //        (PulseAudio, else ALSA, as autoaudiosink would pick; a fakesink when
 //        the panel has no sound device, said once in the log)
+//
+// Only the session's peer is listened to: UDP packets from any other address
+// are dropped at the socket's element, SRT callers from elsewhere refused,
+// and every packet must pass SRTP authentication (AES-256-GCM) with the
+// cast's key before rtpbin, a jitter buffer or a depayloader sees it; an
+// injected packet never reaches the decoder. Media that keep failing
+// authentication while none pass (a wrong key) end the cast with an error.
 //
 // The ports are chosen by start() when the config leaves them 0 and are
 // readable afterwards (ports()) for castAccepted. The video sink does not
@@ -26,6 +34,8 @@
 //                delivering them. It does not include the sender's capture
 //                and encoding or the LAN transit (see docs/performance.md
 //                for glass-to-glass figures).
+//   packetsRejected   packets that failed authentication (or were refused a key)
+//   packetsFromOthers UDP packets from other addresses, and refused SRT callers
 //   lossPercent  packets never recovered (lost after retransmission, or
 //                dropped as too late) over the packets expected, last second
 //
@@ -42,6 +52,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "media/MediaTypes.h"
 
@@ -55,7 +66,24 @@ struct ReceiverConfig {
     uint16_t rtcpPort = 0;       // UDP: our RTCP port; 0: any free port
     std::string senderHost;      // UDP: where RTCP feedback goes (the client's address)
     uint16_t senderRtcpPort = 0; // UDP: castRequest.rtcpPort; 0: no feedback (no retransmission)
-    std::string srtPassphrase;   // SRT: the castAccepted.srtKey (10 to 79 characters)
+    std::string srtPassphrase;   // SRT: derived by the session layer (10 to 79 characters)
+
+    // Media keys (set by the session layer from its TLS exporter), one per
+    // cast and direction, kMediaKeyBytes = 44 each (AES-256-GCM: 32 key + 12
+    // salt; media/SrtpKeying.h). receiveKey: checks and decrypts all the PC
+    // sends (video, retransmissions, sound, its RTCP reports; every
+    // transport) = the PC's sendKey. sendKey: our SRTCP feedback (UDP) = the
+    // PC's receiveKey. Empty keys make start() fail, unless allowPlain.
+    std::vector<uint8_t> receiveKey;
+    std::vector<uint8_t> sendKey;
+    // Takes plain RTP when both keys are empty. Only for callers that do not
+    // pass keys yet and for the benchmark's plain rows; it goes away once
+    // the session layer passes keys everywhere.
+    bool allowPlain = false;
+    // The session peer's IP address (the control connection's remote
+    // address; ::ffff:a.b.c.d is taken as a.b.c.d): media from anywhere else
+    // are dropped. Empty: senderHost. Both empty: start() fails, unless allowPlain.
+    std::string peerAddress;
     int latencyMs = 30;          // SRT latency and the jitter buffer's longest wait for a missing packet
                                  // (UDP with feedback: at least 100 ms, time for a retransmission; no
                                  // picture waits while packets arrive in order)
@@ -82,6 +110,9 @@ struct ReceiverStatistics {
     int height = 0;
     uint64_t audioBytes = 0;
     bool audioPlaying = false;          // sound arrives and goes to a real device
+    uint64_t packetsRejected = 0;       // failed authentication, video and sound
+    uint64_t packetsFromOthers = 0;     // not from the peer's address
+    bool encrypted = false;
 };
 
 struct ReceiverCallbacks {
