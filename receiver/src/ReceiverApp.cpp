@@ -23,7 +23,8 @@
 #include "discovery/PanelAnnouncer.h"
 #include "media/GstInit.h"
 #include "media/VideoView.h"
-#include "passcode/PasscodeClient.h"
+#include "passcode/PasscodePins.h"
+#include "passcode/PasscodeRegistration.h"
 #include "passcode/PasscodeService.h"
 #include "protocol/ProtocolConstants.h"
 #include "transport/TlsIdentity.h"
@@ -135,7 +136,7 @@ bool ReceiverApp::start(QString* error) {
     m_cast = new CastService(castSettings, m_service);
     startCasting();
 
-    if (!startPasscodes(error)) return false;
+    if (!startPasscodes(*identity, identityFolder, error)) return false;
     if (m_options.discovery) startDiscovery();
     if (!m_options.headless) showScreen();
     watchCommands();
@@ -149,6 +150,8 @@ bool ReceiverApp::start(QString* error) {
                           {QStringLiteral("key"), m_service->panelKey()},
                           {QStringLiteral("passcodeServicePort"),
                            m_passcodeService != nullptr ? m_passcodeService->port() : 0},
+                          {QStringLiteral("passcodeServiceKey"),
+                           m_passcodeService != nullptr ? m_passcodeService->keyId() : QString()},
                           {QStringLiteral("protocol"), zv::kProtocolVersion}});
     // After "ready", which must be the first status line.
     connect(m_codes, &CodeKeeper::passcodeChanged, this, [this](const QString& passcode) {
@@ -186,18 +189,28 @@ void ReceiverApp::startDiscovery() {
         });
 }
 
-bool ReceiverApp::startPasscodes(QString* error) {
+bool ReceiverApp::startPasscodes(const zv::TlsIdentity& identity, const QString& configFolder, QString* error) {
     QString serviceHost = m_options.passcodeServerHost;
     quint16 servicePort = m_options.passcodeServerPort;
+    QString serviceKey = m_options.passcodeServerKey;
     if (m_options.passcodeServicePort >= 0) {
-        m_passcodeService = new zv::PasscodeService(this);
+        QString identityError;
+        const std::optional<zv::TlsIdentity> serviceIdentity = zv::loadOrCreateTlsIdentity(
+            configFolder + QStringLiteral("/passcode-service"), QString(), zv::kPasscodeServiceIdentity, &identityError);
+        if (!serviceIdentity) {
+            *error = QStringLiteral("passcode service: no TLS identity: ") + identityError;
+            return false;
+        }
+        m_passcodeService = new zv::PasscodeService(serviceIdentity->privateKey, serviceIdentity->certificate, this);
         if (!m_passcodeService->listen(QHostAddress::AnyIPv4, static_cast<quint16>(m_options.passcodeServicePort))) {
             *error = QStringLiteral("passcode service: ") + m_passcodeService->errorString();
             return false;
         }
         if (serviceHost.isEmpty()) {
+            // Our own service: its key is known, nothing to learn.
             serviceHost = QStringLiteral("127.0.0.1");
             servicePort = m_passcodeService->port();
+            serviceKey = m_passcodeService->keyId();
         }
     }
     if (serviceHost.isEmpty()) return true;
@@ -205,18 +218,26 @@ bool ReceiverApp::startPasscodes(QString* error) {
     zv::PasscodeRegistration::Settings settings;
     settings.serviceHost = serviceHost;
     settings.servicePort = servicePort;
+    settings.serviceKey = serviceKey;
+    settings.pinsPath = configFolder + QLatin1Char('/') + QLatin1String(zv::kPasscodePinsFileName);
     settings.address = m_address;
     settings.port = m_service->port();
     settings.name = m_options.name;
+    settings.panelKey = identity.privateKey;
+    settings.panelCertificate = identity.certificate;
     m_passcodeRegistration = new zv::PasscodeRegistration(settings, this);
     connect(m_passcodeRegistration, &zv::PasscodeRegistration::passcodeChanged, m_codes, &CodeKeeper::setPasscode);
+    connect(m_codes, &CodeKeeper::passcodeRotationWanted, m_passcodeRegistration, &zv::PasscodeRegistration::rotate);
     connect(m_passcodeRegistration, &zv::PasscodeRegistration::registeredChanged, this, [this](bool registered) {
         StatusPrinter::print(QStringLiteral("passcode-registration"),
                              {{QStringLiteral("registered"), registered},
-                              {QStringLiteral("passcode"), m_passcodeRegistration->passcode()}});
+                              {QStringLiteral("passcode"), m_passcodeRegistration->passcode()},
+                              {QStringLiteral("serviceKey"), m_passcodeRegistration->serviceKey()}});
+    });
+    connect(m_passcodeRegistration, &zv::PasscodeRegistration::refused, this, [](const QString& reason) {
+        StatusPrinter::print(QStringLiteral("passcode-refused"), {{QStringLiteral("reason"), reason}});
     });
     m_passcodeRegistration->start();
-    m_codes->setPasscode(m_passcodeRegistration->passcode());
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include "passcode/PasscodeClient.h"
 #include "protocol/ConnectCode.h"
 #include "protocol/ProtocolConstants.h"
+#include "security/KeyId.h"
 
 namespace zv {
 
@@ -50,14 +51,24 @@ QList<quint32> localIpv4Addresses() {
     return out + loopback;
 }
 
+// The form of a key id the session's check compares with the panel
+// certificate (TlsIdentity's panelKeyOf: the first 16 hex digits of the
+// same SHA-256), so the log-in refuses any other panel.
+QString sessionKeyOf(const QString& keyId) {
+    return QString::fromLatin1(keyHashOfKeyId(keyId).toHex().left(16));
+}
+
 }  // namespace
 
 CodeResolver::CodeResolver(DiscoveryLookup lookup, QObject* parent)
     : QObject(parent), m_lookup(std::move(lookup)), m_passcodes(new PasscodeClient(this)) {
-    connect(m_passcodes, &PasscodeClient::resolved, this, [this](const QString& address, quint16 port, const QString& name) {
-        ZV_LOG(INFO) << " passcode leads to \"" << name.toStdString() << "\" at " << address.toStdString() << ":" << port;
-        finish({PanelAddress{address, port, QString()}, 0, QString()});
-    });
+    connect(m_passcodes, &PasscodeClient::resolved, this,
+            [this](const QString& address, quint16 port, const QString& name, const QString& panelKey) {
+                ZV_LOG(INFO) << " passcode leads to \"" << name.toStdString() << "\" at " << address.toStdString()
+                             << ":" << port << ", panel key " << shortKeyId(panelKey).toStdString();
+                // Only the panel that registered the passcode may answer the log-in.
+                finish({PanelAddress{address, port, sessionKeyOf(panelKey), panelKey}, 0, QString()});
+            });
     connect(m_passcodes, &PasscodeClient::failed, this, [this](PasscodeClient::Failure reason, const QString& detail) {
         switch (reason) {
             case PasscodeClient::Failure::Unknown:
@@ -69,6 +80,7 @@ CodeResolver::CodeResolver(DiscoveryLookup lookup, QObject* parent)
                 break;
             case PasscodeClient::Failure::Unreachable:
             case PasscodeClient::Failure::Timeout:
+            case PasscodeClient::Failure::ServiceKeyChanged:
                 finish({std::nullopt, zv_error::PASSCODE_SERVER_UNREACHABLE,
                         QStringLiteral("passcode service: ") + detail});
                 break;
@@ -88,7 +100,7 @@ void CodeResolver::resolve(const LoginTarget& target, Done done) {
             return;
         }
         const quint16 port = target.port != 0 ? target.port : kDefaultControlPort;
-        finish({PanelAddress{target.address, port, target.key}, 0, QString()});
+        finish({PanelAddress{target.address, port, target.key, QString()}, 0, QString()});
         return;
     }
     const QString code = code::normalize(target.code);
@@ -118,7 +130,7 @@ bool CodeResolver::tryDiscovery(const QString& code) {
     ZV_LOG(INFO) << " code found by discovery: \"" << found->szDeviceName << "\" at " << found->szDetail;
     finish({PanelAddress{QString::fromUtf8(found->szDetail),
                          static_cast<quint16>(found->nValue > 0 ? found->nValue : kDefaultControlPort),
-                         QString::fromUtf8(found->szDeviceKey)},
+                         QString::fromUtf8(found->szDeviceKey), QString()},
             0, QString()});
     return true;
 }
@@ -130,7 +142,7 @@ void CodeResolver::resolveCode(const QString& code) {
         for (const quint32 candidate : candidates) {
             const QHostAddress address(candidate);
             if (!plausiblePanelAddress(address)) continue;
-            finish({PanelAddress{address.toString(), kDefaultControlPort, QString()}, 0, QString()});
+            finish({PanelAddress{address.toString(), kDefaultControlPort, QString(), QString()}, 0, QString()});
             return;
         }
         finish({std::nullopt, zv_error::WRONG_CODE,

@@ -32,7 +32,11 @@ struct LoginTarget {
 struct PanelAddress {
     QString address;
     quint16 port = 0;
-    QString expectedKey;  // empty: not known in advance
+    QString expectedKey;  // empty: not known in advance; else the log-in refuses a panel with another key
+    // The full key id (security/KeyId.h) when the panel key is known that
+    // way (a passcode: the key that registered it); expectedKey then holds
+    // the same key as the session compares it.
+    QString keyId;
 };
 
 struct ResolveOutcome {
