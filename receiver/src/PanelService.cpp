@@ -41,6 +41,7 @@ PanelService::PanelService(Settings settings, const QSslKey& key, const QSslCert
         const auto it = m_sessions.find(id);
         if (it != m_sessions.end() && it->channel != nullptr) it->channel->close(QStringLiteral("protocol error: second hello"));
     });
+    m_server->setWaitingCaps(m_settings.maxWaitingPerSource, m_settings.maxWaiting);
     connect(m_server, &zv::TlsServer::newChannel, this, &PanelService::onNewChannel);
     connect(m_server, &zv::TlsServer::handshakeFailed, this, [this](const QString& peer, const QString& reason) {
         emit helloRefused(peer, QStringLiteral("tls: ") + reason);
@@ -159,6 +160,11 @@ void PanelService::onHello(zv::MessageChannel* channel, const zv::wire::Hello& h
                QStringLiteral("this panel takes %1 clients at once").arg(m_settings.maxClients));
         return;
     }
+    if (sessionsFrom(source) >= m_settings.maxSessionsPerSource) {
+        refuse(channel, zv::wire::Refused::TOO_MANY_CLIENTS,
+               QStringLiteral("this panel takes %1 sessions from one address").arg(m_settings.maxSessionsPerSource));
+        return;
+    }
 
     Session session;
     session.info.id = m_nextId++;
@@ -231,6 +237,7 @@ void PanelService::attach(Session& session, zv::MessageChannel* channel) {
     }
     disconnect(channel, nullptr, this, nullptr);
     disconnect(channel, &zv::MessageChannel::closed, channel, nullptr);
+    m_server->settled(channel);  // in a session now: no longer counts as waiting
     session.channel = channel;
     const qint64 id = session.info.id;
     connect(channel, &zv::MessageChannel::messageReceived, this,
@@ -268,6 +275,12 @@ void PanelService::sweepAway() {
     for (auto it = m_removedTokens.begin(); it != m_removedTokens.end();) {
         it = it->elapsed() >= kResumeWindowMs ? m_removedTokens.erase(it) : std::next(it);
     }
+}
+
+int PanelService::sessionsFrom(const QString& source) const {
+    int count = 0;
+    for (const Session& session : m_sessions) count += session.info.address == source ? 1 : 0;
+    return count;
 }
 
 zv::Dispatch PanelService::handle(qint64 id, const zv::wire::Envelope& envelope) {

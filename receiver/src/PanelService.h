@@ -42,6 +42,12 @@ public:
         QHostAddress listenAddress = QHostAddress::AnyIPv4;
         quint16 port = 47800;
         int maxClients = 4;
+        // Flood limits: sessions (kept ones included) from one address, and
+        // connections not yet in a session (TLS handshake, hello) from one
+        // address and in all; beyond those a new connection is closed at once.
+        int maxSessionsPerSource = 2;
+        int maxWaitingPerSource = 4;
+        int maxWaiting = 32;
         bool requireCode = false;
         int protocolMajor = -1;  // -1: this build's (tests pretend to be other versions)
         int protocolMinor = -1;  // -1: this build's
@@ -101,6 +107,7 @@ private:
     void onReport(qint64 id, const zv::wire::Report& report);
     void endSession(qint64 id, const QString& reason, bool byeToClient);
     void sweepAway();
+    int sessionsFrom(const QString& source) const;
     zv::wire::Envelope welcomeFor(const Session& session, zv::MessageChannel* channel, bool resumed) const;
 
     Settings m_settings;

@@ -1,5 +1,6 @@
 #include "transport/MessageChannel.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <QPointer>
@@ -126,31 +127,84 @@ void MessageChannel::onHeartbeatTick() {
 }
 
 void MessageChannel::onReadyRead() {
-    const QByteArray data = m_socket->readAll();
-    if (m_state != State::Open || data.isEmpty()) return;  // closing: drained and ignored
-    processIncoming(data);
+    if (m_state != State::Open) {
+        m_socket->readAll();  // closing: drained and ignored
+        return;
+    }
+    if (!m_drainScheduled) drain();
 }
 
-void MessageChannel::processIncoming(const QByteArray& data) {
-    QPointer<MessageChannel> self(this);
+void MessageChannel::scheduleDrain() {
+    if (m_drainScheduled) return;
+    m_drainScheduled = true;
+    QMetaObject::invokeMethod(this, &MessageChannel::drain, Qt::QueuedConnection);
+}
+
+// One turn's share: read a bounded slice, hand out a bounded number of
+// messages, and come back in the next turn while anything is left.
+void MessageChannel::drain() {
+    m_drainScheduled = false;
+    if (m_state != State::Open) return;
+    if (m_pending.empty() && !m_peerGone && m_socket->bytesAvailable() > 0) {
+        const QByteArray data = m_socket->read(kMaxReadBytesPerTurn);
+        if (!noteHeard()) return;
+        decode(data);
+    }
+    if (!deliverPending(kMaxMessagesPerTurn)) return;
+    if (!m_pending.empty() || (!m_peerGone && m_socket->bytesAvailable() > 0)) {
+        scheduleDrain();
+        return;
+    }
+    if (m_decoder.hasError()) {
+        failProtocol(m_decoder.errorString());
+        return;
+    }
+    if (m_peerGone) peerClosed();
+}
+
+void MessageChannel::decode(const QByteArray& data) {
+    for (wire::Envelope& envelope : m_decoder.feed(data)) m_pending.push_back(std::move(envelope));
+}
+
+// Heartbeat bookkeeping for data that arrived; false when a handler of
+// alive() closed or deleted the channel.
+bool MessageChannel::noteHeard() {
     m_heardSinceTick = true;
     const bool wasMissing = m_missed >= 2;
     m_missed = 0;
-    if (wasMissing) {
-        emit alive();
-        if (!self || m_state != State::Open) return;
-    }
+    if (!wasMissing) return true;
+    QPointer<MessageChannel> self(this);
+    emit alive();
+    return self && m_state == State::Open;
+}
 
-    const std::vector<wire::Envelope> envelopes = m_decoder.feed(data);
-    for (const wire::Envelope& envelope : envelopes) {
+// False when the channel was closed (flooding, or by a handler) or deleted.
+bool MessageChannel::deliverPending(int budget) {
+    QPointer<MessageChannel> self(this);
+    for (; budget > 0 && !m_pending.empty(); --budget) {
+        const wire::Envelope envelope = std::move(m_pending.front());
+        m_pending.pop_front();
+        if (!countMessage()) return false;
         if (envelope.has_heartbeat()) {
             emit heartbeatReceived(envelope.heartbeat().seq());
         } else {
             emit messageReceived(envelope);
         }
-        if (!self || m_state != State::Open) return;
+        if (!self || m_state != State::Open) return false;
     }
-    if (m_decoder.hasError()) failProtocol(m_decoder.errorString());
+    return true;
+}
+
+bool MessageChannel::countMessage() {
+    if (m_maxMessagesPerSecond <= 0) return true;
+    if (!m_rateWindow.isValid() || m_rateWindow.elapsed() >= 1000) {
+        m_rateWindow.start();
+        m_messagesInWindow = 0;
+    }
+    if (++m_messagesInWindow <= m_maxMessagesPerSecond) return true;
+    m_pending.clear();
+    failProtocol(QStringLiteral("flooding: more than %1 messages in a second").arg(m_maxMessagesPerSecond));
+    return false;
 }
 
 void MessageChannel::onDisconnected() {
@@ -158,11 +212,19 @@ void MessageChannel::onDisconnected() {
         finish(m_closeReason);
         return;
     }
-    if (m_state != State::Open) return;
-    // A peer may send its last message and close at once: take it first.
-    QPointer<MessageChannel> self(this);
-    if (m_socket->bytesAvailable() > 0) processIncoming(m_socket->readAll());
-    if (!self || m_state != State::Open) return;
+    if (m_state != State::Open || m_peerGone) return;
+    m_peerGone = true;
+    // A peer may send its last messages and close at once: they are taken
+    // now and handed out before closed.
+    if (m_socket->bytesAvailable() > 0) {
+        const QByteArray data = m_socket->readAll();
+        if (!noteHeard()) return;
+        decode(data);
+    }
+    if (!m_drainScheduled) drain();
+}
+
+void MessageChannel::peerClosed() {
     QString reason = QStringLiteral("peer closed the connection");
     if (m_decoder.pendingBytes() > 0)
         reason += QStringLiteral(" (inside a frame, %1 bytes pending)").arg(m_decoder.pendingBytes());
@@ -266,9 +328,41 @@ MessageChannel* MessageChannel::connectTlsBlocking(const QString& host, quint16 
 TlsServer::TlsServer(const QSslKey& key, const QSslCertificate& certificate, QObject* parent)
     : QTcpServer(parent), m_key(key), m_certificate(certificate) {}
 
+namespace {
+
+// The peer of an accepted descriptor as one key per host (an IPv4 peer on a
+// dual-stack socket counts as its IPv4 address).
+QString sourceOf(qintptr socketDescriptor) {
+    sockaddr_storage storage{};
+    socklen_t length = sizeof storage;
+    if (::getpeername(int(socketDescriptor), reinterpret_cast<sockaddr*>(&storage), &length) != 0) return QString();
+    QHostAddress address(reinterpret_cast<const sockaddr*>(&storage));
+    bool mapped = false;
+    const quint32 ipv4 = address.toIPv4Address(&mapped);
+    if (mapped) address = QHostAddress(ipv4);
+    return address.toString();
+}
+
+}  // namespace
+
+int TlsServer::waitingFrom(const QHostAddress& address) const {
+    bool mapped = false;
+    const quint32 ipv4 = address.toIPv4Address(&mapped);
+    return m_waitingBySource.value(mapped ? QHostAddress(ipv4).toString() : address.toString());
+}
+
 void TlsServer::incomingConnection(qintptr socketDescriptor) {
-    if (m_pendingHandshakes >= kMaxPendingHandshakes) {
-        ZV_LOG(WARNING) << " " << m_pendingHandshakes << " TLS handshakes unfinished; refusing another connection";
+    const QString source = sourceOf(socketDescriptor);
+    const int fromSource = m_waitingBySource.value(source);
+    if (m_waitingTotal >= m_maxWaiting || fromSource >= m_maxWaitingPerSource) {
+        ++m_turnedAway;
+        // A flood must not flood the log too: one line a second at most.
+        if (!m_lastTurnAwayLog.isValid() || m_lastTurnAwayLog.elapsed() >= 1000) {
+            m_lastTurnAwayLog.start();
+            ZV_LOG(WARNING) << " closing a connection from " << source.toStdString() << " at once: " << fromSource
+                            << " from there and " << m_waitingTotal << " in all wait for their session ("
+                            << m_turnedAway << " turned away so far)";
+        }
         ::close(int(socketDescriptor));
         return;
     }
@@ -285,36 +379,62 @@ void TlsServer::incomingConnection(qintptr socketDescriptor) {
     auto* timer = new QTimer(socket);
     timer->setSingleShot(true);
     ++m_pendingHandshakes;
+    ++m_waitingTotal;
+    ++m_waitingBySource[source];
 
     // Each path cuts the socket's and timer's connections to this server
     // first, so only one of them ever runs.
-    connect(socket, &QSslSocket::encrypted, this, [this, socket, timer] { acceptHandshake(socket, timer); });
-    connect(socket, &QAbstractSocket::errorOccurred, this,
-            [this, socket, timer, peer] { dropHandshake(socket, timer, peer, socket->errorString()); });
-    connect(timer, &QTimer::timeout, this, [this, socket, timer, peer] {
-        dropHandshake(socket, timer, peer, QStringLiteral("no handshake within %1 ms").arg(m_handshakeTimeoutMs));
+    connect(socket, &QSslSocket::encrypted, this,
+            [this, socket, timer, source] { acceptHandshake(socket, timer, source); });
+    connect(socket, &QAbstractSocket::errorOccurred, this, [this, socket, timer, peer, source] {
+        dropHandshake(socket, timer, peer, source, socket->errorString());
+    });
+    connect(timer, &QTimer::timeout, this, [this, socket, timer, peer, source] {
+        dropHandshake(socket, timer, peer, source,
+                      QStringLiteral("no handshake within %1 ms").arg(m_handshakeTimeoutMs));
     });
     timer->start(m_handshakeTimeoutMs);
     socket->startServerEncryption();
 }
 
-void TlsServer::acceptHandshake(QSslSocket* socket, QTimer* timer) {
+void TlsServer::acceptHandshake(QSslSocket* socket, QTimer* timer, const QString& source) {
     --m_pendingHandshakes;
     socket->disconnect(this);
     delete timer;
     auto* channel = new MessageChannel(socket, this);
+    m_waitingChannels.insert(channel, source);
+    connect(channel, &MessageChannel::closed, this, [this, channel] { stopWaiting(channel); });
+    connect(channel, &QObject::destroyed, this, [this](QObject* gone) { stopWaiting(gone); });
     ZV_VLOG(1) << " TLS session with " << channel->peerName().toStdString();
     emit newChannel(channel);
 }
 
-void TlsServer::dropHandshake(QSslSocket* socket, QTimer* timer, const QString& peer, const QString& reason) {
+void TlsServer::dropHandshake(QSslSocket* socket, QTimer* timer, const QString& peer, const QString& source,
+                              const QString& reason) {
     --m_pendingHandshakes;
+    stopWaiting(source);
     timer->disconnect(this);
     socket->disconnect(this);
     socket->abort();
     socket->deleteLater();
     ZV_LOG(WARNING) << " TLS handshake with " << peer.toStdString() << " failed: " << reason.toStdString();
     emit handshakeFailed(peer, reason);
+}
+
+void TlsServer::settled(MessageChannel* channel) { stopWaiting(static_cast<QObject*>(channel)); }
+
+void TlsServer::stopWaiting(QObject* channel) {
+    const auto it = m_waitingChannels.find(channel);
+    if (it == m_waitingChannels.end()) return;
+    const QString source = it.value();
+    m_waitingChannels.erase(it);
+    stopWaiting(source);
+}
+
+void TlsServer::stopWaiting(const QString& source) {
+    --m_waitingTotal;
+    const auto it = m_waitingBySource.find(source);
+    if (it != m_waitingBySource.end() && --it.value() <= 0) m_waitingBySource.erase(it);
 }
 
 }  // namespace zv

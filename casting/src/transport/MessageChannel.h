@@ -8,6 +8,7 @@
 // its channel.
 #pragma once
 
+#include <QHash>
 #include <QHostAddress>
 #include <QObject>
 #include <QSslCertificate>
@@ -15,6 +16,9 @@
 #include <QString>
 #include <QTcpServer>
 
+#include <QElapsedTimer>
+
+#include <deque>
 #include <functional>
 
 #include "protocol/WireCodec.h"
@@ -69,6 +73,16 @@ public:
     QTcpSocket* socket() const { return m_socket; }
 
     static constexpr int kCloseFlushMs = 3000;
+    // Work per event-loop turn: at most this many bytes are read and this
+    // many messages handed out before the channel yields to other events
+    // (it carries on in the next turn), so one busy peer cannot starve the
+    // thread it shares with others and with the screen.
+    static constexpr qint64 kMaxReadBytesPerTurn = 64 * 1024;
+    static constexpr int kMaxMessagesPerTurn = 32;
+    // A peer that sends more messages than this within one second
+    // (heartbeats and pointer updates included) is closed as flooding.
+    static constexpr int kDefaultMaxMessagesPerSecond = 400;
+    void setMaxMessagesPerSecond(int limit) { m_maxMessagesPerSecond = limit; }
 
     // Opens a TLS 1.3 connection to host:port. Certificates are not verified
     // (the caller pins the panel key from peerCertificate()). done runs once,
@@ -96,11 +110,17 @@ private:
     enum class State { Open = 1, Closing, Closed };
 
     void onReadyRead();
+    void drain();
+    void scheduleDrain();
+    bool countMessage();
     void onDisconnected();
     void onSocketError();
     void onHeartbeatTick();
     void onCloseTimeout();
-    void processIncoming(const QByteArray& data);
+    void decode(const QByteArray& data);
+    bool noteHeard();
+    bool deliverPending(int budget);
+    void peerClosed();
     void failProtocol(const QString& reason);
     void finish(const QString& reason);
 
@@ -108,6 +128,12 @@ private:
     QTimer* m_heartbeatTimer;
     QTimer* m_closeTimer;
     FrameDecoder m_decoder;
+    std::deque<wire::Envelope> m_pending;  // decoded, not yet handed out
+    bool m_drainScheduled = false;
+    bool m_peerGone = false;  // the peer closed; what it sent before is still handed out
+    int m_maxMessagesPerSecond = kDefaultMaxMessagesPerSecond;
+    QElapsedTimer m_rateWindow;
+    int m_messagesInWindow = 0;
     State m_state = State::Open;
     QString m_closeReason;
     QHostAddress m_peerAddress;
@@ -123,6 +149,12 @@ private:
 // newChannel (parented to the server; take it over with setParent or
 // delete it); failed or slow handshakes are logged, reported by
 // handshakeFailed and dropped.
+//
+// A connection waits from its accept until the owner calls settled() for its
+// channel (the panel: when the session begins); one that closes or is
+// destroyed before stops waiting by itself. Beyond maxWaitingPerSource
+// waiting connections from one address, or maxWaiting in all, new
+// connections are closed at once, before any TLS work.
 class TlsServer : public QTcpServer {
     Q_OBJECT
 public:
@@ -132,8 +164,18 @@ public:
     int pendingHandshakes() const { return m_pendingHandshakes; }
 
     static constexpr int kDefaultHandshakeTimeoutMs = 5000;
-    // Connections beyond this many unfinished handshakes are closed at once.
-    static constexpr int kMaxPendingHandshakes = 64;
+    static constexpr int kDefaultMaxWaitingPerSource = 4;
+    static constexpr int kDefaultMaxWaiting = 32;
+    void setWaitingCaps(int perSource, int total) {
+        m_maxWaitingPerSource = perSource;
+        m_maxWaiting = total;
+    }
+    void settled(MessageChannel* channel);
+    // Connections waiting now (handshaking or not yet settled).
+    int waiting() const { return m_waitingTotal; }
+    int waitingFrom(const QHostAddress& address) const;
+    // Connections closed at once by the caps so far.
+    quint64 turnedAway() const { return m_turnedAway; }
 
 signals:
     void newChannel(zv::MessageChannel* channel);
@@ -143,13 +185,23 @@ protected:
     void incomingConnection(qintptr socketDescriptor) override;
 
 private:
-    void acceptHandshake(QSslSocket* socket, QTimer* timer);
-    void dropHandshake(QSslSocket* socket, QTimer* timer, const QString& peer, const QString& reason);
+    void acceptHandshake(QSslSocket* socket, QTimer* timer, const QString& source);
+    void dropHandshake(QSslSocket* socket, QTimer* timer, const QString& peer, const QString& source,
+                       const QString& reason);
+    void stopWaiting(const QString& source);
+    void stopWaiting(QObject* channel);
 
     QSslKey m_key;
     QSslCertificate m_certificate;
     int m_handshakeTimeoutMs = kDefaultHandshakeTimeoutMs;
     int m_pendingHandshakes = 0;
+    int m_maxWaitingPerSource = kDefaultMaxWaitingPerSource;
+    int m_maxWaiting = kDefaultMaxWaiting;
+    int m_waitingTotal = 0;
+    QHash<QString, int> m_waitingBySource;
+    QHash<QObject*, QString> m_waitingChannels;  // accepted, not yet settled -> source
+    quint64 m_turnedAway = 0;
+    QElapsedTimer m_lastTurnAwayLog;
 };
 
 }  // namespace zv
