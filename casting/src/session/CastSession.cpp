@@ -90,6 +90,7 @@ void CastSession::ask(const CastOptions& options, RequestDone done) {
     m_done = std::move(done);
     m_state = State::Asking;
     m_controlGranted = false;
+    m_controlRequested = false;
 
     m_sender = std::make_unique<media::SenderPipeline>();
     m_sender->setErrorCallback([this](const std::string& error) {
@@ -164,6 +165,11 @@ void CastSession::onStats(const wire::CastStats& stats) {
 }
 
 void CastSession::onControlState(const wire::CastControlState& control) {
+    // Touches drive this PC's mouse: only its own user may switch that on.
+    if (control.on() && !m_controlRequested) {
+        ZV_LOG(WARNING) << " the panel grants touch control nobody here asked for; ignored";
+        return;
+    }
     m_controlGranted = control.on();
     m_raise(NOTIFY_REVERSE_CONTROL_ANSWER, [&](tagNotifyExceptionParams_& p) {
         p.nResult = control.on() ? 1 : 0;
@@ -315,6 +321,7 @@ bool CastSession::setControl(bool on) {
     wire::CastControl control;
     control.set_on(on);
     send(control);
+    m_controlRequested = on;
     if (!on) m_controlGranted = false;
     return true;
 }
@@ -353,6 +360,7 @@ void CastSession::teardown() {
     m_sender.reset();
     m_state = State::Idle;
     m_controlGranted = false;
+    m_controlRequested = false;
 }
 
 }  // namespace zv
