@@ -57,7 +57,7 @@ PanelService::~PanelService() {
             zv::wire::Bye bye;
             bye.set_reason("panelShutdown");
             session.channel->send(zv::wrap(bye));
-            session.channel->socket()->flush();
+            session.channel->flush();
         }
     }
 }
@@ -214,7 +214,7 @@ zv::wire::Envelope PanelService::welcomeFor(const Session& session, zv::MessageC
     panel.set_model(m_settings.model.toStdString());
     panel.set_name(m_settings.name.toStdString());
     panel.set_key(m_panelKey.toStdString());
-    panel.set_address(channel->socket()->localAddress().toString().toStdString());
+    panel.set_address(channel->localAddress().toString().toStdString());
     panel.set_port(port());
     panel.set_width(m_settings.screenWidth);
     panel.set_height(m_settings.screenHeight);
@@ -311,6 +311,12 @@ bool PanelService::sendToClient(qint64 id, const zv::wire::Envelope& envelope) {
 QHostAddress PanelService::clientAddress(qint64 id) const {
     const auto it = m_sessions.constFind(id);
     return it != m_sessions.constEnd() ? QHostAddress(it->info.address) : QHostAddress();
+}
+
+zv::keys::Exporter PanelService::exporter(qint64 id) const {
+    const auto it = m_sessions.constFind(id);
+    if (it != m_sessions.constEnd() && it->channel != nullptr) return it->channel->exporter();
+    return [](const QByteArray&, const QByteArray&, int) { return QByteArray(); };
 }
 
 bool PanelService::removeClient(qint64 id) {

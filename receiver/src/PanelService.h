@@ -14,6 +14,7 @@
 #include <QTimer>
 
 #include "protocol/MessageDispatcher.h"
+#include "security/KeySchedule.h"
 #include "transport/RateLimiter.h"
 
 namespace zv {
@@ -82,6 +83,11 @@ public:
     zv::Dispatch handle(qint64 id, const zv::wire::Envelope& envelope);
     // The address a client's control connection comes from (for media).
     QHostAddress clientAddress(qint64 id) const;
+    // The TLS exporter of client id's current control connection (keys of
+    // media: security/KeySchedule.h). Bound to that connection: after the
+    // client resumes on a new one, ask again; without a link, and for a
+    // connection that has gone, it gives empty bytes.
+    zv::keys::Exporter exporter(qint64 id) const;
 
 signals:
     void clientJoined(const receiver::ClientInfo& client);
