@@ -240,8 +240,12 @@ void PanelService::attach(Session& session, zv::MessageChannel* channel) {
     m_server->settled(channel);  // in a session now: no longer counts as waiting
     session.channel = channel;
     const qint64 id = session.info.id;
-    connect(channel, &zv::MessageChannel::messageReceived, this,
-            [this, id](const zv::wire::Envelope& envelope) { handle(id, envelope); });
+    session.lastHeard.start();
+    connect(channel, &zv::MessageChannel::messageReceived, this, [this, id](const zv::wire::Envelope& envelope) {
+        heard(id);
+        handle(id, envelope);
+    });
+    connect(channel, &zv::MessageChannel::heartbeatReceived, this, [this, id] { heard(id); });
     connect(channel, &zv::MessageChannel::heartbeatMissed, this, [this, id, channel](int count) {
         if (count < kDropAfterMissedBeats) return;
         auto it = m_sessions.find(id);
@@ -277,6 +281,17 @@ void PanelService::sweepAway() {
     }
 }
 
+void PanelService::heard(qint64 id) {
+    const auto it = m_sessions.find(id);
+    if (it != m_sessions.end()) it->lastHeard.start();
+}
+
+qint64 PanelService::quietMs(qint64 id) const {
+    const auto it = m_sessions.constFind(id);
+    if (it == m_sessions.constEnd()) return -1;
+    return it->lastHeard.isValid() ? it->lastHeard.elapsed() : 0;
+}
+
 int PanelService::sessionsFrom(const QString& source) const {
     int count = 0;
     for (const Session& session : m_sessions) count += session.info.address == source ? 1 : 0;
@@ -310,7 +325,9 @@ bool PanelService::sendToClient(qint64 id, const zv::wire::Envelope& envelope) {
 
 QHostAddress PanelService::clientAddress(qint64 id) const {
     const auto it = m_sessions.constFind(id);
-    return it != m_sessions.constEnd() ? QHostAddress(it->info.address) : QHostAddress();
+    if (it == m_sessions.constEnd()) return QHostAddress();
+    // The current connection's peer: a resumed session may come from elsewhere.
+    return it->channel != nullptr ? it->channel->peerAddress() : QHostAddress(it->info.address);
 }
 
 zv::keys::Exporter PanelService::exporter(qint64 id) const {

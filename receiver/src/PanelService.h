@@ -83,6 +83,9 @@ public:
     zv::Dispatch handle(qint64 id, const zv::wire::Envelope& envelope);
     // The address a client's control connection comes from (for media).
     QHostAddress clientAddress(qint64 id) const;
+    // How long nothing (not even a heartbeat) came from the client: since
+    // the last data on its link, also while it is away; -1 without session.
+    qint64 quietMs(qint64 id) const;
     // The TLS exporter of client id's current control connection (keys of
     // media: security/KeySchedule.h). Bound to that connection: after the
     // client resumes on a new one, ask again; without a link, and for a
@@ -102,6 +105,7 @@ private:
         zv::MessageChannel* channel = nullptr;  // null while the client is away
         QString resumeToken;
         QElapsedTimer awaySince;
+        QElapsedTimer lastHeard;
     };
 
     void onNewChannel(zv::MessageChannel* channel);
@@ -114,6 +118,7 @@ private:
     void endSession(qint64 id, const QString& reason, bool byeToClient);
     void sweepAway();
     int sessionsFrom(const QString& source) const;
+    void heard(qint64 id);
     zv::wire::Envelope welcomeFor(const Session& session, zv::MessageChannel* channel, bool resumed) const;
 
     Settings m_settings;
