@@ -41,6 +41,7 @@ PanelService::PanelService(Settings settings, const QSslKey& key, const QSslCert
         const auto it = m_sessions.find(id);
         if (it != m_sessions.end() && it->channel != nullptr) it->channel->close(QStringLiteral("protocol error: second hello"));
     });
+    m_server->setWaitingCaps(m_settings.maxWaitingPerSource, m_settings.maxWaiting);
     connect(m_server, &zv::TlsServer::newChannel, this, &PanelService::onNewChannel);
     connect(m_server, &zv::TlsServer::handshakeFailed, this, [this](const QString& peer, const QString& reason) {
         emit helloRefused(peer, QStringLiteral("tls: ") + reason);
@@ -56,7 +57,7 @@ PanelService::~PanelService() {
             zv::wire::Bye bye;
             bye.set_reason("panelShutdown");
             session.channel->send(zv::wrap(bye));
-            session.channel->socket()->flush();
+            session.channel->flush();
         }
     }
 }
@@ -159,6 +160,11 @@ void PanelService::onHello(zv::MessageChannel* channel, const zv::wire::Hello& h
                QStringLiteral("this panel takes %1 clients at once").arg(m_settings.maxClients));
         return;
     }
+    if (sessionsFrom(source) >= m_settings.maxSessionsPerSource) {
+        refuse(channel, zv::wire::Refused::TOO_MANY_CLIENTS,
+               QStringLiteral("this panel takes %1 sessions from one address").arg(m_settings.maxSessionsPerSource));
+        return;
+    }
 
     Session session;
     session.info.id = m_nextId++;
@@ -208,7 +214,7 @@ zv::wire::Envelope PanelService::welcomeFor(const Session& session, zv::MessageC
     panel.set_model(m_settings.model.toStdString());
     panel.set_name(m_settings.name.toStdString());
     panel.set_key(m_panelKey.toStdString());
-    panel.set_address(channel->socket()->localAddress().toString().toStdString());
+    panel.set_address(channel->localAddress().toString().toStdString());
     panel.set_port(port());
     panel.set_width(m_settings.screenWidth);
     panel.set_height(m_settings.screenHeight);
@@ -231,10 +237,15 @@ void PanelService::attach(Session& session, zv::MessageChannel* channel) {
     }
     disconnect(channel, nullptr, this, nullptr);
     disconnect(channel, &zv::MessageChannel::closed, channel, nullptr);
+    m_server->settled(channel);  // in a session now: no longer counts as waiting
     session.channel = channel;
     const qint64 id = session.info.id;
-    connect(channel, &zv::MessageChannel::messageReceived, this,
-            [this, id](const zv::wire::Envelope& envelope) { handle(id, envelope); });
+    session.lastHeard.start();
+    connect(channel, &zv::MessageChannel::messageReceived, this, [this, id](const zv::wire::Envelope& envelope) {
+        heard(id);
+        handle(id, envelope);
+    });
+    connect(channel, &zv::MessageChannel::heartbeatReceived, this, [this, id] { heard(id); });
     connect(channel, &zv::MessageChannel::heartbeatMissed, this, [this, id, channel](int count) {
         if (count < kDropAfterMissedBeats) return;
         auto it = m_sessions.find(id);
@@ -270,6 +281,23 @@ void PanelService::sweepAway() {
     }
 }
 
+void PanelService::heard(qint64 id) {
+    const auto it = m_sessions.find(id);
+    if (it != m_sessions.end()) it->lastHeard.start();
+}
+
+qint64 PanelService::quietMs(qint64 id) const {
+    const auto it = m_sessions.constFind(id);
+    if (it == m_sessions.constEnd()) return -1;
+    return it->lastHeard.isValid() ? it->lastHeard.elapsed() : 0;
+}
+
+int PanelService::sessionsFrom(const QString& source) const {
+    int count = 0;
+    for (const Session& session : m_sessions) count += session.info.address == source ? 1 : 0;
+    return count;
+}
+
 zv::Dispatch PanelService::handle(qint64 id, const zv::wire::Envelope& envelope) {
     if (!m_sessions.contains(id)) {
         ZV_VLOG(1) << " dropping a " << zv::bodyName(envelope).toStdString() << " of client " << id
@@ -297,7 +325,15 @@ bool PanelService::sendToClient(qint64 id, const zv::wire::Envelope& envelope) {
 
 QHostAddress PanelService::clientAddress(qint64 id) const {
     const auto it = m_sessions.constFind(id);
-    return it != m_sessions.constEnd() ? QHostAddress(it->info.address) : QHostAddress();
+    if (it == m_sessions.constEnd()) return QHostAddress();
+    // The current connection's peer: a resumed session may come from elsewhere.
+    return it->channel != nullptr ? it->channel->peerAddress() : QHostAddress(it->info.address);
+}
+
+zv::keys::Exporter PanelService::exporter(qint64 id) const {
+    const auto it = m_sessions.constFind(id);
+    if (it != m_sessions.constEnd() && it->channel != nullptr) return it->channel->exporter();
+    return [](const QByteArray&, const QByteArray&, int) { return QByteArray(); };
 }
 
 bool PanelService::removeClient(qint64 id) {

@@ -14,6 +14,7 @@
 #include <QTimer>
 
 #include "protocol/MessageDispatcher.h"
+#include "security/KeySchedule.h"
 #include "transport/RateLimiter.h"
 
 namespace zv {
@@ -42,6 +43,12 @@ public:
         QHostAddress listenAddress = QHostAddress::AnyIPv4;
         quint16 port = 47800;
         int maxClients = 4;
+        // Flood limits: sessions (kept ones included) from one address, and
+        // connections not yet in a session (TLS handshake, hello) from one
+        // address and in all; beyond those a new connection is closed at once.
+        int maxSessionsPerSource = 2;
+        int maxWaitingPerSource = 4;
+        int maxWaiting = 32;
         bool requireCode = false;
         int protocolMajor = -1;  // -1: this build's (tests pretend to be other versions)
         int protocolMinor = -1;  // -1: this build's
@@ -76,6 +83,14 @@ public:
     zv::Dispatch handle(qint64 id, const zv::wire::Envelope& envelope);
     // The address a client's control connection comes from (for media).
     QHostAddress clientAddress(qint64 id) const;
+    // How long nothing (not even a heartbeat) came from the client: since
+    // the last data on its link, also while it is away; -1 without session.
+    qint64 quietMs(qint64 id) const;
+    // The TLS exporter of client id's current control connection (keys of
+    // media: security/KeySchedule.h). Bound to that connection: after the
+    // client resumes on a new one, ask again; without a link, and for a
+    // connection that has gone, it gives empty bytes.
+    zv::keys::Exporter exporter(qint64 id) const;
 
 signals:
     void clientJoined(const receiver::ClientInfo& client);
@@ -90,6 +105,7 @@ private:
         zv::MessageChannel* channel = nullptr;  // null while the client is away
         QString resumeToken;
         QElapsedTimer awaySince;
+        QElapsedTimer lastHeard;
     };
 
     void onNewChannel(zv::MessageChannel* channel);
@@ -101,6 +117,8 @@ private:
     void onReport(qint64 id, const zv::wire::Report& report);
     void endSession(qint64 id, const QString& reason, bool byeToClient);
     void sweepAway();
+    int sessionsFrom(const QString& source) const;
+    void heard(qint64 id);
     zv::wire::Envelope welcomeFor(const Session& session, zv::MessageChannel* channel, bool resumed) const;
 
     Settings m_settings;

@@ -258,6 +258,7 @@ void ReceiverApp::startCasting() {
     connect(m_cast, &CastService::castStarted, this, [this](const CastStatus& status) {
         StatusPrinter::print(QStringLiteral("cast-started"),
                              {{QStringLiteral("client"), status.client}, {QStringLiteral("transport"), status.transport}});
+        if (m_screen) m_screen->setNotice(QString());
         if (m_view) {
             m_view->clear();
             if (m_options.windowed) {
@@ -267,6 +268,20 @@ void ReceiverApp::startCasting() {
                 m_view->showFullScreen();
             }
             m_view->raise();
+        }
+    });
+    connect(m_cast, &CastService::castInterrupted, this, [this](qint64 client, int quietSeconds) {
+        QString host;
+        for (const ClientInfo& info : m_service->clients()) {
+            if (info.id == client) host = info.host;
+        }
+        StatusPrinter::print(QStringLiteral("cast-interrupted"), {{QStringLiteral("client"), client},
+                                                                  {QStringLiteral("host"), host},
+                                                                  {QStringLiteral("quietSeconds"), quietSeconds}});
+        if (m_screen) {
+            m_screen->setNotice(tr("The cast from %1 was interrupted: nothing arrived from it for %2 s.")
+                                    .arg(host.isEmpty() ? tr("a PC") : host)
+                                    .arg(quietSeconds));
         }
     });
     connect(m_cast, &CastService::castStopped, this, [this](qint64 client, const QString& reason) {

@@ -107,7 +107,7 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     accepted.set_video_port(5000);
     accepted.set_audio_port(5002);
     accepted.set_rtcp_port(5001);
-    accepted.set_srt_key("k3y");
+    accepted.set_cast_id(0xfedcba98);
     accepted.set_latency_ms(30);
     accepted.set_width(3840);
     accepted.set_height(2160);

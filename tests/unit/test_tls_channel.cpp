@@ -131,6 +131,16 @@ struct TlsFixture {
     quint16 port() const { return server->serverPort(); }
 };
 
+// The PC's identity every test client shows.
+const TlsCredentials& pcCredentials() {
+    static QTemporaryDir dir;
+    static const TlsCredentials credentials = [] {
+        const auto pc = loadOrCreateTlsIdentity(dir.path(), QStringLiteral("Test PC"), kPcIdentity);
+        return pc ? TlsCredentials::of(pc->privateKey, pc->certificate) : TlsCredentials{};
+    }();
+    return credentials;
+}
+
 struct ConnectOutcome {
     bool done = false;
     MessageChannel* channel = nullptr;
@@ -139,7 +149,7 @@ struct ConnectOutcome {
 
 std::shared_ptr<ConnectOutcome> startConnect(quint16 port, int timeoutMs, QObject* context) {
     auto outcome = std::make_shared<ConnectOutcome>();
-    MessageChannel::connectTls(QStringLiteral("127.0.0.1"), port, timeoutMs, context,
+    MessageChannel::connectTls(QStringLiteral("127.0.0.1"), port, timeoutMs, pcCredentials(), context,
                                [outcome](MessageChannel* c, const QString& e) {
                                    outcome->done = true;
                                    outcome->channel = c;
@@ -372,12 +382,26 @@ TEST(TlsChannel, ExchangesMessagesAndHeartbeatsOverLoopback) {
     ASSERT_TRUE(waitFor([&] { return f.accepted.size() == 1; }));
     ChannelLog& server = *f.accepted[0];
 
-    // What the client pins: the key computed from the certificate shown.
-    EXPECT_EQ(panelKeyOf(client->channel->peerCertificate()), f.identity.panelKey);
-    auto* ssl = qobject_cast<QSslSocket*>(client->channel->socket());
-    ASSERT_TRUE(ssl);
-    EXPECT_EQ(ssl->sessionProtocol(), QSsl::TlsV1_3);
+    // What each side pins: the key of the certificate the other showed.
+    EXPECT_TRUE(client->channel->isEncrypted());
+    EXPECT_EQ(client->channel->peerKeyId(), f.identity.keyId);
+    EXPECT_EQ(server.channel->peerKeyHash(), client->channel->ownKeyHash());
+    EXPECT_EQ(server.channel->peerKeyId().size(), 43);
     EXPECT_EQ(server.channel->peerAddress(), QHostAddress(QHostAddress::LocalHost));
+    // Both ends export the same bytes; another connection, other bytes; a
+    // channel that is gone, none.
+    const QByteArray label("EXPORTER-zelvanor-session");
+    const QByteArray exported = client->channel->exporter()(label, QByteArray(), 32);
+    EXPECT_EQ(exported.size(), 32);
+    EXPECT_EQ(server.channel->exporter()(label, QByteArray(), 32), exported);
+    {
+        auto other = connectClient(f.port(), &context);
+        ASSERT_TRUE(other);
+        EXPECT_NE(other->channel->exporter()(label, QByteArray(), 32), exported);
+        const keys::Exporter stale = other->channel->exporter();
+        other.reset();
+        EXPECT_TRUE(stale(label, QByteArray(), 32).isEmpty());
+    }
 
     ASSERT_TRUE(client->channel->send(sampleHello()));
     ASSERT_TRUE(waitFor([&] { return server.messages.size() == 1; }));
@@ -467,6 +491,14 @@ TEST(TlsChannel, HostileClientsAreDroppedAndTheServerKeepsServing) {
     old.connectToHostEncrypted(QStringLiteral("127.0.0.1"), f.port());
     ASSERT_TRUE(waitFor([&] { return f.handshakeFailures.size() == 3; }));
     EXPECT_FALSE(old.isEncrypted());
+
+    // TLS 1.3 without a client certificate: the panel must know who calls.
+    QSslSocket anonymous;
+    anonymous.setProtocol(QSsl::TlsV1_3);
+    anonymous.setPeerVerifyMode(QSslSocket::VerifyNone);
+    anonymous.connectToHostEncrypted(QStringLiteral("127.0.0.1"), f.port());
+    ASSERT_TRUE(waitFor([&] { return f.handshakeFailures.size() == 4; }));
+    EXPECT_TRUE(waitFor([&] { return anonymous.state() == QAbstractSocket::UnconnectedState; }));
     EXPECT_TRUE(f.accepted.empty());
 
     // Inside TLS, bytes that are no valid stream of frames.
@@ -486,11 +518,11 @@ TEST(TlsChannel, HostileClientsAreDroppedAndTheServerKeepsServing) {
         SCOPED_TRACE(c.name);
         auto client = connectClient(f.port(), &context);
         ASSERT_TRUE(client);
-        ASSERT_TRUE(waitFor([&] { return f.accepted.size() && f.accepted.back()->channel && f.accepted.back()->channel->peerPort() == client->channel->socket()->localPort(); }));
+        ASSERT_TRUE(waitFor([&] { return f.accepted.size() && f.accepted.back()->channel && f.accepted.back()->channel->peerPort() == client->channel->localPort(); }));
         ChannelLog& server = *f.accepted.back();
         // A valid message first: delivered before the bad bytes end the channel.
         client->channel->send(report("before"));
-        client->channel->socket()->write(c.bytes);
+        client->channel->sendRawForTesting(c.bytes);
         ASSERT_TRUE(waitFor([&] { return !server.closed.isEmpty() && !client->closed.isEmpty(); }));
         EXPECT_EQ(server.messages.size(), 1u);
         EXPECT_TRUE(server.closed[0].startsWith(QStringLiteral("protocol error: ")));
@@ -506,7 +538,7 @@ TEST(TlsChannel, HostileClientsAreDroppedAndTheServerKeepsServing) {
     ChannelLog& server = *f.accepted.back();
     // A body from a later protocol version is no error: it is handed on
     // (for the reader's dispatcher to skip) and the channel stays open.
-    good->channel->socket()->write(QByteArray::fromHex("000000060802c20c0100"));
+    good->channel->sendRawForTesting(QByteArray::fromHex("000000060802c20c0100"));
     good->channel->send(sampleHello());
     ASSERT_TRUE(waitFor([&] { return server.messages.size() == 2; }));
     EXPECT_EQ(server.messages[0].body_case(), wire::Envelope::BODY_NOT_SET);
@@ -558,7 +590,8 @@ TEST(TlsChannel, ConnectFailuresAreReported) {
 
     // The blocking form, failing and, against a server on another thread, working.
     QString error;
-    EXPECT_EQ(MessageChannel::connectTlsBlocking(QStringLiteral("127.0.0.1"), closedPort, 2000, &error), nullptr);
+    EXPECT_EQ(MessageChannel::connectTlsBlocking(QStringLiteral("127.0.0.1"), closedPort, 2000, pcCredentials(), &error),
+              nullptr);
     EXPECT_FALSE(error.isEmpty());
 
     QTemporaryDir dir;
@@ -579,12 +612,12 @@ TEST(TlsChannel, ConnectFailuresAreReported) {
         Qt::BlockingQueuedConnection);
     ASSERT_NE(port, 0);
     std::unique_ptr<MessageChannel> channel(
-        MessageChannel::connectTlsBlocking(QStringLiteral("127.0.0.1"), port, 5000, &error));
+        MessageChannel::connectTlsBlocking(QStringLiteral("127.0.0.1"), port, 5000, pcCredentials(), &error));
     ASSERT_TRUE(channel) << error.toStdString();
     ChannelLog log(channel.release());
     log.channel->send(resolve("AB12"));
     EXPECT_TRUE(waitFor([&] { return log.messages.size() == 1; }));
-    EXPECT_EQ(panelKeyOf(log.channel->peerCertificate()), identity->panelKey);
+    EXPECT_EQ(log.channel->peerKeyId(), identity->keyId);
     server->deleteLater();  // runs in its thread, at the latest as the thread ends
     thread.quit();
     thread.wait();
@@ -612,7 +645,9 @@ TEST(PlainChannel, DeliversEverythingTheSocketHadAndTheLastMessageBeforeAClose) 
     far->flush();
     ASSERT_TRUE(waitFor([&] { return socket->bytesAvailable() >= 7; }));
     ChannelLog client(new MessageChannel(socket));
-    EXPECT_TRUE(client.channel->peerCertificate().isNull());
+    EXPECT_FALSE(client.channel->isEncrypted());
+    EXPECT_TRUE(client.channel->peerKeyId().isEmpty());
+    EXPECT_TRUE(client.channel->exporter()("EXPORTER-zelvanor-session", QByteArray(), 32).isEmpty());
     far->write(frames.mid(7));
     ASSERT_TRUE(waitFor([&] { return client.messages.size() == 2; }));
     EXPECT_EQ(client.messages[1].resolved().name(), "Room");

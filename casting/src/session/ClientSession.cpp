@@ -1,7 +1,7 @@
 #include "session/ClientSession.h"
 
-#include <QSslCertificate>
-#include <QTcpSocket>
+#include <QFileInfo>
+#include <QHostInfo>
 
 #include <cstring>
 
@@ -67,6 +67,18 @@ ClientSession::ClientSession(Events events, CodeResolver::DiscoveryLookup lookup
       m_events(std::move(events)),
       m_resolver(new CodeResolver(std::move(lookup), this)),
       m_knownPanels(std::move(knownPanels)) {
+    const QString folder = QFileInfo(m_knownPanels->path()).absolutePath();
+    QString error;
+    const std::optional<TlsIdentity> identity =
+        loadOrCreateTlsIdentity(folder, QHostInfo::localHostName(), kPcIdentity, &error);
+    if (identity) {
+        m_credentials = TlsCredentials::of(identity->privateKey, identity->certificate);
+        m_ownKeyId = identity->keyId;
+        ZV_LOG(INFO) << " this PC's key: " << m_ownKeyId.toStdString();
+    } else {
+        // Every log-in will fail its TLS handshake and say why.
+        ZV_LOG(ERROR) << " no TLS identity for this PC in " << folder.toStdString() << ": " << error.toStdString();
+    }
     m_deadLinkTimer.setInterval(kHeartbeatIntervalMs);
     connect(&m_deadLinkTimer, &QTimer::timeout, this, [this] { onMissedBeats(m_missed + 1); });
     m_answers.on(wire::Envelope::kWelcome,
@@ -108,7 +120,7 @@ void ClientSession::connectTo(const PanelAddress& panel, const wire::Hello& hell
                               std::function<void(const LoginResult&)> done) {
     ZV_LOG(INFO) << " connecting to " << panel.address.toStdString() << ":" << panel.port;
     MessageChannel::connectTls(
-        panel.address, panel.port, kConnectTimeoutMs, this,
+        panel.address, panel.port, kConnectTimeoutMs, m_credentials, this,
         [this, panel, hello, done = std::move(done)](MessageChannel* channel, const QString& error) {
             auto fail = [&](const QString& why) {
                 ZV_LOG(WARNING) << " " << panel.address.toStdString() << ":" << panel.port << ": " << why.toStdString();
@@ -122,7 +134,7 @@ void ClientSession::connectTo(const PanelAddress& panel, const wire::Hello& hell
                 fail(error);
                 return;
             }
-            const QString key = panelKeyOf(channel->peerCertificate());
+            const QString key = QString::fromLatin1(channel->peerKeyHash().toHex().left(16));
             if (!panel.expectedKey.isEmpty() && key.compare(panel.expectedKey, Qt::CaseInsensitive) != 0) {
                 delete channel;
                 fail(QStringLiteral("the panel's certificate has key %1, but %2 was expected").arg(key, panel.expectedKey));
@@ -306,6 +318,11 @@ void ClientSession::reconnect(ReconnectDone done) {
     });
 }
 
+keys::Exporter ClientSession::exporter() const {
+    if (m_channel != nullptr) return m_channel->exporter();
+    return [](const QByteArray&, const QByteArray&, int) { return QByteArray(); };
+}
+
 void ClientSession::send(const wire::Envelope& envelope) {
     if (m_channel != nullptr) m_channel->send(envelope);
 }
@@ -319,7 +336,7 @@ void ClientSession::logout() {
         wire::Bye bye;
         bye.set_reason("logOut");
         channel->send(wrap(bye));
-        channel->socket()->flush();  // the bye goes out even if the thread ends next
+        channel->flush();  // the bye goes out even if the thread ends next
         connect(channel, &MessageChannel::closed, channel, &QObject::deleteLater);
         channel->close(QStringLiteral("logged out"));
     }

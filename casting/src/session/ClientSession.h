@@ -14,12 +14,13 @@
 
 #include "casting/ExceptionEvents.h"
 #include "protocol/MessageDispatcher.h"
+#include "security/KeySchedule.h"
 #include "session/CodeResolver.h"
+#include "transport/MessageChannel.h"
 
 namespace zv {
 
 class KnownPanels;
-class MessageChannel;
 
 class ClientSession : public QObject {
     Q_OBJECT
@@ -45,6 +46,8 @@ public:
     static constexpr int kLinkBrokenAfterMisses = 3;   // 32789 is raised at this many missed beats
     static constexpr int kGiveUpAfterMisses = 15;      // then the session is over (32793)
 
+    // The PC's TLS identity lives beside the known-panels file (made there
+    // at first start: client-key.pem, mode 0600, and client-cert.pem).
     ClientSession(Events events, CodeResolver::DiscoveryLookup lookup, std::shared_ptr<KnownPanels> knownPanels,
                   QObject* parent = nullptr);
     ~ClientSession() override;
@@ -79,6 +82,13 @@ public:
     int missedBeats() const { return m_missed; }
     const wire::Welcome& welcome() const { return m_welcome; }
     const PanelAddress& panel() const { return m_panel; }
+    // The TLS exporter of the session's current control connection (keys
+    // of media, per cast and direction: security/KeySchedule.h). Bound to
+    // that connection: after a reconnection ask again; without a link, and
+    // for a connection that has gone, it gives empty bytes.
+    keys::Exporter exporter() const;
+    // The PC's own key id (its certificate), as panels know it.
+    QString ownKeyId() const { return m_ownKeyId; }
 
 signals:
     // The session is over (log-out, removal, link given up): casts end with it.
@@ -97,6 +107,8 @@ private:
     void endSession(const QString& reason);
 
     Events m_events;
+    TlsCredentials m_credentials;  // the PC's identity, shown to every panel
+    QString m_ownKeyId;
     CodeResolver* m_resolver;
     std::shared_ptr<KnownPanels> m_knownPanels;
     MessageChannel* m_channel = nullptr;
