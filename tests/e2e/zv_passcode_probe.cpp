@@ -66,9 +66,10 @@ int main(int argc, char* argv[]) {
 
     QString error;
     std::unique_ptr<zv::MessageChannel> channel(
-        zv::MessageChannel::connectTlsBlocking(target->host, target->port, 5000, &error));
+        zv::MessageChannel::connectTlsBlocking(target->host, target->port, 5000,
+                                               zv::TlsCredentials::of(panel->privateKey, panel->certificate), &error));
     if (!channel) return fail(error);
-    const QString serviceKey = zv::keyIdOf(channel->peerCertificate());
+    const QString serviceKey = channel->peerKeyId();
 
     zv::wire::Envelope request;
     const qint64 now = QDateTime::currentMSecsSinceEpoch();

@@ -109,9 +109,14 @@ Outcome resolveOnce(quint16 servicePort, const QString& passcode, const QString&
 class RawPeer {
 public:
     explicit RawPeer(quint16 port, const QString& from = QString()) {
+        // The service asks for a client certificate: show a PC's.
+        static QTemporaryDir pcDir;
+        static const zv::TlsIdentity pc = makeIdentity(pcDir, QStringLiteral("pc"), zv::kPcIdentity);
         auto* socket = new QSslSocket;
         socket->setProtocol(QSsl::TlsV1_3OrLater);
         socket->setPeerVerifyMode(QSslSocket::VerifyNone);
+        socket->setPrivateKey(pc.privateKey);
+        socket->setLocalCertificate(pc.certificate);
         if (!from.isEmpty()) socket->bind(QHostAddress(from));
         socket->connectToHostEncrypted(kLoopback, port);
         EXPECT_TRUE(QTest::qWaitFor([&] { return socket->isEncrypted(); }, kWaitMs)) << socket->errorString().toStdString();

@@ -1,5 +1,7 @@
 #include "passcode/PasscodeClient.h"
 
+#include <QFileInfo>
+#include <QHostInfo>
 #include <QMetaEnum>
 #include <QTimer>
 
@@ -68,7 +70,7 @@ void PasscodeClient::resolve(const QString& host, quint16 port, const QString& p
     // Started from the event loop: no signal can come before resolve() returns.
     QTimer::singleShot(0, this, [this, request, budgetMs] {
         if (request != m_request) return;
-        MessageChannel::connectTls(m_host, m_port, budgetMs, this,
+        MessageChannel::connectTls(m_host, m_port, budgetMs, pcCredentials(), this,
                                    [this, request](MessageChannel* channel, const QString& error) {
                                        if (request != m_request) {
                                            delete channel;
@@ -84,9 +86,24 @@ void PasscodeClient::resolve(const QString& host, quint16 port, const QString& p
 
 void PasscodeClient::cancel() { reset(); }
 
+TlsCredentials PasscodeClient::pcCredentials() {
+    // The service asks every client for a certificate: show the PC's own
+    // identity, kept beside the pins.
+    if (m_credentials.isNull()) {
+        QString error;
+        const QString folder = QFileInfo(m_pinsPath).absolutePath();
+        if (const auto identity = loadOrCreateTlsIdentity(folder, QHostInfo::localHostName(), kPcIdentity, &error)) {
+            m_credentials = TlsCredentials::of(identity->privateKey, identity->certificate);
+        } else {
+            ZV_LOG(ERROR) << " no TLS identity for this PC in " << folder.toStdString() << ": " << error.toStdString();
+        }
+    }
+    return m_credentials;
+}
+
 void PasscodeClient::onConnected(MessageChannel* channel) {
     PasscodePins pins(m_pinsPath);
-    const PasscodePins::Verdict verdict = pins.check(m_host, m_port, keyIdOf(channel->peerCertificate()));
+    const PasscodePins::Verdict verdict = pins.check(m_host, m_port, channel->peerKeyId());
     if (!verdict.trusted) {
         delete channel;
         return fail(Failure::ServiceKeyChanged, verdict.error);

@@ -13,6 +13,7 @@
 
 #include "protocol/MessageDispatcher.h"
 #include "protocol/ProtocolConstants.h"
+#include "transport/MessageChannel.h"
 
 class QTimer;
 
@@ -65,8 +66,10 @@ private:
     void succeed(const QString& address, quint16 port, const QString& name, const QString& panelKey);
     void fail(Failure reason, const QString& detail);
     void reset();
+    TlsCredentials pcCredentials();
 
     QString m_pinsPath;
+    TlsCredentials m_credentials;  // loaded on first use
     MessageChannel* m_channel = nullptr;
     QTimer* m_timer;
     QString m_host;

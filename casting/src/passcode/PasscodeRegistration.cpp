@@ -1,7 +1,7 @@
 #include "passcode/PasscodeRegistration.h"
 
 #include <QDateTime>
-#include <QSslSocket>
+#include <QTcpSocket>
 #include <QTimer>
 
 #include <algorithm>
@@ -60,7 +60,7 @@ PasscodeRegistration::~PasscodeRegistration() {
     release.set_passcode(m_passcode.toStdString());
     if (m_signer.sign(release, m_serviceKey, nextStampMs()) && m_channel->send(wrap(release))) {
         // Hand the bytes to TLS and the system now; the connection goes with us.
-        if (auto* tls = qobject_cast<QSslSocket*>(m_channel->socket())) tls->flush();
+        m_channel->socket()->flush();
         ZV_LOG(INFO) << " released passcode " << text(m_passcode);
     }
 }
@@ -86,7 +86,8 @@ void PasscodeRegistration::connectToService() {
     dropLink();
     const quint64 link = ++m_link;
     m_answerTimer->start(kAnswerTimeoutMs);
-    MessageChannel::connectTls(m_settings.serviceHost, m_settings.servicePort, kAnswerTimeoutMs, this,
+    MessageChannel::connectTls(m_settings.serviceHost, m_settings.servicePort, kAnswerTimeoutMs,
+                               TlsCredentials::of(m_settings.panelKey, m_settings.panelCertificate), this,
                                [this, link](MessageChannel* channel, const QString& error) {
                                    if (link != m_link || m_stopped) {
                                        delete channel;
@@ -103,7 +104,7 @@ void PasscodeRegistration::connectToService() {
 
 void PasscodeRegistration::onConnected(MessageChannel* channel) {
     PasscodePins pins(m_settings.pinsPath);
-    const QString shown = keyIdOf(channel->peerCertificate());
+    const QString shown = channel->peerKeyId();
     const PasscodePins::Verdict verdict =
         pins.check(m_settings.serviceHost, m_settings.servicePort, shown, m_settings.serviceKey);
     if (!verdict.trusted) {

@@ -62,6 +62,11 @@ MessageChannel::MessageChannel(QTcpSocket* socket, std::unique_ptr<TlsEngine> tl
 MessageChannel::~MessageChannel() {
     m_socket->disconnect(this);
     if (m_state != State::Closed) m_socket->abort();
+    // A channel may be deleted from inside one of its socket's signals (an
+    // owner that refuses the peer as soon as it is told of it): the socket
+    // goes from the event loop, once that signal has returned.
+    m_socket->setParent(nullptr);
+    m_socket->deleteLater();
 }
 
 QString MessageChannel::peerName() const { return endpoint(m_peerAddress, m_peerPort); }
