@@ -170,6 +170,8 @@ void CastService::start(qint64 client, const zv::wire::CastRequest& request) {
                 if (stats.bytesReceived > m_bytesAtLastStats) m_mediaHeard.start();
                 m_bytesAtLastStats = stats.bytesReceived;
                 m_status.framesDecoded = stats.framesDecoded;
+                m_status.packetsRejected = stats.packetsRejected;
+                m_status.packetsFromOthers = stats.packetsFromOthers;
                 m_status.fps = qRound(stats.fps);
                 m_status.bitrateKbps = qRound(stats.bitrateKbps);
                 m_status.delayMs = stats.delayMs;

@@ -34,6 +34,8 @@ struct CastStatus {
     int delayMs = 0;
     int lossPercent = 0;
     bool paused = false;
+    quint64 packetsRejected = 0;    // failed authentication: not this cast's key
+    quint64 packetsFromOthers = 0;  // came from another address than the PC's
 };
 
 class CastService : public QObject {

@@ -297,7 +297,9 @@ void ReceiverApp::startCasting() {
                               {QStringLiteral("bitrateKbps"), status.bitrateKbps},
                               {QStringLiteral("delayMs"), status.delayMs},
                               {QStringLiteral("lossPercent"), status.lossPercent},
-                              {QStringLiteral("paused"), status.paused}});
+                              {QStringLiteral("paused"), status.paused},
+                              {QStringLiteral("packetsRejected"), static_cast<qint64>(status.packetsRejected)},
+                              {QStringLiteral("packetsFromOthers"), static_cast<qint64>(status.packetsFromOthers)}});
     });
     connect(m_cast, &CastService::firstFrame, this, [](qint64 client, qint64 steadyMs) {
         StatusPrinter::print(QStringLiteral("cast-first-frame"),
