@@ -274,8 +274,10 @@ TEST_F(MediaSecurity, CapturedStreamHoldsNoH264InTheClear) {
     ASSERT_EQ(startRelayedCast(receiver, sender, relay, videoPort, false), "");
     ASSERT_TRUE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kBlocks); }, 15s));
     const size_t shown = relay.packets().size();  // the first key frame, SPS and all, is among them
-    sender.requestKeyFrame();  // and one more
-    ASSERT_TRUE(waitFor([&] { return relay.packets().size() > shown; }, 5s));
+    sender.requestKeyFrame();  // and one more, with a new picture so frames flow at once
+    drawBlocks(s_xvfb->connection(), kSwapped);
+    ASSERT_TRUE(waitFor([&] { return relay.packets().size() > shown && showsBlocks(receiver.latestFrame(), kSwapped); },
+                        15s));
     const std::vector<Packet> captured = relay.packets();
     EXPECT_TRUE(findSps(captured).empty());
     const Packet startCode = {0x00, 0x00, 0x01, 0x67};
