@@ -57,12 +57,14 @@
 #include <thread>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "Process.h"
 #include "SrtpStageTiming.h"
 #include "XvfbSession.h"
 
 namespace {
 
+using namespace zvbench;
 using zv::media::MediaTransport;
 
 constexpr int kWidth = 1920;
@@ -74,9 +76,9 @@ constexpr int kPatternY = 64;
 const char* kSrtKey = "bench-passphrase-0123456789abcdef";
 
 // The cast's keys as the session layer would give them (44 bytes each).
-std::vector<uint8_t> benchKey(uint8_t seed) {
+std::vector<uint8_t> benchKey(uint8_t first) {
     std::vector<uint8_t> key(44);
-    for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(seed ^ (i * 29));
+    for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(first ^ (i * 29));
     return key;
 }
 const std::vector<uint8_t> kPcToPanelKey = benchKey(0x3c);
@@ -86,19 +88,6 @@ uint32_t nowMs32() {
     timespec ts{};
     clock_gettime(CLOCK_MONOTONIC, &ts);
     return static_cast<uint32_t>(static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u);
-}
-
-std::string argValue(int argc, char** argv, const std::string& name, const std::string& fallback = "") {
-    for (int i = 1; i + 1 < argc; ++i) {
-        if (name == argv[i]) return argv[i + 1];
-    }
-    return fallback;
-}
-bool hasFlag(int argc, char** argv, const std::string& name) {
-    for (int i = 1; i < argc; ++i) {
-        if (name == argv[i]) return true;
-    }
-    return false;
 }
 
 // ---------------------------------------------------------------- pattern
@@ -134,19 +123,6 @@ struct Samples {
         arrivalsMs.push_back(static_cast<double>(now));
     }
 };
-
-double percentile(std::vector<double> values, double p) {
-    if (values.empty()) return NAN;
-    std::sort(values.begin(), values.end());
-    const size_t index = std::min(values.size() - 1, static_cast<size_t>(p * (values.size() - 1) + 0.5));
-    return values[index];
-}
-
-double longestGapMs(const std::vector<double>& arrivals) {
-    double longest = 0;
-    for (size_t i = 1; i < arrivals.size(); ++i) longest = std::max(longest, arrivals[i] - arrivals[i - 1]);
-    return longest;
-}
 
 // ---------------------------------------------------------------- roles
 
@@ -347,39 +323,6 @@ int runReceiver(int argc, char** argv) {
 
 // ---------------------------------------------------------------- orchestration
 
-struct CpuClock {
-    pid_t pid = 0;
-    double startTicks = 0;
-    std::chrono::steady_clock::time_point startWall;
-    static double ticks(pid_t pid) {
-        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-        std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-        const auto close = text.rfind(')');
-        if (close == std::string::npos) return 0;
-        std::istringstream fields(text.substr(close + 2));
-        std::string field;
-        double utime = 0, stime = 0;
-        for (int i = 3; fields >> field; ++i) {
-            if (i == 14) utime = std::stod(field);
-            if (i == 15) {
-                stime = std::stod(field);
-                break;
-            }
-        }
-        return utime + stime;
-    }
-    void start(pid_t which) {
-        pid = which;
-        startTicks = ticks(pid);
-        startWall = std::chrono::steady_clock::now();
-    }
-    // Percent of one core since start().
-    double percent() const {
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - startWall).count();
-        return (ticks(pid) - startTicks) / static_cast<double>(sysconf(_SC_CLK_TCK)) / seconds * 100.0;
-    }
-};
-
 pid_t xvfbPid(const std::string& display) {
     // Xvfb was started by XvfbSession; find it by its display socket owner is
     // overkill: the newest Xvfb child of ours is it.
@@ -408,25 +351,6 @@ struct Row {
     int unreadable = 0;
     std::string note;
 };
-
-std::map<std::string, std::string> parseFields(const std::string& line) {
-    std::map<std::string, std::string> fields;
-    std::istringstream in(line);
-    std::string token;
-    while (in >> token) {
-        const auto eq = token.find('=');
-        if (eq != std::string::npos) fields[token.substr(0, eq)] = token.substr(eq + 1);
-    }
-    return fields;
-}
-
-std::vector<double> parseList(const std::string& line) {
-    std::vector<double> values;
-    std::istringstream in(line.substr(line.find(' ') + 1));
-    double value = 0;
-    while (in >> value) values.push_back(value);
-    return values;
-}
 
 std::string self;
 std::string displayName;

@@ -19,3 +19,9 @@ export HOME="$TEST_HOME" XDG_CONFIG_HOME="$TEST_HOME/.config"
 # at the mercy of whatever else the two cores are doing.
 ctest --test-dir "$BUILD_DIR" --output-on-failure --timeout 300 -j 2 -LE e2e "$@"
 ctest --test-dir "$BUILD_DIR" --output-on-failure --timeout 300 -j 1 -L e2e "$@"
+
+# The unit suites and fuzz targets again, built with clang under AddressSanitizer
+# and UndefinedBehaviorSanitizer (build-asan/). ZV_SKIP_SANITIZED=1 leaves them out.
+if [ "${ZV_SKIP_SANITIZED:-0}" != 1 ]; then
+  bash scripts/run-sanitized-tests.sh
+fi

@@ -44,6 +44,11 @@ using namespace std::chrono_literals;
 constexpr char kNoBus[] = "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent/zv-no-bus";
 // A panel killed without a goodbye must be gone within this.
 constexpr auto kGoneDeadline = 10s;
+// Panel keys as panels write them: the SHA-256 of a public key in base64url
+// without padding, 43 characters.
+constexpr char kKeySalle[] = "9Iq18dOpk46KPKgfokIyJqpfgNiCGXFnLNdy9qs_n3Q";
+constexpr char kKeyA[] = "lPU-N2yMdzXi4NTOYo-MdlG6el-chSbu0R07G1NYOJk";
+constexpr char kKeyB[] = "ROfBaltUEhVy0lypfpLwU0Mmzzkpqu9LgCbKeou4HU8";
 
 int run(const std::string& command) {
     const int status = std::system(("(" + command + ") >/dev/null 2>&1").c_str());
@@ -361,6 +366,7 @@ protected:
         m_logs.push_back(log);
         return *m_peers.back();
     }
+    // The panel's code stays off the network unless extra says --publish-code 1.
     Peer& announce(const std::string& ns, const std::string& name, const std::string& key, const std::string& code,
                    std::vector<std::string> extra = {}, const std::string& bus = kNoBus) {
         std::vector<std::string> command = {ZV_DISCOVERY_PROBE, "announce", "--name", name, "--port", "47800",
@@ -401,12 +407,17 @@ TEST(DiscoveryRecord, ResolvedServiceFillsTheDeviceRecord) {
     resolved.name = "Salle 3";
     resolved.address = "10.231.4.1";
     resolved.port = 47800;
-    resolved.txt = {{"key", "0123456789abcdef"}, {"code", "7K3M9Q2T"}, {"ver", "1"}, {"name", "Salle 3 (étage)"}};
+    resolved.txt = {{"key", kKeySalle},
+                    {"code", "7K3M9Q2T"},
+                    {"ver", "1"},
+                    {"name", "Salle 3 (étage)"},
+                    {"access", "approve"}};
     auto panel = zv::PanelBrowser::fromResolution(resolved);
     ASSERT_TRUE(panel);
+    EXPECT_EQ(panel->access, zv::PanelAccess::Approve);
     const KLUF_DEVICE_INFO info = zv::PanelBrowser::toDeviceInfo(*panel);
     const char* base = reinterpret_cast<const char*>(&info);
-    EXPECT_STREQ(base + 12, "0123456789abcdef");
+    EXPECT_STREQ(base + 12, kKeySalle) << "a 43-character key fits the 48-byte field whole";
     EXPECT_STREQ(base + 60, "1");
     EXPECT_STREQ(base + 80, "7K3M9Q2T");
     EXPECT_STREQ(base + 96, "10.231.4.1");
@@ -418,6 +429,16 @@ TEST(DiscoveryRecord, ResolvedServiceFillsTheDeviceRecord) {
 
     resolved.txt.erase("name");
     EXPECT_EQ(zv::PanelBrowser::fromResolution(resolved)->name, "Salle 3") << "without TXT name, the instance name";
+    resolved.txt.erase("code");
+    EXPECT_STREQ(zv::PanelBrowser::toDeviceInfo(*zv::PanelBrowser::fromResolution(resolved)).szConnectCode, "")
+        << "a panel that keeps its code to itself";
+    for (const auto& [text, expected] : std::vector<std::pair<std::string, std::optional<zv::PanelAccess>>>{
+             {"open", zv::PanelAccess::Open}, {"code", zv::PanelAccess::Code}, {"knock", std::nullopt}, {"", {}}}) {
+        resolved.txt["access"] = text;
+        EXPECT_EQ(zv::PanelBrowser::fromResolution(resolved)->access, expected) << "access=" << text;
+    }
+    resolved.txt["key"] = std::string(48, 'k');
+    EXPECT_FALSE(zv::PanelBrowser::fromResolution(resolved)) << "a key the record would cut can never be pinned";
     resolved.txt.erase("key");
     EXPECT_FALSE(zv::PanelBrowser::fromResolution(resolved)) << "a service without a key is not one of our panels";
 }
@@ -447,9 +468,9 @@ TEST(DiscoveryRecord, OverlongTextsAreCutWholeAndTerminated) {
 TEST_F(DiscoveryNetns, PanelIsFoundUpdatedRefreshedAndGoneAfterKill) {
     const NamespacePair& ns = *m_namespaces;
     Peer& browser = browse(ns.b);
-    Peer& panel = announce(ns.a, "Salle Ära 3", "0123456789abcdef", "7K3M9Q2T");
+    Peer& panel = announce(ns.a, "Salle Ära 3", kKeySalle, "7K3M9Q2T", {"--publish-code", "1"});
 
-    auto found = browser.waitForEvent("found", "0123456789abcdef", 15s);
+    auto found = browser.waitForEvent("found", kKeySalle, 15s);
     ASSERT_TRUE(found) << logs();
     const Peer::Line first = browser.line(*found);
     EXPECT_EQ(first.get("name"), "Salle Ära 3");
@@ -457,17 +478,18 @@ TEST_F(DiscoveryNetns, PanelIsFoundUpdatedRefreshedAndGoneAfterKill) {
     EXPECT_EQ(first.get("address"), ns.addressA);
     EXPECT_EQ(first.get("port"), "47800");
     EXPECT_EQ(first.get("ver"), std::to_string(zv::kProtocolVersion)) << "the protocol major";
-    auto coming = browser.waitForEvent("coming", "0123456789abcdef", 0ms);
+    EXPECT_EQ(first.get("access"), "code");
+    auto coming = browser.waitForEvent("coming", kKeySalle, 0ms);
     ASSERT_TRUE(coming);
     EXPECT_LT(*coming, *found) << "coming comes just before the first found";
 
     // A new code is an update of the same service, not gone + found.
     panel.send("code 8M4N0R3V");
-    auto updated = browser.waitForEvent("updated", "0123456789abcdef", 10s, *found);
+    auto updated = browser.waitForEvent("updated", kKeySalle, 10s, *found);
     ASSERT_TRUE(updated) << logs();
     EXPECT_EQ(browser.line(*updated).get("code"), "8M4N0R3V");
-    EXPECT_EQ(browser.count("gone", "0123456789abcdef"), 0u) << logs();
-    EXPECT_EQ(browser.count("found", "0123456789abcdef"), 1u) << logs();
+    EXPECT_EQ(browser.count("gone", kKeySalle), 0u) << logs();
+    EXPECT_EQ(browser.count("found", kKeySalle), 1u) << logs();
 
     // The table answers code look-ups with the current code only.
     browser.send("lookup 8M4N0R3V");
@@ -475,25 +497,33 @@ TEST_F(DiscoveryNetns, PanelIsFoundUpdatedRefreshedAndGoneAfterKill) {
     auto hit = browser.waitFor([](const Peer::Line& l) { return l.event && l.get("event") == "lookup"; }, 5s,
                                *updated);
     ASSERT_TRUE(hit);
-    EXPECT_EQ(browser.line(*hit).get("key"), "0123456789abcdef");
+    EXPECT_EQ(browser.line(*hit).get("key"), kKeySalle);
     EXPECT_EQ(browser.line(*hit).get("address"), ns.addressA);
     auto miss = browser.waitFor([](const Peer::Line& l) { return l.event && l.get("event") == "lookup"; }, 5s,
                                 *hit + 1);
     ASSERT_TRUE(miss);
     EXPECT_EQ(browser.line(*miss).get("missing"), "true");
 
+    // Another access mode is an update too; the table answers for the key.
+    panel.send("access approve 1");
+    auto approve = browser.waitFor([](const Peer::Line& l) { return l.get("event") == "updated" &&
+                                                                    l.get("access") == "approve"; },
+                                   10s, *miss);
+    ASSERT_TRUE(approve) << logs();
+    EXPECT_EQ(browser.line(*approve).get("code"), "8M4N0R3V");
+
     // refresh() reports what is present again, as found.
     browser.send("refresh");
-    auto again = browser.waitForEvent("found", "0123456789abcdef", 10s, *miss);
+    auto again = browser.waitForEvent("found", kKeySalle, 10s, *approve);
     ASSERT_TRUE(again) << logs();
     EXPECT_EQ(browser.line(*again).get("code"), "8M4N0R3V");
-    EXPECT_EQ(browser.count("coming", "0123456789abcdef"), 1u) << "coming only the first time a key is seen";
-    EXPECT_EQ(browser.count("gone", "0123456789abcdef"), 0u) << logs();
+    EXPECT_EQ(browser.count("coming", kKeySalle), 1u) << "coming only the first time a key is seen";
+    EXPECT_EQ(browser.count("gone", kKeySalle), 0u) << logs();
 
     // No goodbye: only the records' TTL can tell.
     panel.signal(SIGKILL);
     const auto killedAt = Clock::now();
-    auto gone = browser.waitForEvent("gone", "0123456789abcdef", kGoneDeadline, *again);
+    auto gone = browser.waitForEvent("gone", kKeySalle, kGoneDeadline, *again);
     ASSERT_TRUE(gone) << "not gone within 10 s of SIGKILL\n" << logs();
     const auto goneAfter = std::chrono::duration_cast<std::chrono::milliseconds>(browser.line(*gone).at - killedAt);
     RecordProperty("gone_after_sigkill_ms", static_cast<int>(goneAfter.count()));
@@ -506,29 +536,34 @@ TEST_F(DiscoveryNetns, NameCollisionGetsAnAlternativeNameAndGoodbyeIsSeenAtOnce)
     const NamespacePair& ns = *m_namespaces;
     Peer& browser = browse(ns.b);
     // A TTL far beyond the deadline: only a goodbye can make the panel go in time.
-    Peer& first = announce(ns.a, "Panel", "aaaaaaaaaaaaaaaa", "1111AAAA", {"--ttl", "120"});
-    ASSERT_TRUE(browser.waitForEvent("found", "aaaaaaaaaaaaaaaa", 15s)) << logs();
+    Peer& first = announce(ns.a, "Panel", kKeyA, "1111AAAA", {"--ttl", "120"});
+    auto firstFound = browser.waitForEvent("found", kKeyA, 15s);
+    ASSERT_TRUE(firstFound) << logs();
+    EXPECT_EQ(browser.line(*firstFound).get("code"), "") << "no code on the network unless the operator publishes it";
+    EXPECT_EQ(browser.line(*firstFound).get("access"), "code");
 
-    Peer& second = announce(ns.b, "Panel", "bbbbbbbbbbbbbbbb", "2222BBBB", {"--ttl", "120"});
+    Peer& second = announce(ns.b, "Panel", kKeyB, "2222BBBB", {"--ttl", "120"});
     auto established = second.waitForEvent("established", "", 15s);
     ASSERT_TRUE(established) << logs();
     EXPECT_EQ(second.line(*established).get("name"), "Panel #2");
     EXPECT_TRUE(second.waitForEvent("renamed", "", 0ms)) << "the collision is reported";
-    auto secondFound = browser.waitForEvent("found", "bbbbbbbbbbbbbbbb", 15s);
+    auto secondFound = browser.waitForEvent("found", kKeyB, 15s);
     ASSERT_TRUE(secondFound) << logs();
     const Peer::Line seen = browser.line(*secondFound);
     EXPECT_EQ(seen.get("name"), "Panel") << "the record keeps the panel's own name";
     EXPECT_EQ(seen.get("address"), ns.addressB) << "a panel on the browser's host is reported by its LAN address";
 
+    // Only a gone reported after the stop counts.
+    const size_t beforeStop = browser.lines().size();
     first.signal(SIGTERM);
     const auto stoppedAt = Clock::now();
-    auto gone = browser.waitForEvent("gone", "aaaaaaaaaaaaaaaa", kGoneDeadline);
+    auto gone = browser.waitForEvent("gone", kKeyA, kGoneDeadline, beforeStop);
     ASSERT_TRUE(gone) << logs();
     std::cout << "[ measure  ] gone "
               << std::chrono::duration_cast<std::chrono::milliseconds>(browser.line(*gone).at - stoppedAt).count()
               << " ms after a clean stop (record TTL 120 s)" << std::endl;
     EXPECT_TRUE(first.waitExit(5s));
-    EXPECT_EQ(browser.count("gone", "bbbbbbbbbbbbbbbb"), 0u);
+    EXPECT_EQ(browser.count("gone", kKeyB), 0u);
 }
 
 // An avahi-daemon of the test's own in namespace B, on a private system bus.
@@ -575,8 +610,9 @@ TEST_F(DiscoveryNetns, DaemonBackendAndAvahiBrowseSeeTheSamePanels) {
     Peer& daemonBrowser = browse(ns.b, {"--backend", "daemon"}, bus);
     ASSERT_TRUE(daemonBrowser.waitForEvent("started", "", 10s));
     EXPECT_EQ(daemonBrowser.line(0).get("backend"), "daemon") << logs();
-    announce(ns.a, "Salle A", "aaaaaaaaaaaaaaaa", "1111AAAA");
-    Peer& viaDaemon = announce(ns.b, "Salle B", "bbbbbbbbbbbbbbbb", "2222BBBB", {"--backend", "daemon"}, bus);
+    announce(ns.a, "Salle A", kKeyA, "1111AAAA");
+    Peer& viaDaemon =
+        announce(ns.b, "Salle B", kKeyB, "2222BBBB", {"--backend", "daemon", "--publish-code", "1"}, bus);
 
     // Our records, as Avahi's own tool reads them from the daemon.
     std::string seen;
@@ -584,39 +620,41 @@ TEST_F(DiscoveryNetns, DaemonBackendAndAvahiBrowseSeeTheSamePanels) {
     auto bothResolved = [&] {
         return seen.find("=;" + ns.interfaceB + ";IPv4;Salle\\032A;_zelvanor._tcp;local;") != std::string::npos &&
                seen.find(";" + ns.addressA + ";47800;") != std::string::npos &&
-               seen.find("\"code=1111AAAA\"") != std::string::npos &&
-               seen.find("\"key=aaaaaaaaaaaaaaaa\"") != std::string::npos &&
+               seen.find("\"access=code\"") != std::string::npos &&
+               seen.find("\"key=" + std::string(kKeyA) + "\"") != std::string::npos &&
                seen.find("Salle\\032B;_zelvanor._tcp;local;zvd-daemon.local;" + ns.addressB + ";47800;") !=
                    std::string::npos;
     };
     while (!bothResolved() && Clock::now() < until)
         seen = runOutput("ip netns exec " + ns.b + " env " + bus + " avahi-browse -rpt _zelvanor._tcp");
     EXPECT_TRUE(bothResolved()) << "avahi-browse -rpt said:\n" << seen << logs();
+    EXPECT_EQ(seen.find("code=1111AAAA"), std::string::npos) << "A does not publish its code:\n" << seen;
+    EXPECT_NE(seen.find("\"code=2222BBBB\""), std::string::npos) << "B does:\n" << seen;
 
-    auto aSeen = daemonBrowser.waitForEvent("found", "aaaaaaaaaaaaaaaa", 15s);
+    auto aSeen = daemonBrowser.waitForEvent("found", kKeyA, 15s);
     ASSERT_TRUE(aSeen) << logs();
     EXPECT_EQ(daemonBrowser.line(*aSeen).get("address"), ns.addressA);
-    auto bSeen = embeddedBrowser.waitForEvent("found", "bbbbbbbbbbbbbbbb", 15s);
+    auto bSeen = embeddedBrowser.waitForEvent("found", kKeyB, 15s);
     ASSERT_TRUE(bSeen) << logs();
     EXPECT_EQ(embeddedBrowser.line(*bSeen).get("address"), ns.addressB);
     EXPECT_EQ(embeddedBrowser.line(*bSeen).get("code"), "2222BBBB");
 
     viaDaemon.send("code 3333CCCC");
-    auto updated = embeddedBrowser.waitForEvent("updated", "bbbbbbbbbbbbbbbb", 10s, *bSeen);
+    auto updated = embeddedBrowser.waitForEvent("updated", kKeyB, 10s, *bSeen);
     ASSERT_TRUE(updated) << logs();
     EXPECT_EQ(embeddedBrowser.line(*updated).get("code"), "3333CCCC");
 
     // The daemon withdraws what a client published when the client dies.
     viaDaemon.signal(SIGKILL);
     const auto killedAt = Clock::now();
-    auto gone = embeddedBrowser.waitForEvent("gone", "bbbbbbbbbbbbbbbb", kGoneDeadline, *updated);
+    auto gone = embeddedBrowser.waitForEvent("gone", kKeyB, kGoneDeadline, *updated);
     ASSERT_TRUE(gone) << logs();
     std::cout << "[ measure  ] gone "
               << std::chrono::duration_cast<std::chrono::milliseconds>(embeddedBrowser.line(*gone).at - killedAt)
                      .count()
               << " ms after SIGKILL of a daemon-backed announcer" << std::endl;
-    EXPECT_TRUE(daemonBrowser.waitForEvent("gone", "bbbbbbbbbbbbbbbb", kGoneDeadline)) << logs();
-    EXPECT_EQ(embeddedBrowser.count("gone", "aaaaaaaaaaaaaaaa"), 0u);
+    EXPECT_TRUE(daemonBrowser.waitForEvent("gone", kKeyB, kGoneDeadline)) << logs();
+    EXPECT_EQ(embeddedBrowser.count("gone", kKeyA), 0u);
 }
 
 }  // namespace

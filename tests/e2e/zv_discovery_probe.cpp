@@ -1,18 +1,21 @@
 // A small discovery peer for tests and manual checks: announces one panel, or
 // browses and prints one JSON line per event on stdout.
 //
-//   zv-discovery-probe announce --name N --port P --key K --code C
-//       [--new-code C2 --change-code-after-ms M] [--ttl S] [--ver V] [--backend auto|daemon|embedded]
+//   zv-discovery-probe announce --name N --port P --key K [--code C] [--access open|approve|code]
+//       [--publish-code 0|1] [--new-code C2 --change-code-after-ms M] [--ttl S] [--ver V]
+//       [--backend auto|daemon|embedded]
 //   zv-discovery-probe browse [--seconds S] [--backend auto|daemon|embedded]
 //
 // Standard input takes commands, one a line: "code C" (announce: switch to
-// code C), "refresh" and "lookup C" (browse). SIGTERM and SIGINT end it
+// code C), "access MODE 0|1" (announce: access mode and whether the code is
+// published), "refresh" and "lookup C" (browse). SIGTERM and SIGINT end it
 // cleanly; the announcer then withdraws its service.
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +24,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "casting/Log.h"
 #include "discovery/AvahiRuntime.h"
@@ -63,19 +68,26 @@ void emit(const std::string& event, const std::vector<std::pair<std::string, std
     std::fflush(stdout);
 }
 
-void emitPanel(const std::string& event, const KLUF_DEVICE_INFO& info) {
+// access: the browser's access mode for the panel, "" when unknown.
+void emitPanel(const std::string& event, const KLUF_DEVICE_INFO& info, const std::string& access = {}) {
     emit(event, {{"name", jsonText(info.szDeviceName)},
                  {"key", jsonText(info.szDeviceKey)},
                  {"code", jsonText(info.szConnectCode)},
                  {"address", jsonText(info.szDetail)},
                  {"port", std::to_string(info.nValue)},
-                 {"ver", jsonText(info.szInfo)}});
+                 {"ver", jsonText(info.szInfo)},
+                 {"access", jsonText(access)}});
+}
+
+std::optional<zv::PanelAccess> accessArgument(const std::string& text) {
+    return zv::panelAccessFromText(text);
 }
 
 int usage(const char* why) {
     std::fprintf(stderr,
-                 "%s\nusage: zv-discovery-probe announce --name N --port P --key K --code C [--new-code C2 "
-                 "--change-code-after-ms M] [--ttl S] [--ver V] [--backend auto|daemon|embedded]\n"
+                 "%s\nusage: zv-discovery-probe announce --name N --port P --key K [--code C] "
+                 "[--access open|approve|code] [--publish-code 0|1] [--new-code C2 --change-code-after-ms M] "
+                 "[--ttl S] [--ver V] [--backend auto|daemon|embedded]\n"
                  "       zv-discovery-probe browse [--seconds S] [--backend auto|daemon|embedded]\n",
                  why);
     return 2;
@@ -147,13 +159,19 @@ std::shared_ptr<zv::AvahiRuntime> startRuntime(const std::string& backend, bool 
 }
 
 int announce(const std::map<std::string, std::string>& args, Input& input) {
-    for (const char* required : {"--name", "--port", "--key", "--code"})
-        if (!args.count(required)) return usage("announce needs --name, --port, --key and --code");
+    for (const char* required : {"--name", "--port", "--key"})
+        if (!args.count(required)) return usage("announce needs --name, --port and --key");
     zv::PanelAnnouncement announcement;
     announcement.name = QString::fromStdString(args.at("--name"));
     announcement.port = static_cast<quint16>(std::atoi(args.at("--port").c_str()));
     announcement.key = QString::fromStdString(args.at("--key"));
-    announcement.code = QString::fromStdString(args.at("--code"));
+    if (args.count("--code")) announcement.code = QString::fromStdString(args.at("--code"));
+    if (args.count("--access")) {
+        const auto access = accessArgument(args.at("--access"));
+        if (!access) return usage("--access is open, approve or code");
+        announcement.accessMode = *access;
+    }
+    if (args.count("--publish-code")) announcement.publishCode = args.at("--publish-code") == "1";
     if (args.count("--ver")) announcement.protocolVersion = std::atoi(args.at("--ver").c_str());
     if (args.count("--ttl")) announcement.recordTtl = std::chrono::seconds(std::atoi(args.at("--ttl").c_str()));
 
@@ -185,7 +203,18 @@ int announce(const std::map<std::string, std::string>& args, Input& input) {
             changeAt = Clock::time_point::max();
             break;
         case Input::What::Line:
-            if (line.rfind("code ", 0) == 0) switchCode(line.substr(5));
+            if (line.rfind("code ", 0) == 0) {
+                switchCode(line.substr(5));
+            } else if (line.rfind("access ", 0) == 0) {
+                const auto space = line.find(' ', 7);
+                const auto access = accessArgument(line.substr(7, space == std::string::npos ? space : space - 7));
+                const bool publish = space != std::string::npos && line.substr(space + 1) == "1";
+                if (access) {
+                    announcer.updateAccess(*access, publish);
+                    emit("access", {{"access", jsonText(zv::panelAccessText(*access))},
+                                    {"publishCode", publish ? "true" : "false"}});
+                }
+            }
             break;
         }
     }
@@ -198,12 +227,24 @@ int browse(const std::map<std::string, std::string>& args, Input& input) {
 
     auto runtime = startRuntime(args.count("--backend") ? args.at("--backend") : "auto", false);
     if (!runtime) return 1;
+    // The callbacks run on the discovery thread and read the browser's table,
+    // which already holds the panel they report. Nothing is found within the
+    // moment between the constructor and the store below.
+    std::atomic<zv::PanelBrowser*> self{nullptr};
+    auto withAccess = [&self](const char* event) {
+        return [&self, event](const KLUF_DEVICE_INFO& info) {
+            zv::PanelBrowser* browser = self.load();
+            const auto access = browser ? browser->accessModeOf(QString::fromUtf8(info.szDeviceKey)) : std::nullopt;
+            emitPanel(event, info, access ? zv::panelAccessText(*access) : "");
+        };
+    };
     zv::PanelBrowser::Callbacks callbacks;
-    callbacks.found = [](const KLUF_DEVICE_INFO& info) { emitPanel("found", info); };
-    callbacks.updated = [](const KLUF_DEVICE_INFO& info) { emitPanel("updated", info); };
+    callbacks.found = withAccess("found");
+    callbacks.updated = withAccess("updated");
     callbacks.gone = [](const KLUF_DEVICE_INFO& info) { emitPanel("gone", info); };
-    callbacks.coming = [](const KLUF_DEVICE_INFO& info) { emitPanel("coming", info); };
+    callbacks.coming = withAccess("coming");
     zv::PanelBrowser browser(runtime, callbacks);
+    self = &browser;
 
     std::string line;
     for (;;) {
@@ -233,10 +274,9 @@ int main(int argc, char** argv) {
     if (argc < 2) return usage("no mode given");
     const std::string mode = argv[1];
     std::map<std::string, std::string> args;
-    for (int i = 2; i < argc; ++i) {
+    for (int i = 2; i < argc; i += 2) {
         if (std::strncmp(argv[i], "--", 2) != 0 || i + 1 >= argc) return usage("options take one value each");
         args[argv[i]] = argv[i + 1];
-        ++i;
     }
     Input input;  // blocks the termination signals before the discovery thread exists
     if (mode == "announce") return announce(args, input);

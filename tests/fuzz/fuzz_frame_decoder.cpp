@@ -165,21 +165,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size <= 64) {
         const QString code = zv::code::normalize(QString::fromUtf8(bytes));
         if (zv::code::isValidCode(code) && code.size() == zv::code::kConnectCodeLength) {
-            const auto address = zv::code::decodeAddress(code);
-            if (!address) __builtin_trap();
-            if (zv::code::decodeAddress(zv::code::makeCode(*address, 0)) != address) __builtin_trap();
+            // Every code keeps its 20 secret bits, and a carried address comes back.
+            if (zv::code::secretBits(code) < zv::code::kMinSecretBits) __builtin_trap();
+            const QList<quint32> candidates = zv::code::addressCandidates(code, {0x0A000001u, 0x7F000001u});
+            if (candidates.size() > 2) __builtin_trap();
+            if (const auto address = zv::code::decodeAddress(code)) {
+                if (zv::code::decodeAddress(zv::code::makeCode(*address, 0)) != address) __builtin_trap();
+            }
         }
     }
     return 0;
 }
 
 #ifdef ZV_FUZZ_STANDALONE
-#include <QDir>
-#include <QFile>
-
-#include <cstdio>
-#include <random>
-#include <vector>
+#include "StandaloneDriver.h"
 
 int main(int argc, char** argv) {
     std::vector<QByteArray> samples = {
@@ -197,52 +196,6 @@ int main(int argc, char** argv) {
         QByteArray::fromHex("000000010f"),
         QByteArray("012g-28t5"),
     };
-    // Sample files: the folder given as the first argument.
-    if (argc > 1) {
-        const QDir corpus(QString::fromLocal8Bit(argv[1]));
-        for (const QString& name : corpus.entryList(QDir::Files)) {
-            QFile file(corpus.filePath(name));
-            if (file.open(QIODevice::ReadOnly)) samples.push_back(file.readAll());
-        }
-    }
-    auto run = [](const QByteArray& input) {
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.constData()), size_t(input.size()));
-    };
-    for (const QByteArray& sample : samples) run(sample);
-
-    std::mt19937 random(20240601u);  // fixed: every run tries the same inputs
-    std::uniform_int_distribution<int> byte(0, 255);
-    constexpr int kMutations = 20000;
-    constexpr int kRandom = 2000;
-    for (int round = 0; round < kMutations; ++round) {
-        QByteArray input = samples[size_t(random() % samples.size())];
-        const int edits = 1 + int(random() % 8);
-        for (int e = 0; e < edits; ++e) {
-            const int pos = input.isEmpty() ? 0 : int(random() % uint32_t(input.size()));
-            switch (random() % 4) {
-            case 0:
-                if (!input.isEmpty()) input[pos] = char(byte(random));
-                break;
-            case 1:
-                input.insert(pos, char(byte(random)));
-                break;
-            case 2:
-                if (!input.isEmpty()) input.remove(pos, 1);
-                break;
-            default:
-                input += samples[size_t(random() % samples.size())];
-                break;
-            }
-        }
-        run(input);
-    }
-    for (int round = 0; round < kRandom; ++round) {
-        QByteArray input(int(random() % 300), '\0');
-        for (char& c : input) c = char(byte(random));
-        run(input);
-    }
-    std::printf("fuzz_frame_decoder: %zu samples and %d generated inputs passed\n", samples.size(),
-                kMutations + kRandom);
-    return 0;
+    return zv_fuzz::runStandalone("fuzz_frame_decoder", argc, argv, samples, 20000, 2000);
 }
 #endif

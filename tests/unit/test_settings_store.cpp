@@ -231,14 +231,16 @@ struct ProtocolSetting {
     ProtocolType (CClientConfig::*get)();
     void (CClientConfig::*set)(int);
     ProtocolType fallback;
+    ProtocolType other;
 };
 const ProtocolSetting kProtocolSettings[] = {
-    {"ProType", &CClientConfig::getProType, &CClientConfig::updataProType, PROTOCOL_BRX},
-    {"ReverseProType", &CClientConfig::getReverseProType, &CClientConfig::updataReverseProType, PROTOCOL_TCP},
-    {"MouseProType", &CClientConfig::getMouseProType, &CClientConfig::updataMouseProType, PROTOCOL_TCP},
-    {"ShareProType", &CClientConfig::getShareProType, &CClientConfig::updataShareProType, PROTOCOL_TCP},
+    {"ProType", &CClientConfig::getProType, &CClientConfig::updataProType, PROTOCOL_UDP, PROTOCOL_BRX},
+    {"ReverseProType", &CClientConfig::getReverseProType, &CClientConfig::updataReverseProType, PROTOCOL_TCP,
+     PROTOCOL_UDP},
+    {"MouseProType", &CClientConfig::getMouseProType, &CClientConfig::updataMouseProType, PROTOCOL_TCP, PROTOCOL_UDP},
+    {"ShareProType", &CClientConfig::getShareProType, &CClientConfig::updataShareProType, PROTOCOL_TCP, PROTOCOL_UDP},
     {"ShareReverseProType", &CClientConfig::getShareReverseProType, &CClientConfig::updataShareReverseProType,
-     PROTOCOL_TCP},
+     PROTOCOL_TCP, PROTOCOL_UDP},
 };
 struct TextSetting {
     const char* name;
@@ -280,7 +282,7 @@ TEST(SettingsStore, FreshFileHasDefaultsAndEverySettingSurvivesReopen) {
         EXPECT_TRUE(config.isPersistent());
         expectDefaults(config);
         for (const auto& s : kIntSettings) (config.*s.set)(s.other);
-        for (const auto& s : kProtocolSettings) (config.*s.set)(PROTOCOL_UDP);
+        for (const auto& s : kProtocolSettings) (config.*s.set)(s.other);
         for (const auto& s : kTextSettings) (config.*s.set)(s.other);
         config.updateCodingMode(CODING_SOFTWARE_PREFERRED);
         // Settings without a setter are reached through the column access.
@@ -294,7 +296,7 @@ TEST(SettingsStore, FreshFileHasDefaultsAndEverySettingSurvivesReopen) {
     {
         CClientConfig config(path);
         for (const auto& s : kIntSettings) EXPECT_EQ((config.*s.get)(), s.other) << s.name;
-        for (const auto& s : kProtocolSettings) EXPECT_EQ((config.*s.get)(), PROTOCOL_UDP) << s.name;
+        for (const auto& s : kProtocolSettings) EXPECT_EQ((config.*s.get)(), s.other) << s.name;
         for (const auto& s : kTextSettings) EXPECT_EQ((config.*s.get)(), s.other) << s.name;
         EXPECT_EQ(config.getCodingMode(), CODING_SOFTWARE_PREFERRED);
         EXPECT_EQ(config.getFirstRun(), 0);
@@ -307,7 +309,7 @@ TEST(SettingsStore, FreshFileHasDefaultsAndEverySettingSurvivesReopen) {
         config.updataProType(3);
         config.updataReverseProType(-1);
         config.updataMouseProType(PROTOCOL_BRX);
-        EXPECT_EQ(config.getProType(), PROTOCOL_BRX);
+        EXPECT_EQ(config.getProType(), PROTOCOL_UDP);
         EXPECT_EQ(config.getReverseProType(), PROTOCOL_TCP);
         EXPECT_EQ(config.getMouseProType(), PROTOCOL_TCP);
         config.updateCodingMode(7);
@@ -408,7 +410,7 @@ TEST(SettingsStore, ConcurrentWritersInThreadsAndProcessesLoseNothing) {
     EXPECT_EQ(after.getColumnValue("Extra"), "v" + last);
     EXPECT_EQ(after.getShortcutIP(), "child-" + last);
     EXPECT_EQ(after.getShowLossFraction(), kWrites - 1);
-    EXPECT_EQ(after.getProType(), PROTOCOL_BRX);  // nobody wrote it
+    EXPECT_EQ(after.getProType(), PROTOCOL_UDP);  // nobody wrote it
 }
 
 TEST(SettingsStore, DamagedFileIsKeptAsideAndReplacedByDefaults) {
@@ -458,7 +460,7 @@ TEST(SettingsStore, OlderFileGainsNewColumnsAndKeepsItsValues) {
     {
         RawDb raw(path);
         raw.exec("CREATE TABLE settings (HostName TEXT, ServerIP TEXT, ProType INTEGER, ShowDelay INTEGER)");
-        raw.exec("INSERT INTO settings VALUES ('old-host', '10.1.2.3', 0, NULL)");
+        raw.exec("INSERT INTO settings VALUES ('old-host', '10.1.2.3', 1, NULL)");
         raw.exec("INSERT INTO settings VALUES ('second-row', '10.9.9.9', 1, 1)");
     }
     {
@@ -466,7 +468,7 @@ TEST(SettingsStore, OlderFileGainsNewColumnsAndKeepsItsValues) {
         EXPECT_TRUE(config.isPersistent());
         EXPECT_EQ(config.getHostName(), "old-host");
         EXPECT_EQ(config.getServerIP(), "10.1.2.3");
-        EXPECT_EQ(config.getProType(), PROTOCOL_UDP);
+        EXPECT_EQ(config.getProType(), PROTOCOL_TCP);
         EXPECT_EQ(config.getShowDelay(), 0);  // NULL: the default
         for (const auto& s : kIntSettings) {
             if (std::string(s.name) != "ShowDelay") {
@@ -484,6 +486,32 @@ TEST(SettingsStore, OlderFileGainsNewColumnsAndKeepsItsValues) {
     EXPECT_GE(raw.integer("PRAGMA user_version"), 1);
     EXPECT_EQ(raw.integer("SELECT ShowBitRate FROM settings"), 1);
     EXPECT_EQ(raw.integer("SELECT YUVConvertMode FROM settings"), 0);
+}
+
+// The cast goes over RTP/UDP unless chosen otherwise. A file made while SRT
+// was the default holds a 2 that looks exactly like a chosen SRT, so it stays.
+TEST(SettingsStore, CastTransportDefaultsToUdpAndAnEarlierFilesValueStays) {
+    TempDir dir;
+    {
+        CClientConfig fresh(dir.file("fresh.db"));
+        EXPECT_EQ(fresh.getProType(), PROTOCOL_UDP);
+    }
+    EXPECT_EQ(RawDb(dir.file("fresh.db")).integer("SELECT ProType FROM settings"), PROTOCOL_UDP);
+
+    const std::string earlier = dir.file("earlier.db");
+    {
+        RawDb raw(earlier);
+        raw.exec("CREATE TABLE settings (id INTEGER PRIMARY KEY, ProType INTEGER NOT NULL DEFAULT 2)");
+        raw.exec("INSERT INTO settings DEFAULT VALUES");
+        raw.exec("PRAGMA user_version = 1");
+    }
+    {
+        CClientConfig config(earlier);
+        EXPECT_TRUE(config.isPersistent());
+        EXPECT_EQ(config.getProType(), PROTOCOL_BRX);
+        config.updataProType(PROTOCOL_UDP);
+    }
+    EXPECT_EQ(CClientConfig(earlier).getProType(), PROTOCOL_UDP);
 }
 
 TEST(SettingsStore, ExtraColumnsAcceptOnlyPlainNames) {

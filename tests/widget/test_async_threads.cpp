@@ -6,7 +6,6 @@
 #include <QThread>
 
 #include <atomic>
-#include <cstdlib>
 #include <new>
 
 #include "ui/MirkAsync.h"
@@ -16,9 +15,20 @@ namespace {
 std::atomic<bool> g_failNothrowNew{false};
 }  // namespace
 
+// The memory comes from the ordinary operator new, so the plain delete that
+// frees these objects matches it (AddressSanitizer checks the pairing).
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     if (g_failNothrowNew) return nullptr;
-    return std::malloc(size != 0 ? size : 1);
+    try {
+        return ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+// Called when a constructor throws after a nothrow new.
+void operator delete(void* pointer, const std::nothrow_t&) noexcept {
+    ::operator delete(pointer);
 }
 
 class TestAsyncThreads : public QObject {

@@ -27,10 +27,10 @@ constexpr int kScreenWidth = 1280;
 constexpr int kScreenHeight = 720;
 inline const char* kPassphrase = "0123456789abcdefABCDEF0123456789";
 
-// A 44-byte media key whose bytes start at `seed`.
-inline std::vector<uint8_t> mediaKey(uint8_t seed) {
+// A 44-byte media key whose bytes start at `first`.
+inline std::vector<uint8_t> mediaKey(uint8_t first) {
     std::vector<uint8_t> key(44);
-    for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(seed + i * 7);
+    for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(first + i * 7);
     return key;
 }
 inline const std::vector<uint8_t> kPcToPanelKey = mediaKey(0x11);

@@ -5,35 +5,25 @@
 //    a network namespace without a daemon.
 //
 // Everything Avahi does happens on one thread, Avahi's threaded poll: "the
-// discovery thread". Avahi calls back on it only, and every object below must
-// be made, used and freed on it, or from another thread inside locked().
+// discovery thread". Avahi calls back on it only, and every object made on
+// the runtime (AvahiPublish.h, AvahiLookup.h) must be made, used and freed on
+// it, or from another thread inside locked().
 //
-// Both Avahi libraries are loaded at run time, each in its own symbol scope:
-// they both export a function named avahi_entry_group_free with different
-// arguments, so linking them side by side makes avahi-core call the client's
-// one and abort. Only avahi-common is linked.
+// Both Avahi libraries are loaded at run time, each in its own symbol scope
+// (AvahiLibraries.h says why); only avahi-common is linked.
 #pragma once
 
 #include <avahi-client/client.h>
-#include <avahi-client/lookup.h>
-#include <avahi-client/publish.h>
-#include <avahi-common/address.h>
-#include <avahi-common/defs.h>
-#include <avahi-common/strlst.h>
 #include <avahi-common/thread-watch.h>
 #include <avahi-core/core.h>
-#include <avahi-core/lookup.h>
-#include <avahi-core/publish.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace zv {
 
@@ -126,119 +116,6 @@ private:
     AvahiRuntime& m_runtime;
     std::function<void()> m_fn;
     AvahiTimeout* m_timeout = nullptr;
-};
-
-// One DNS resource record to publish, in wire form.
-struct DnsRecord {
-    std::string name;            // owner name, escaped as Avahi writes it ("My\ Panel._zelvanor._tcp.local")
-    uint16_t type = 0;           // AVAHI_DNS_TYPE_*
-    uint32_t ttlSeconds = 0;
-    std::vector<uint8_t> rdata;  // record data as on the wire, names uncompressed
-
-    static DnsRecord ptr(const std::string& name, const std::string& target, uint32_t ttlSeconds);
-    static DnsRecord srv(const std::string& name, uint16_t port, const std::string& host, uint32_t ttlSeconds);
-    // Each entry is one "key=value" string; entries longer than 255 bytes are cut.
-    static DnsRecord txt(const std::string& name, const std::vector<std::string>& entries, uint32_t ttlSeconds);
-};
-
-// An entry group: records published, updated and withdrawn together. Freeing
-// it withdraws them with a goodbye. Discovery thread (or locked()).
-class AvahiGroup {
-public:
-    using StateCallback = std::function<void(AvahiEntryGroupState)>;
-    AvahiGroup(AvahiRuntime& runtime, StateCallback callback);
-    ~AvahiGroup();
-    AvahiGroup(const AvahiGroup&) = delete;
-    AvahiGroup& operator=(const AvahiGroup&) = delete;
-
-    bool valid() const { return m_client != nullptr || m_core != nullptr; }
-    // Each returns AVAHI_OK or an Avahi error code (see AvahiRuntime::errorText).
-    int add(AvahiPublishFlags flags, const DnsRecord& record);
-    int commit();
-    void reset();
-    bool empty() const;
-
-private:
-    static void clientCallback(AvahiEntryGroup* group, AvahiEntryGroupState state, void* self);
-    static void coreCallback(AvahiServer* server, AvahiSEntryGroup* group, AvahiEntryGroupState state, void* self);
-    AvahiRuntime& m_runtime;
-    StateCallback m_callback;
-    AvahiEntryGroup* m_client = nullptr;
-    AvahiSEntryGroup* m_core = nullptr;
-};
-
-struct AvahiBrowseEvent {
-    AvahiBrowserEvent event = AVAHI_BROWSER_FAILURE;
-    AvahiIfIndex interface = AVAHI_IF_UNSPEC;
-    AvahiProtocol protocol = AVAHI_PROTO_UNSPEC;
-    std::string name, type, domain;  // name and type are empty on ALL_FOR_NOW, CACHE_EXHAUSTED and FAILURE
-    int error = 0;                   // on FAILURE
-};
-
-// Browses one service type; events arrive on the discovery thread.
-class AvahiBrowser {
-public:
-    using Callback = std::function<void(const AvahiBrowseEvent&)>;
-    AvahiBrowser(AvahiRuntime& runtime, const std::string& type, AvahiProtocol protocol, Callback callback);
-    ~AvahiBrowser();
-    AvahiBrowser(const AvahiBrowser&) = delete;
-    AvahiBrowser& operator=(const AvahiBrowser&) = delete;
-    bool valid() const { return m_client != nullptr || m_core != nullptr; }
-    int error() const { return m_error; }
-
-private:
-    static void clientCallback(AvahiServiceBrowser*, AvahiIfIndex, AvahiProtocol, AvahiBrowserEvent, const char* name,
-                               const char* type, const char* domain, AvahiLookupResultFlags, void* self);
-    static void coreCallback(AvahiSServiceBrowser*, AvahiIfIndex, AvahiProtocol, AvahiBrowserEvent, const char* name,
-                             const char* type, const char* domain, AvahiLookupResultFlags, void* self);
-    void deliver(AvahiIfIndex, AvahiProtocol, AvahiBrowserEvent, const char* name, const char* type,
-                 const char* domain);
-    AvahiRuntime& m_runtime;
-    Callback m_callback;
-    AvahiServiceBrowser* m_client = nullptr;
-    AvahiSServiceBrowser* m_core = nullptr;
-    int m_error = 0;
-};
-
-struct AvahiResolved {
-    bool found = false;  // false: resolution failed (error says why); it may still succeed later
-    AvahiIfIndex interface = AVAHI_IF_UNSPEC;
-    AvahiProtocol protocol = AVAHI_PROTO_UNSPEC;
-    std::string name, hostName, address;  // address as text ("10.1.2.3")
-    uint16_t port = 0;
-    std::map<std::string, std::string> txt;  // a key without "=" maps to ""
-    int error = 0;
-};
-
-// Resolves one service and keeps watching it: a new result arrives whenever
-// its records change (a new TXT record, say). Discovery thread.
-class AvahiResolver {
-public:
-    using Callback = std::function<void(const AvahiResolved&)>;
-    AvahiResolver(AvahiRuntime& runtime, const AvahiBrowseEvent& service, AvahiProtocol addressProtocol,
-                  Callback callback);
-    ~AvahiResolver();
-    AvahiResolver(const AvahiResolver&) = delete;
-    AvahiResolver& operator=(const AvahiResolver&) = delete;
-    bool valid() const { return m_client != nullptr || m_core != nullptr; }
-    int error() const { return m_error; }
-
-private:
-    static void clientCallback(AvahiServiceResolver*, AvahiIfIndex, AvahiProtocol, AvahiResolverEvent,
-                               const char* name, const char* type, const char* domain, const char* host,
-                               const AvahiAddress* address, uint16_t port, AvahiStringList* txt,
-                               AvahiLookupResultFlags, void* self);
-    static void coreCallback(AvahiSServiceResolver*, AvahiIfIndex, AvahiProtocol, AvahiResolverEvent,
-                             const char* name, const char* type, const char* domain, const char* host,
-                             const AvahiAddress* address, uint16_t port, AvahiStringList* txt,
-                             AvahiLookupResultFlags, void* self);
-    void deliver(AvahiIfIndex, AvahiProtocol, AvahiResolverEvent, const char* name, const char* host,
-                 const AvahiAddress* address, uint16_t port, AvahiStringList* txt);
-    AvahiRuntime& m_runtime;
-    Callback m_callback;
-    AvahiServiceResolver* m_client = nullptr;
-    AvahiSServiceResolver* m_core = nullptr;
-    int m_error = 0;
 };
 
 }  // namespace zv

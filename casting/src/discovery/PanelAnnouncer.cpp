@@ -67,11 +67,13 @@ DnsRecord PanelAnnouncer::txtRecord() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     const auto ttl = static_cast<uint32_t>(m_announcement.recordTtl.count());
     std::vector<std::string> entries{
-        "key=" + m_announcement.key.toStdString(),
-        "code=" + m_announcement.code.toStdString(),
-        "ver=" + std::to_string(m_announcement.protocolVersion),
         "name=" + cutUtf8(m_announcement.name, 255 - 5),
+        "key=" + m_announcement.key.toStdString(),
+        "ver=" + std::to_string(m_announcement.protocolVersion),
+        std::string("access=") + panelAccessText(m_announcement.accessMode),
     };
+    if (m_announcement.publishCode && !m_announcement.code.isEmpty())
+        entries.push_back("code=" + m_announcement.code.toStdString());
     return DnsRecord::txt(joinName(m_serviceName.toStdString().c_str(), kServiceType), entries, ttl);
 }
 
@@ -175,21 +177,34 @@ void PanelAnnouncer::updateCode(const QString& code) {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_announcement.code == code) return;
         m_announcement.code = code;
+        if (!m_announcement.publishCode) return;
     }
-    m_runtime->locked([this] {
-        // Not yet published: publish() will use the new code.
-        if (!m_group || m_group->empty()) return;
-        // Same owner name, same group: Avahi swaps the record and announces
-        // it with the cache-flush bit, so caches replace the old TXT.
-        const auto flags = static_cast<AvahiPublishFlags>(AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_USE_MULTICAST |
-                                                          AVAHI_PUBLISH_UPDATE);
-        const int result = m_group->add(flags, txtRecord());
-        if (result < 0)
-            ZV_LOG(ERROR) << " Cannot update the TXT record of '" << serviceName().toStdString()
-                          << "': " << AvahiRuntime::errorText(result);
-        else
-            ZV_LOG(INFO) << " Updated the connect code of '" << serviceName().toStdString() << "'.";
-    });
+    m_runtime->locked([this] { replaceTxt("connect code"); });
+}
+
+void PanelAnnouncer::updateAccess(PanelAccess accessMode, bool publishCode) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_announcement.accessMode == accessMode && m_announcement.publishCode == publishCode) return;
+        m_announcement.accessMode = accessMode;
+        m_announcement.publishCode = publishCode;
+    }
+    m_runtime->locked([this] { replaceTxt("access mode"); });
+}
+
+void PanelAnnouncer::replaceTxt(const char* what) {
+    // Not yet published: publish() will use the new record.
+    if (!m_group || m_group->empty()) return;
+    // Same owner name, same group: Avahi swaps the record and announces it
+    // with the cache-flush bit, so caches replace the old TXT.
+    const auto flags =
+        static_cast<AvahiPublishFlags>(AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_USE_MULTICAST | AVAHI_PUBLISH_UPDATE);
+    const int result = m_group->add(flags, txtRecord());
+    if (result < 0)
+        ZV_LOG(ERROR) << " Cannot update the TXT record of '" << serviceName().toStdString()
+                      << "': " << AvahiRuntime::errorText(result);
+    else
+        ZV_LOG(INFO) << " Updated the " << what << " of '" << serviceName().toStdString() << "'.";
 }
 
 }  // namespace zv

@@ -1,6 +1,7 @@
 // Announces a panel on the LAN: DNS-SD service "_zelvanor._tcp" with the
-// panel name as instance name, the control port, and TXT key, code, ver and
-// name. The records carry a short TTL so that browsers drop a panel that
+// panel name as instance name, the control port, and TXT name, key, ver,
+// access and, only when the panel's operator chose to publish it, code
+// (docs/discovery.md). The records carry a short TTL so that browsers drop a panel that
 // vanished without a goodbye (power cut, SIGKILL) within seconds.
 #pragma once
 
@@ -11,7 +12,8 @@
 #include <memory>
 #include <mutex>
 
-#include "discovery/AvahiRuntime.h"
+#include "discovery/AvahiPublish.h"
+#include "discovery/PanelAccess.h"
 #include "protocol/ProtocolConstants.h"
 
 namespace zv {
@@ -24,7 +26,13 @@ constexpr std::chrono::seconds kPanelRecordTtl{5};
 struct PanelAnnouncement {
     QString name;  // the panel name: instance name (cut to 63 bytes) and TXT "name"
     quint16 port = 0;
+    // TXT "key": the panel's key id, the SHA-256 of its public key in
+    // base64url without padding (43 characters).
     QString key;
+    PanelAccess accessMode = PanelAccess::Code;  // TXT "access"
+    // TXT "code" carries the connect code only when this is set (the
+    // operator's choice); otherwise the code never leaves the panel this way.
+    bool publishCode = false;
     QString code;
     int protocolVersion = kProtocolVersion;  // TXT "ver"
     std::chrono::seconds recordTtl = kPanelRecordTtl;
@@ -50,9 +58,11 @@ public:
     PanelAnnouncer(const PanelAnnouncer&) = delete;
     PanelAnnouncer& operator=(const PanelAnnouncer&) = delete;
 
-    // Replaces the TXT record in place; browsers see an update of the same
-    // service. Any thread.
+    // Replaces the TXT record in place when it changes; browsers see an
+    // update of the same service. A code that is not published changes
+    // nothing on the network. Any thread.
     void updateCode(const QString& code);
+    void updateAccess(PanelAccess accessMode, bool publishCode);
     // The instance name in use (the panel name, or an alternative after a
     // collision). Any thread.
     QString serviceName() const;
@@ -64,6 +74,8 @@ private:
     void rename();
     std::string serviceFullName() const;
     DnsRecord txtRecord() const;
+    // Discovery thread (or locked()).
+    void replaceTxt(const char* what);
 
     std::shared_ptr<AvahiRuntime> m_runtime;
     EventCallback m_onEvent;

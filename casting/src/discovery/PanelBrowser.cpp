@@ -37,16 +37,18 @@ std::string txtValue(const std::map<std::string, std::string>& txt, const char* 
 
 bool PanelBrowser::Panel::operator==(const Panel& other) const {
     return instance == other.instance && key == other.key && code == other.code && version == other.version &&
-           name == other.name && address == other.address && port == other.port && interface == other.interface;
+           name == other.name && access == other.access && address == other.address && port == other.port &&
+           interface == other.interface;
 }
 
 std::optional<PanelBrowser::Panel> PanelBrowser::fromResolution(const AvahiResolved& resolved) {
     Panel panel;
     panel.key = txtValue(resolved.txt, "key");
-    if (panel.key.empty()) return std::nullopt;
+    if (panel.key.empty() || panel.key.size() >= sizeof(KLUF_DEVICE_INFO::szDeviceKey)) return std::nullopt;
     panel.instance = resolved.name;
     panel.code = txtValue(resolved.txt, "code");
     panel.version = txtValue(resolved.txt, "ver");
+    panel.access = panelAccessFromText(txtValue(resolved.txt, "access"));
     // The TXT name is the panel's own; the instance name may be cut to 63
     // bytes or carry a " #2" after a collision.
     panel.name = txtValue(resolved.txt, "name");
@@ -99,7 +101,7 @@ std::optional<KLUF_DEVICE_INFO> PanelBrowser::lookupCode(const QString& code) co
     const std::string wanted = code.toStdString();
     std::lock_guard<std::mutex> lock(m_mutex);
     for (const auto& entry : m_table) {
-        if (wanted == entry.second.szConnectCode) return entry.second;
+        if (wanted == entry.second.info.szConnectCode) return entry.second.info;
     }
     return std::nullopt;
 }
@@ -107,8 +109,28 @@ std::optional<KLUF_DEVICE_INFO> PanelBrowser::lookupCode(const QString& code) co
 std::vector<KLUF_DEVICE_INFO> PanelBrowser::panels() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<KLUF_DEVICE_INFO> all;
-    for (const auto& entry : m_table) all.push_back(entry.second);
+    for (const auto& entry : m_table) all.push_back(entry.second.info);
     return all;
+}
+
+std::optional<PanelAccess> PanelBrowser::accessModeOf(const QString& key) const {
+    if (key.isEmpty()) return std::nullopt;
+    const std::string wanted = key.toStdString();
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& entry : m_table) {
+        if (wanted == entry.second.info.szDeviceKey) return entry.second.access;
+    }
+    return std::nullopt;
+}
+
+void PanelBrowser::list(const std::string& id, const Panel& panel) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_table[id] = Listed{toDeviceInfo(panel), panel.access};
+}
+
+void PanelBrowser::unlist(const std::string& id) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_table.erase(id);
 }
 
 void PanelBrowser::onRuntimeState(AvahiRuntime::State state) {
@@ -194,10 +216,7 @@ void PanelBrowser::onBrowse(const AvahiBrowseEvent& event) {
             Service& service = it->second;
             if (service.refreshing && service.paths.empty()) {
                 if (service.reported) reports.push_back({Kind::Gone, toDeviceInfo(*service.reported)});
-                {
-                    std::lock_guard<std::mutex> lock(m_mutex);
-                    m_table.erase(it->first);
-                }
+                unlist(it->first);
                 it = m_services.erase(it);
             } else {
                 ++it;
@@ -230,7 +249,7 @@ void PanelBrowser::onResolved(const std::string& id, PathKey key, const AvahiRes
     path->second.failed = false;
     path->second.panel = fromResolution(resolved);
     if (!path->second.panel)
-        ZV_LOG(WARNING) << " Service '" << resolved.name << "' announces no key; ignored.";
+        ZV_LOG(WARNING) << " Service '" << resolved.name << "' announces no usable key; ignored.";
     reconcile(id, reports);
     deliver(reports);
 }
@@ -243,22 +262,24 @@ void PanelBrowser::reconcile(const std::string& id, std::vector<Report>& reports
     // The earliest path wins, but a LAN address beats loopback: a panel on
     // this host is also seen on "lo" as 127.0.0.1.
     const Path* primary = nullptr;
-    bool anyResolved = false;
+    bool pending = false;  // a path whose first resolution is under way
     auto rank = [](const Path& path) { return std::make_pair(isLoopback(path.panel->address), path.order); };
     for (const auto& entry : service.paths) {
         const Path& path = entry.second;
-        anyResolved = anyResolved || path.resolved;
+        pending = pending || (!path.resolved && !path.failed);
         if (path.panel && (primary == nullptr || rank(path) < rank(*primary))) primary = &path;
     }
 
     if (primary == nullptr) {
-        if (!service.paths.empty() && !anyResolved) return;  // still resolving: nothing new to tell
+        // Not reported yet (or being refreshed) and still resolving: nothing
+        // to tell. Once reported, the panel is gone when no path resolves to
+        // it any more, even while another path is still being resolved: a
+        // colliding announcer's short-lived record on another interface must
+        // not keep a withdrawn panel listed until that record expires.
+        if (pending && (!service.reported || service.refreshing)) return;
         if (service.reported) reports.push_back({Kind::Gone, toDeviceInfo(*service.reported)});
         service.reported.reset();
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_table.erase(id);
-        }
+        unlist(id);
         if (service.paths.empty()) m_services.erase(it);
         return;
     }
@@ -285,8 +306,7 @@ void PanelBrowser::reconcile(const std::string& id, std::vector<Report>& reports
         reports.push_back({Kind::Updated, toDeviceInfo(panel)});
     service.reported = panel;
     service.refreshing = false;
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_table[id] = toDeviceInfo(panel);
+    list(id, panel);
 }
 
 void PanelBrowser::reconcileAll() {

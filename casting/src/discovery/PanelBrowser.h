@@ -1,6 +1,7 @@
 // Finds panels on the LAN: browses "_zelvanor._tcp" on every interface over
 // IPv4, resolves each service and keeps watching it, and reports panels as
 // KLUF_DEVICE_INFO records. A service seen on several interfaces is one panel.
+// The record has no field for the panel's access mode: accessModeOf() tells it.
 #pragma once
 
 #include <QString>
@@ -15,7 +16,8 @@
 #include <vector>
 
 #include "casting/Callbacks.h"
-#include "discovery/AvahiRuntime.h"
+#include "discovery/AvahiLookup.h"
+#include "discovery/PanelAccess.h"
 
 namespace zv {
 
@@ -26,7 +28,7 @@ public:
     // destroy the browser, nor wait for a thread that might (post instead).
     struct Callbacks {
         DeviceCallback found;    // a panel appeared, or is present again after refresh()
-        DeviceCallback updated;  // its TXT record (code, name, version) or address changed
+        DeviceCallback updated;  // its TXT record (code, name, version, access) or address changed
         DeviceCallback gone;     // goodbye or expiry of its records; carries the last record reported
         DeviceCallback coming;   // once per key, the first time this browser sees it, just before found
     };
@@ -46,18 +48,24 @@ public:
     std::optional<KLUF_DEVICE_INFO> lookupCode(const QString& code) const;
     // Every panel reported and not gone. Any thread.
     std::vector<KLUF_DEVICE_INFO> panels() const;
+    // How the panel with this key lets PCs in (TXT "access"), from the
+    // current table: nullopt when no such panel is listed, or it announces
+    // no mode this version knows. Any thread.
+    std::optional<PanelAccess> accessModeOf(const QString& key) const;
 
     // What one resolved service announces.
     struct Panel {
         std::string instance;  // DNS-SD instance name
         std::string key, code, version, name;
+        std::optional<PanelAccess> access;
         std::string address;  // dotted IPv4
         uint16_t port = 0;
         int interface = 0;
         bool operator==(const Panel& other) const;
         bool operator!=(const Panel& other) const { return !(*this == other); }
     };
-    // Nullopt when the service lacks a "key" (not one of our panels).
+    // Nullopt when the service lacks a "key", or has one too long for the
+    // record (not one of our panels: a cut key could never be pinned).
     static std::optional<Panel> fromResolution(const AvahiResolved& resolved);
     // The record the client gets; texts are cut to their fields (never in the
     // middle of a UTF-8 character) and always terminated.
@@ -115,8 +123,15 @@ private:
     std::set<std::string> m_keysSeen;
     uint64_t m_nextOrder = 1;
 
+    struct Listed {
+        KLUF_DEVICE_INFO info;
+        std::optional<PanelAccess> access;
+    };
+    void list(const std::string& serviceId, const Panel& panel);
+    void unlist(const std::string& serviceId);
+
     mutable std::mutex m_mutex;  // guards the table below, which readers on any thread see
-    std::map<std::string, KLUF_DEVICE_INFO> m_table;
+    std::map<std::string, Listed> m_table;
 };
 
 }  // namespace zv
