@@ -104,6 +104,14 @@ void PanelService::startProof(zv::MessageChannel* channel, const zv::wire::Hello
     if (m_budget.recordFailure()) m_codes->replaceAfterGuessing();
     m_pending[channel] = PendingProof{std::make_shared<zv::CodeProof>(std::move(*proof)), hello, source};
     connect(channel, &QObject::destroyed, this, [this, channel] { m_pending.erase(channel); });
+    // A PC whose code was wrong sees it in our tag and hangs up: that is the
+    // wrong code's trace here.
+    connect(channel, &zv::MessageChannel::closed, this, [this, channel](const QString& reason) {
+        if (m_pending.erase(channel) == 0) return;
+        ZV_LOG(WARNING) << " " << channel->peerName().toStdString() << " left during the key exchange (" << reason.toStdString()
+                        << "): a wrong code, counted";
+        emit helloRefused(channel->peerName(), zv::refusedReasonName(zv::wire::Refused::WRONG_CODE));
+    });
 }
 
 void PanelService::onPakeConfirm(zv::MessageChannel* channel, const zv::wire::PakeConfirm& confirm) {
