@@ -15,6 +15,7 @@
 #include "casting/ErrorCodes.h"
 #include "casting/KtrRuntime.h"
 #include "casting/McUtil.h"
+#include "passcode/PasscodePins.h"
 
 namespace cli {
 namespace {
@@ -68,7 +69,7 @@ bool splitHostPort(const QString& text, QString& host, int& port) {
 PanelSession::PanelSession()
     : m_library(CManageAll::getInstance()),
       m_code(QStringLiteral("code"), QStringLiteral("Connect code."), QStringLiteral("CODE")),
-      m_passcodeServer(QStringLiteral("passcode-server"), QStringLiteral("Passcode service."), QStringLiteral("HOST:PORT")),
+      m_passcodeServer(QStringLiteral("passcode-server"), QStringLiteral("Passcode service (its key pinned on first use, or given as #KEYID)."), QStringLiteral("HOST:PORT[#KEYID]")),
       m_address(QStringLiteral("address"), QStringLiteral("Panel address."), QStringLiteral("IP[:PORT]")),
       m_key(QStringLiteral("key"), QStringLiteral("Panel key from discovery."), QStringLiteral("KEY")),
       m_hold(QStringLiteral("hold"), QStringLiteral("Keep the session."), QStringLiteral("SECONDS")),
@@ -97,13 +98,17 @@ bool PanelSession::readOptions(const QCommandLineParser& parser, QString* error)
             return false;
         }
         if (text.size() == 4 && parser.isSet(m_passcodeServer)) {
-            QString host;
-            int port = 0;
-            if (!splitHostPort(parser.value(m_passcodeServer), host, port) || port == 0 || !copyText(m_server.szIp, host)) {
-                *error = QStringLiteral("--passcode-server must be IPv4:PORT");
+            const auto server = zv::PasscodeServerAddress::parse(parser.value(m_passcodeServer));
+            if (!server || !copyText(m_server.szIp, server->host)) {
+                *error = QStringLiteral("--passcode-server must be IPv4:PORT or IPv4:PORT#KEYID");
                 return false;
             }
-            m_server.nPort = port;
+            m_server.nPort = server->port;
+            // A key given with the address is pinned for the library's check.
+            if (!server->keyId.isEmpty() &&
+                !zv::PasscodePins(zv::PasscodePins::defaultPcPath()).pin(server->host, server->port, server->keyId, error)) {
+                return false;
+            }
         }
     }
     if (parser.isSet(m_address)) {

@@ -1,18 +1,23 @@
-// zelvanor-passcode: the passcode service on its own. Prints one JSON line
-// when it listens and one per registration, release and expiry, for scripts
-// and tests that start it.
+// zelvanor-passcode: the passcode service on its own. Its TLS key and
+// certificate are made at first start in its data folder. Prints one JSON
+// line when it listens (with the key id clients pin) and one per
+// registration, release and expiry, for scripts and tests that start it.
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QStandardPaths>
 #include <QTextStream>
 
 #include <cstdio>
+#include <optional>
 
 #include "casting/Log.h"
 #include "core/QuitOnSignals.h"
 #include "passcode/PasscodeService.h"
+#include "security/KeyId.h"
+#include "transport/TlsIdentity.h"
 
 namespace {
 
@@ -41,8 +46,16 @@ int main(int argc, char* argv[]) {
                                         QStringLiteral("TCP port, 0 for any free one (default %1).")
                                             .arg(zv::kDefaultPasscodePort),
                                         QStringLiteral("N"), QString::number(zv::kDefaultPasscodePort));
+    const QCommandLineOption dataOption(
+        QStringLiteral("data"),
+        QStringLiteral("Folder of the service's TLS key and certificate (default: zelvanor/passcode-service in the "
+                       "user's config folder)."),
+        QStringLiteral("DIR"),
+        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+            QStringLiteral("/zelvanor/passcode-service"));
     parser.addOption(listenOption);
     parser.addOption(portOption);
+    parser.addOption(dataOption);
     if (!parser.parse(QCoreApplication::arguments())) {
         QTextStream(stderr) << parser.errorText() << '\n';
         return 2;
@@ -68,16 +81,25 @@ int main(int argc, char* argv[]) {
 
     zv::QuitOnSignals quitOnSignals;
 
-    zv::PasscodeService service;
+    QString identityError;
+    const std::optional<zv::TlsIdentity> identity = zv::loadOrCreateTlsIdentity(
+        parser.value(dataOption), QString(), zv::kPasscodeServiceIdentity, &identityError);
+    if (!identity) {
+        QTextStream(stderr) << "no TLS key for the service: " << identityError << '\n';
+        return 1;
+    }
+
+    zv::PasscodeService service(identity->privateKey, identity->certificate);
     QObject::connect(&service, &zv::PasscodeService::registered,
                      [](const QString& passcode, const QString& address, quint16 panelPort, const QString& name,
-                        int ttl) {
+                        int ttl, const QString& panelKey) {
                          printEvent({{QStringLiteral("event"), QStringLiteral("register")},
                                      {QStringLiteral("passcode"), passcode},
                                      {QStringLiteral("address"), address},
                                      {QStringLiteral("port"), int(panelPort)},
                                      {QStringLiteral("name"), name},
-                                     {QStringLiteral("ttl"), ttl}});
+                                     {QStringLiteral("ttl"), ttl},
+                                     {QStringLiteral("panelKey"), panelKey}});
                      });
     QObject::connect(&service, &zv::PasscodeService::unregistered, [](const QString& passcode, const QString& address) {
         printEvent({{QStringLiteral("event"), QStringLiteral("unregister")},
@@ -96,7 +118,9 @@ int main(int argc, char* argv[]) {
     }
     printEvent({{QStringLiteral("event"), QStringLiteral("ready")},
                 {QStringLiteral("address"), service.address().toString()},
-                {QStringLiteral("port"), int(service.port())}});
+                {QStringLiteral("port"), int(service.port())},
+                {QStringLiteral("key"), service.keyId()},
+                {QStringLiteral("shortKey"), zv::shortKeyId(service.keyId())}});
 
     const int code = app.exec();
     ZV_LOG(INFO) << " passcode service stopped";

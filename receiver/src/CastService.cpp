@@ -1,7 +1,6 @@
 #include "CastService.h"
 
 #include <QDateTime>
-#include <QRandomGenerator>
 
 #include <chrono>
 
@@ -10,25 +9,15 @@
 #include "media/ReceiverPipeline.h"
 #include "protocol/WireCodec.h"
 #include "protocol/WireNames.h"
+#include "security/CastKeys.h"
 
 namespace receiver {
-
-namespace {
-
-// A fresh passphrase for each cast's SRT encryption; it travels only inside
-// the TLS control channel.
-QString newSrtKey() {
-    static const char kLetters[] = "abcdefghijkmnpqrstuvwxyzABCDEFGHJKLMNPQRSTUVWXYZ23456789";
-    QString key;
-    for (int i = 0; i < 32; ++i) key += QLatin1Char(kLetters[QRandomGenerator::system()->bounded(int(sizeof kLetters) - 1)]);
-    return key;
-}
-
-}  // namespace
 
 CastService::CastService(Settings settings, PanelService* panel, QObject* parent)
     : QObject(parent), m_settings(settings), m_panel(panel) {
     registerHandlers();
+    m_casterCheck.setInterval(1000);
+    connect(&m_casterCheck, &QTimer::timeout, this, &CastService::checkCasterHeard);
     connect(m_panel, &PanelService::clientLeft, this, [this](const ClientInfo& client, const QString&) {
         if (m_pendingClient == client.id) m_pendingClient = 0;
         if (isCasting() && m_status.client == client.id) teardown(QStringLiteral("the PC left"), false);
@@ -144,14 +133,24 @@ void CastService::start(qint64 client, const zv::wire::CastRequest& request) {
         refuse(client, QStringLiteral("nonsupport"), QStringLiteral("RTCP port %1 out of range").arg(request.rtcp_port()));
         return;
     }
+    // Media are taken only from where the control connection comes from.
     config.senderHost = m_panel->clientAddress(client).toString().toStdString();
+    config.peerAddress = config.senderHost;
     config.senderRtcpPort = static_cast<uint16_t>(request.rtcp_port());
     config.latencyMs = m_settings.latencyMs;
     config.audio = request.audio();
     config.stallSeconds = kStallSeconds;
-    const QString srtKey = config.transport == zv::media::MediaTransport::Srt ? newSrtKey() : QString();
-    config.srtPassphrase = srtKey.toStdString();
-    config.allowPlain = true;  // until the session passes this cast's keys
+    // Every cast gets a fresh id, and so keys of its own (a restart too).
+    const quint32 castId = m_nextCastId++;
+    const auto castKeys = zv::keys::castKeys(m_panel->exporter(client), castId, zv::keys::CastSide::Panel);
+    if (!castKeys) {
+        ZV_LOG(ERROR) << " no keys for a cast of client " << client << ": its control connection has gone";
+        refuse(client, QStringLiteral("busy"), QStringLiteral("no keys for the cast"));
+        return;
+    }
+    config.sendKey = castKeys->sendKey;
+    config.receiveKey = castKeys->receiveKey;
+    config.srtPassphrase = castKeys->srtPassphrase;
 
     // Callbacks come on pipeline threads: everything is handed to this thread.
     zv::media::ReceiverCallbacks callbacks;
@@ -171,6 +170,8 @@ void CastService::start(qint64 client, const zv::wire::CastRequest& request) {
             this,
             [this, stats] {
                 if (!isCasting()) return;
+                if (stats.bytesReceived > m_bytesAtLastStats) m_mediaHeard.start();
+                m_bytesAtLastStats = stats.bytesReceived;
                 m_status.framesDecoded = stats.framesDecoded;
                 m_status.fps = qRound(stats.fps);
                 m_status.bitrateKbps = qRound(stats.bitrateKbps);
@@ -222,13 +223,16 @@ void CastService::start(qint64 client, const zv::wire::CastRequest& request) {
     m_status.client = client;
     m_status.transport = transport;
     m_controlGranted = false;
+    m_mediaHeard.start();
+    m_bytesAtLastStats = 0;
+    m_casterCheck.start();
 
     zv::wire::CastAccepted accepted;
     accepted.set_transport(request.transport());
     accepted.set_video_port(ports.video);
     accepted.set_audio_port(ports.audio);
     accepted.set_rtcp_port(ports.rtcp);
-    accepted.set_srt_key(srtKey.toStdString());
+    accepted.set_cast_id(castId);
     accepted.set_latency_ms(m_settings.latencyMs);
     accepted.set_width(m_settings.screenWidth);
     accepted.set_height(m_settings.screenHeight);
@@ -255,6 +259,20 @@ void CastService::touch(const QString& type, int x, int y) {
 
 void CastService::stopCast(const QString& reason) { teardown(reason, true); }
 
+void CastService::checkCasterHeard() {
+    if (!isCasting()) return;
+    const qint64 linkQuietMs = m_panel->quietMs(m_status.client);
+    const qint64 mediaQuietMs = m_mediaHeard.elapsed();
+    const bool linkQuiet = linkQuietMs < 0 || linkQuietMs >= kInterruptAfterMs;
+    if (!linkQuiet || mediaQuietMs < kInterruptAfterMs) return;
+    const int quietSeconds = int(qMin(mediaQuietMs, linkQuietMs < 0 ? mediaQuietMs : linkQuietMs) / 1000);
+    ZV_LOG(WARNING) << " nothing from client " << m_status.client << " for " << quietSeconds
+                    << " s, neither media nor heartbeats: the cast is interrupted and the panel free";
+    emit castInterrupted(m_status.client, quietSeconds);
+    // Told if its link still stands; its session stays for it to come back.
+    teardown(QString::fromLatin1(zv::kCastInterruptedReason), true);
+}
+
 void CastService::teardown(const QString& reason, bool tellClient) {
     if (!m_pipeline) return;
     const qint64 client = m_status.client;
@@ -263,6 +281,7 @@ void CastService::teardown(const QString& reason, bool tellClient) {
         stop.set_reason(reason.toStdString());
         send(client, stop);
     }
+    m_casterCheck.stop();
     m_pipeline->stop();
     m_pipeline.reset();
     m_controlGranted = false;

@@ -5,6 +5,7 @@
 // to the PC. One cast at a time. Lives on the receiver's main thread.
 #pragma once
 
+#include <QElapsedTimer>
 #include <QImage>
 #include <QObject>
 #include <QTimer>
@@ -46,6 +47,10 @@ public:
     };
 
     static constexpr int kStallSeconds = 5;
+    // A cast whose PC sent neither media nor anything on its control link
+    // (heartbeats included) for this long is ended as interrupted: a PC that
+    // vanished must not hold the panel. Its session stays resumable.
+    static constexpr int kInterruptAfterMs = 5000;
 
     CastService(Settings settings, PanelService* panel, QObject* parent = nullptr);
     ~CastService() override;
@@ -71,6 +76,8 @@ signals:
     void approvalNeeded(qint64 client, const QString& host);
     void castStarted(const receiver::CastStatus& status);
     void castStopped(qint64 client, const QString& reason);
+    // Before castStopped, when the cast ended because its PC went silent.
+    void castInterrupted(qint64 client, int quietSeconds);
     // The first picture of a cast is decoded; steadyMs is the monotonic
     // clock (std::chrono::steady_clock) at that moment, for start-up timing.
     void firstFrame(qint64 client, qint64 steadyMs);
@@ -90,7 +97,7 @@ private:
     bool fromCaster(qint64 client) const { return isCasting() && client == m_status.client; }
     void send(qint64 client, const google::protobuf::Message& body);
     void refuse(qint64 client, const QString& reason, const QString& text);
-    void onSecond();
+    void checkCasterHeard();
     void teardown(const QString& reason, bool tellClient);
 
     Settings m_settings;
@@ -101,10 +108,11 @@ private:
     CastStatus m_status;
     bool m_controlGranted = false;
     qint64 m_pendingClient = 0;
+    quint32 m_nextCastId = 1;
     zv::wire::CastRequest m_pendingRequest;
-    QTimer m_second;
-    int m_secondsWithoutMedia = 0;
-    quint64 m_framesAtLastSecond = 0;
+    QTimer m_casterCheck;           // every second while casting
+    QElapsedTimer m_mediaHeard;     // since media last arrived (or the cast began)
+    quint64 m_bytesAtLastStats = 0;
 };
 
 }  // namespace receiver

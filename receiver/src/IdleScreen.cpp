@@ -33,6 +33,7 @@ IdleScreen::IdleScreen(const QString& panelName, QWidget* parent)
       m_name(makeLabel(QStringLiteral("panelName"), 34, true, this)),
       m_code(makeLabel(QStringLiteral("panelCode"), 64, true, this)),
       m_details(makeLabel(QStringLiteral("panelDetails"), 18, false, this)),
+      m_notice(makeLabel(QStringLiteral("panelNotice"), 18, true, this)),
       m_clientsTitle(makeLabel(QStringLiteral("clientsTitle"), 16, true, this)),
       m_clients(new QListWidget(this)) {
     setObjectName(QStringLiteral("IdleScreen"));
@@ -43,11 +44,14 @@ IdleScreen::IdleScreen(const QString& panelName, QWidget* parent)
         "QLabel { color: #ffffff; }"
         "#panelDetails, #clientsTitle { color: #c8d8ea; }"
         "#panelCode { letter-spacing: 6px; }"
+        "#panelNotice { color: #ffd479; }"
         "QListWidget { background: rgba(255,255,255,20); border: none; border-radius: 10px; color: white; }"
         "QPushButton { background: #e5484d; color: white; border: none; border-radius: 6px; padding: 4px 14px; }"));
     m_name->setText(panelName);
     m_clientsTitle->setText(tr("Connected PCs"));
     m_clientsTitle->hide();
+    m_notice->setWordWrap(true);
+    m_notice->hide();
     m_clients->setObjectName(QStringLiteral("clientList"));
     m_clients->setFixedWidth(520);
     m_clients->setMaximumHeight(220);
@@ -59,6 +63,8 @@ IdleScreen::IdleScreen(const QString& panelName, QWidget* parent)
     layout->addSpacing(16);
     layout->addWidget(m_code);
     layout->addWidget(m_details);
+    layout->addSpacing(12);
+    layout->addWidget(m_notice);
     layout->addStretch(1);
     layout->addWidget(m_clientsTitle);
     layout->addWidget(m_clients, 0, Qt::AlignHCenter);
@@ -72,6 +78,13 @@ void IdleScreen::setAddress(const QString& address) {
 }
 
 void IdleScreen::setCode(const QString& code) { m_code->setText(grouped(code)); }
+
+void IdleScreen::setNotice(const QString& text) {
+    m_notice->setText(text);
+    m_notice->setVisible(!text.isEmpty());
+}
+
+QString IdleScreen::notice() const { return m_notice->text(); }
 
 void IdleScreen::setPasscode(const QString& passcode) {
     m_passcode = passcode;

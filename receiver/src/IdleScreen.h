@@ -22,6 +22,10 @@ public:
     void setAccess(zv::PanelAccess access);
     void addClient(const ClientInfo& client);
     void removeClient(qint64 id);
+    // A line about what just happened (a cast that was interrupted); an
+    // empty text hides it.
+    void setNotice(const QString& text);
+    QString notice() const;
 
 signals:
     void removeRequested(qint64 clientId);
@@ -32,6 +36,7 @@ private:
     QLabel* m_name;
     QLabel* m_code;
     QLabel* m_details;
+    QLabel* m_notice;
     QLabel* m_clientsTitle;
     QListWidget* m_clients;
     QString m_address;

@@ -156,6 +156,11 @@ void PanelService::admit(zv::MessageChannel* channel, const zv::wire::Hello& hel
                QStringLiteral("this panel takes %1 clients at once").arg(m_settings.maxClients));
         return;
     }
+    if (sessionsFrom(channel->peerAddress().toString()) >= m_settings.maxSessionsPerSource) {
+        refuse(channel, zv::wire::Refused::TOO_MANY_CLIENTS,
+               QStringLiteral("this panel takes %1 sessions from one address").arg(m_settings.maxSessionsPerSource));
+        return;
+    }
 
     Session session;
     session.info.id = m_nextId++;

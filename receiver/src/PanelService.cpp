@@ -36,6 +36,7 @@ PanelService::PanelService(Settings settings, const QSslKey& key, const QSslCert
         const auto it = m_sessions.find(id);
         if (it != m_sessions.end() && it->channel != nullptr) it->channel->close(QStringLiteral("protocol error: second hello"));
     });
+    m_server->setWaitingCaps(m_settings.maxWaitingPerSource, m_settings.maxWaiting);
     connect(m_server, &zv::TlsServer::newChannel, this, &PanelService::onNewChannel);
     connect(m_server, &zv::TlsServer::handshakeFailed, this, [this](const QString& peer, const QString& reason) {
         emit helloRefused(peer, QStringLiteral("tls: ") + reason);
@@ -79,7 +80,6 @@ void PanelService::onNewChannel(zv::MessageChannel* channel) {
     timeout->setSingleShot(true);
     connect(timeout, &QTimer::timeout, channel, [channel] { channel->close(QStringLiteral("no hello in time")); });
     timeout->start(kHelloTimeoutMs);
-    // Once the session begins, attach() cuts this connection.
     // The time-out runs until the handshake is over (a key exchange takes
     // two messages); once the session begins, attach() cuts this connection.
     connect(channel, &zv::MessageChannel::messageReceived, this,
@@ -130,10 +130,15 @@ void PanelService::attach(Session& session, zv::MessageChannel* channel) {
     }
     disconnect(channel, nullptr, this, nullptr);
     disconnect(channel, &zv::MessageChannel::closed, channel, nullptr);
+    m_server->settled(channel);  // in a session now: no longer counts as waiting
     session.channel = channel;
     const qint64 id = session.info.id;
-    connect(channel, &zv::MessageChannel::messageReceived, this,
-            [this, id](const zv::wire::Envelope& envelope) { handle(id, envelope); });
+    session.lastHeard.start();
+    connect(channel, &zv::MessageChannel::messageReceived, this, [this, id](const zv::wire::Envelope& envelope) {
+        heard(id);
+        handle(id, envelope);
+    });
+    connect(channel, &zv::MessageChannel::heartbeatReceived, this, [this, id] { heard(id); });
     connect(channel, &zv::MessageChannel::heartbeatMissed, this, [this, id, channel](int count) {
         if (count < kDropAfterMissedBeats) return;
         auto it = m_sessions.find(id);
@@ -169,6 +174,23 @@ void PanelService::sweepAway() {
     }
 }
 
+void PanelService::heard(qint64 id) {
+    const auto it = m_sessions.find(id);
+    if (it != m_sessions.end()) it->lastHeard.start();
+}
+
+qint64 PanelService::quietMs(qint64 id) const {
+    const auto it = m_sessions.constFind(id);
+    if (it == m_sessions.constEnd()) return -1;
+    return it->lastHeard.isValid() ? it->lastHeard.elapsed() : 0;
+}
+
+int PanelService::sessionsFrom(const QString& source) const {
+    int count = 0;
+    for (const Session& session : m_sessions) count += session.info.address == source ? 1 : 0;
+    return count;
+}
+
 zv::Dispatch PanelService::handle(qint64 id, const zv::wire::Envelope& envelope) {
     if (!m_sessions.contains(id)) {
         ZV_VLOG(1) << " dropping a " << zv::bodyName(envelope).toStdString() << " of client " << id
@@ -196,7 +218,9 @@ bool PanelService::sendToClient(qint64 id, const zv::wire::Envelope& envelope) {
 
 QHostAddress PanelService::clientAddress(qint64 id) const {
     const auto it = m_sessions.constFind(id);
-    return it != m_sessions.constEnd() ? QHostAddress(it->info.address) : QHostAddress();
+    if (it == m_sessions.constEnd()) return QHostAddress();
+    // The current connection's peer: a resumed session may come from elsewhere.
+    return it->channel != nullptr ? it->channel->peerAddress() : QHostAddress(it->info.address);
 }
 
 bool PanelService::isApproved(qint64 id) const {

@@ -59,6 +59,12 @@ public:
         // under Open at once, under Approve with each cast asked, under Code not.
         zv::PanelAccess access = zv::PanelAccess::Approve;
         QString knownDevicesPath;  // empty: known devices are kept in memory only
+        // Flood limits: sessions (kept ones included) from one address, and
+        // connections not yet in a session (TLS handshake, hello) from one
+        // address and in all; beyond those a new connection is closed at once.
+        int maxSessionsPerSource = 2;
+        int maxWaitingPerSource = 4;
+        int maxWaiting = 32;
         int protocolMajor = -1;  // -1: this build's (tests pretend to be other versions)
         int protocolMinor = -1;  // -1: this build's
         int screenWidth = 0;
@@ -99,6 +105,9 @@ public:
     const TryBudget& tryBudget() const { return m_budget; }
     // The address a client's control connection comes from (for media).
     QHostAddress clientAddress(qint64 id) const;
+    // How long nothing (not even a heartbeat) came from the client: since
+    // the last data on its link, also while it is away; -1 without session.
+    qint64 quietMs(qint64 id) const;
     // The TLS exporter of client id's current control connection (keys of
     // media: security/KeySchedule.h). Bound to that connection: after the
     // client resumes on a new one, ask again; without a link, and for a
@@ -118,6 +127,7 @@ private:
         zv::MessageChannel* channel = nullptr;  // null while the client is away
         QString resumeToken;
         QElapsedTimer awaySince;
+        QElapsedTimer lastHeard;
     };
 
     // A key exchange the panel answered, waiting for the PC's confirmation.
@@ -141,6 +151,8 @@ private:
     void onReport(qint64 id, const zv::wire::Report& report);
     void endSession(qint64 id, const QString& reason, bool byeToClient);
     void sweepAway();
+    int sessionsFrom(const QString& source) const;
+    void heard(qint64 id);
     zv::wire::Envelope welcomeFor(const Session& session, zv::MessageChannel* channel, bool resumed) const;
 
     Settings m_settings;

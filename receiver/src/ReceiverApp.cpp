@@ -23,7 +23,8 @@
 #include "discovery/PanelAnnouncer.h"
 #include "media/GstInit.h"
 #include "media/VideoView.h"
-#include "passcode/PasscodeClient.h"
+#include "passcode/PasscodePins.h"
+#include "passcode/PasscodeRegistration.h"
 #include "passcode/PasscodeService.h"
 #include "protocol/ProtocolConstants.h"
 #include "transport/TlsIdentity.h"
@@ -138,7 +139,7 @@ bool ReceiverApp::start(QString* error) {
     m_cast = new CastService(castSettings, m_service);
     startCasting();
 
-    if (!startPasscodes(error)) return false;
+    if (!startPasscodes(*identity, identityFolder, error)) return false;
     if (m_options.discovery) startDiscovery();
     if (!m_options.headless) showScreen();
     watchCommands();
@@ -154,6 +155,8 @@ bool ReceiverApp::start(QString* error) {
                           {QStringLiteral("publishCode"), m_options.publishCode},
                           {QStringLiteral("passcodeServicePort"),
                            m_passcodeService != nullptr ? m_passcodeService->port() : 0},
+                          {QStringLiteral("passcodeServiceKey"),
+                           m_passcodeService != nullptr ? m_passcodeService->keyId() : QString()},
                           {QStringLiteral("protocol"), zv::kProtocolVersion}});
     // After "ready", which must be the first status line.
     connect(m_codes, &CodeKeeper::passcodeChanged, this, [this](const QString& passcode) {
@@ -194,18 +197,28 @@ void ReceiverApp::startDiscovery() {
         });
 }
 
-bool ReceiverApp::startPasscodes(QString* error) {
+bool ReceiverApp::startPasscodes(const zv::TlsIdentity& identity, const QString& configFolder, QString* error) {
     QString serviceHost = m_options.passcodeServerHost;
     quint16 servicePort = m_options.passcodeServerPort;
+    QString serviceKey = m_options.passcodeServerKey;
     if (m_options.passcodeServicePort >= 0) {
-        m_passcodeService = new zv::PasscodeService(this);
+        QString identityError;
+        const std::optional<zv::TlsIdentity> serviceIdentity = zv::loadOrCreateTlsIdentity(
+            configFolder + QStringLiteral("/passcode-service"), QString(), zv::kPasscodeServiceIdentity, &identityError);
+        if (!serviceIdentity) {
+            *error = QStringLiteral("passcode service: no TLS identity: ") + identityError;
+            return false;
+        }
+        m_passcodeService = new zv::PasscodeService(serviceIdentity->privateKey, serviceIdentity->certificate, this);
         if (!m_passcodeService->listen(QHostAddress::AnyIPv4, static_cast<quint16>(m_options.passcodeServicePort))) {
             *error = QStringLiteral("passcode service: ") + m_passcodeService->errorString();
             return false;
         }
         if (serviceHost.isEmpty()) {
+            // Our own service: its key is known, nothing to learn.
             serviceHost = QStringLiteral("127.0.0.1");
             servicePort = m_passcodeService->port();
+            serviceKey = m_passcodeService->keyId();
         }
     }
     if (serviceHost.isEmpty()) return true;
@@ -213,18 +226,26 @@ bool ReceiverApp::startPasscodes(QString* error) {
     zv::PasscodeRegistration::Settings settings;
     settings.serviceHost = serviceHost;
     settings.servicePort = servicePort;
+    settings.serviceKey = serviceKey;
+    settings.pinsPath = configFolder + QLatin1Char('/') + QLatin1String(zv::kPasscodePinsFileName);
     settings.address = m_address;
     settings.port = m_service->port();
     settings.name = m_options.name;
+    settings.panelKey = identity.privateKey;
+    settings.panelCertificate = identity.certificate;
     m_passcodeRegistration = new zv::PasscodeRegistration(settings, this);
     connect(m_passcodeRegistration, &zv::PasscodeRegistration::passcodeChanged, m_codes, &CodeKeeper::setPasscode);
+    connect(m_codes, &CodeKeeper::passcodeRotationWanted, m_passcodeRegistration, &zv::PasscodeRegistration::rotate);
     connect(m_passcodeRegistration, &zv::PasscodeRegistration::registeredChanged, this, [this](bool registered) {
         StatusPrinter::print(QStringLiteral("passcode-registration"),
                              {{QStringLiteral("registered"), registered},
-                              {QStringLiteral("passcode"), m_passcodeRegistration->passcode()}});
+                              {QStringLiteral("passcode"), m_passcodeRegistration->passcode()},
+                              {QStringLiteral("serviceKey"), m_passcodeRegistration->serviceKey()}});
+    });
+    connect(m_passcodeRegistration, &zv::PasscodeRegistration::refused, this, [](const QString& reason) {
+        StatusPrinter::print(QStringLiteral("passcode-refused"), {{QStringLiteral("reason"), reason}});
     });
     m_passcodeRegistration->start();
-    m_codes->setPasscode(m_passcodeRegistration->passcode());
     return true;
 }
 
@@ -246,6 +267,7 @@ void ReceiverApp::startCasting() {
     connect(m_cast, &CastService::castStarted, this, [this](const CastStatus& status) {
         StatusPrinter::print(QStringLiteral("cast-started"),
                              {{QStringLiteral("client"), status.client}, {QStringLiteral("transport"), status.transport}});
+        if (m_screen) m_screen->setNotice(QString());
         if (m_view) {
             m_view->clear();
             if (m_options.windowed) {
@@ -255,6 +277,20 @@ void ReceiverApp::startCasting() {
                 m_view->showFullScreen();
             }
             m_view->raise();
+        }
+    });
+    connect(m_cast, &CastService::castInterrupted, this, [this](qint64 client, int quietSeconds) {
+        QString host;
+        for (const ClientInfo& info : m_service->clients()) {
+            if (info.id == client) host = info.host;
+        }
+        StatusPrinter::print(QStringLiteral("cast-interrupted"), {{QStringLiteral("client"), client},
+                                                                  {QStringLiteral("host"), host},
+                                                                  {QStringLiteral("quietSeconds"), quietSeconds}});
+        if (m_screen) {
+            m_screen->setNotice(tr("The cast from %1 was interrupted: nothing arrived from it for %2 s.")
+                                    .arg(host.isEmpty() ? tr("a PC") : host)
+                                    .arg(quietSeconds));
         }
     });
     connect(m_cast, &CastService::castStopped, this, [this](qint64 client, const QString& reason) {

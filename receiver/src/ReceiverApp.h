@@ -15,6 +15,7 @@ class AvahiRuntime;
 class PanelAnnouncer;
 class PasscodeRegistration;
 class PasscodeService;
+struct TlsIdentity;
 }  // namespace zv
 
 namespace zv::media {
@@ -40,7 +41,7 @@ public:
 
 private:
     void startDiscovery();
-    bool startPasscodes(QString* error);
+    bool startPasscodes(const zv::TlsIdentity& identity, const QString& configFolder, QString* error);
     void watchCommands();
     void onCommand(const QByteArray& line);
     void showScreen();

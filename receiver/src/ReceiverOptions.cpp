@@ -7,17 +7,20 @@
 #include <QSettings>
 #include <QStandardPaths>
 
+#include <optional>
+
+#include "passcode/PasscodePins.h"
+
 namespace receiver {
 namespace {
 
-bool parseHostPort(const QString& text, QString& host, quint16& port) {
-    const int colon = text.lastIndexOf(QLatin1Char(':'));
-    if (colon <= 0) return false;
-    bool ok = false;
-    const uint value = text.mid(colon + 1).toUInt(&ok);
-    if (!ok || value == 0 || value > 65535) return false;
-    host = text.left(colon);
-    port = static_cast<quint16>(value);
+// HOST:PORT or HOST:PORT#KEYID (the service's key id, pinned explicitly).
+bool readPasscodeServer(const QString& text, ReceiverOptions& o) {
+    const std::optional<zv::PasscodeServerAddress> server = zv::PasscodeServerAddress::parse(text);
+    if (!server) return false;
+    o.passcodeServerHost = server->host;
+    o.passcodeServerPort = server->port;
+    o.passcodeServerKey = server->keyId;
     return true;
 }
 
@@ -39,7 +42,7 @@ void readConfigFile(const QString& path, ReceiverOptions& o) {
     o.publishCode = file.value(QStringLiteral("publishCode"), o.publishCode).toBool();
     o.maxClients = file.value(QStringLiteral("maxClients"), o.maxClients).toInt();
     const QString passcodeServer = file.value(QStringLiteral("passcodeServer")).toString();
-    if (!passcodeServer.isEmpty()) parseHostPort(passcodeServer, o.passcodeServerHost, o.passcodeServerPort);
+    if (!passcodeServer.isEmpty()) readPasscodeServer(passcodeServer, o);
 }
 
 }  // namespace
@@ -71,8 +74,9 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("Control port (default 47800; 0: any free port)."),
                                   QStringLiteral("PORT"));
     const QCommandLineOption passcodeServer(QStringLiteral("passcode-server"),
-                                            QStringLiteral("Register a 4-character passcode with this service."),
-                                            QStringLiteral("HOST:PORT"));
+                                            QStringLiteral("Register a 4-character passcode with this service; its key is "
+                                                           "pinned on first use, or given as #KEYID."),
+                                            QStringLiteral("HOST:PORT[#KEYID]"));
     const QCommandLineOption passcodeService(QStringLiteral("passcode-service"),
                                              QStringLiteral("Also run the passcode service on PORT (0: any)."),
                                              QStringLiteral("PORT"));
@@ -120,9 +124,8 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
         }
         options.port = static_cast<quint16>(value);
     }
-    if (parser.isSet(passcodeServer) &&
-        !parseHostPort(parser.value(passcodeServer), options.passcodeServerHost, options.passcodeServerPort)) {
-        message = QStringLiteral("--passcode-server must be HOST:PORT");
+    if (parser.isSet(passcodeServer) && !readPasscodeServer(parser.value(passcodeServer), options)) {
+        message = QStringLiteral("--passcode-server must be HOST:PORT or HOST:PORT#KEYID (the key id the service prints)");
         return false;
     }
     if (parser.isSet(passcodeService)) {

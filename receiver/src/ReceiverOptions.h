@@ -14,8 +14,9 @@ struct ReceiverOptions {
     QString fixedCode;            // --code: a code that never changes (empty: generated)
     int codeIntervalSeconds = 0;  // a new code every N s while idle (0: only when a session ends)
     quint16 port = 47800;         // control port
-    QString passcodeServerHost;   // --passcode-server HOST:PORT: register a 4-character passcode there
+    QString passcodeServerHost;   // --passcode-server HOST:PORT[#KEYID]: register a 4-character passcode there
     quint16 passcodeServerPort = 0;
+    QString passcodeServerKey;    // the service's key id when given (#KEYID); else pinned on first use
     int passcodeServicePort = -1; // --passcode-service [PORT]: run the passcode service inside (-1: no)
     bool requireApproval = false; // each new cast waits for the panel's user
     // --access: who gets in without the code (a PC the panel knows always does)

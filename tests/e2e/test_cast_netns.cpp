@@ -66,11 +66,14 @@ protected:
                                                   ChildProcess::Input::Pipe);
         ASSERT_FALSE(receiver->waitForLine(statusEvent("ready"), 20s).empty());
     }
-    std::unique_ptr<ChildProcess> startCast(const std::string& protocol, const std::vector<std::string>& extra = {}) {
+    // A cast from a PC on the other test host; home names the PC (its own
+    // config folder and so its own identity).
+    std::unique_ptr<ChildProcess> startCast(const std::string& protocol, const std::vector<std::string>& extra = {},
+                                            const std::string& home = "pc") {
         std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-cli"), "cast", "--address", net.addressA,
                                          "--protocol", protocol, "--seconds", "60"};
         argv.insert(argv.end(), extra.begin(), extra.end());
-        return std::make_unique<ChildProcess>(on(net.b, "pc", argv), ChildProcess::Output::Capture,
+        return std::make_unique<ChildProcess>(on(net.b, home, argv), ChildProcess::Output::Capture,
                                               ChildProcess::Input::Pipe);
     }
     // The receiver's newest decoded picture.
@@ -179,6 +182,33 @@ TEST_F(CastNetns, ACastSurvivesACutLinkThroughTheWatchdog) {
         cast->writeLine("stop");
         EXPECT_TRUE(cast->waitFinished(15s));
     }
+}
+
+TEST_F(CastNetns, APcThatVanishesMidCastFreesThePanelForAnother) {
+    startReceiver();
+    auto first = startCast("udp", {}, "pc-a");
+    ASSERT_FALSE(first->waitForLine(statusEvent("cast", "result", "started"), 15s).empty());
+    ASSERT_FALSE(receiver->waitForLine(statusEvent("cast-started"), 5s).empty());
+    ASSERT_TRUE(decodedAtLeast(1, 15s));
+
+    // Gone without a word: no bye, no castStop; only its sockets close.
+    first->signal(SIGKILL);
+    const auto killed = std::chrono::steady_clock::now();
+    const QJsonObject interrupted = jsonLine(receiver->waitForLine(statusEvent("cast-interrupted"), 8s));
+    ASSERT_FALSE(interrupted.isEmpty()) << "the panel still holds the vanished PC's cast";
+    EXPECT_LE(std::chrono::steady_clock::now() - killed, 8s);
+    EXPECT_GE(interrupted.value("quietSeconds").toInt(), 5);
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("cast-stopped", "reason", "interrupted"), 2s).empty());
+    EXPECT_TRUE(first->waitFinished(5s));
+
+    // Another PC logs in and casts while the first one's session is still kept.
+    auto second = startCast("tcp", {}, "pc-b");
+    ASSERT_FALSE(second->waitForLine(statusEvent("cast", "result", "started"), 15s).empty());
+    ASSERT_FALSE(receiver->waitForLine(statusEvent("cast-started", "transport", "tcp"), 5s).empty());
+    EXPECT_TRUE(decodedAtLeast(1, 15s)) << "no picture from the second PC";
+    second->writeLine("stop");
+    EXPECT_FALSE(receiver->waitForLine(statusEvent("cast-stopped"), 10s).empty());
+    EXPECT_TRUE(second->waitFinished(10s));
 }
 
 TEST_F(CastNetns, APanelThatAsksItsUserAnswersWaitThenTheVerdict) {

@@ -135,9 +135,10 @@ void TestClientCast::startReceiver() {
     m_code = ready.value(QLatin1String("code")).toString().toStdString();
 }
 
-// A finished session retires the panel's code; the receiver announces the next.
+// A finished session retires the panel's code, once it has been up 20 s; the
+// receiver announces the next.
 std::string TestClientCast::nextCode() {
-    return jsonLine(m_receiver->waitForLine(receiverEvent("code"), 20s))
+    return jsonLine(m_receiver->waitForLine(receiverEvent("code"), 35s))
         .value(QLatin1String("code"))
         .toString()
         .toStdString();

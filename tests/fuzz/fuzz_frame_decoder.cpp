@@ -27,6 +27,7 @@
 #include "CodeKeeper.h"
 #include "PanelService.h"
 #include "passcode/PasscodeClient.h"
+#include "passcode/PasscodeRegistration.h"
 #include "passcode/PasscodeService.h"
 #include "protocol/ConnectCode.h"
 #include "protocol/WireCodec.h"
@@ -74,7 +75,8 @@ struct Readers {
                                  &codes};
     // Approval asked first: a cast request never starts media here.
     receiver::CastService panelCast{castSettings(), &panel};
-    zv::PasscodeService passcodeService{[] { return qint64(1000); }};
+    // No key: nothing listens, and proofs meet a service key id of "".
+    zv::PasscodeService passcodeService{QSslKey(), QSslCertificate(), [] { return qint64(1000); }};
     zv::PasscodeClient passcodeClient;
     zv::PasscodeRegistration registration{zv::PasscodeRegistration::Settings{}};
     qint64 joined = 0;

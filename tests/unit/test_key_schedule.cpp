@@ -6,6 +6,7 @@
 #include <QCryptographicHash>
 #include <QList>
 
+#include "security/CastKeys.h"
 #include "security/KeyId.h"
 #include "security/KeySchedule.h"
 
@@ -114,6 +115,34 @@ TEST(KeySchedule, ExporterLabelsContextsAndLengths) {
     EXPECT_FALSE(keys::mediaKey(fn, 1, keys::MediaDirection::PcToPanel));
     EXPECT_TRUE(keys::srtPassphrase(fn, 1).isEmpty());
     EXPECT_TRUE(keys::sessionSecret(keys::Exporter()).isEmpty());
+}
+
+TEST(KeySchedule, CastKeysPairUpAcrossTheTwoSides) {
+    RecordingExporter exporter;
+    const keys::Exporter fn = exporter.function();
+    const auto pc = keys::castKeys(fn, 41, keys::CastSide::Pc);
+    const auto panel = keys::castKeys(fn, 41, keys::CastSide::Panel);
+    const auto next = keys::castKeys(fn, 42, keys::CastSide::Pc);
+    ASSERT_TRUE(pc && panel && next);
+    EXPECT_EQ(pc->sendKey.size(), 44u);
+    EXPECT_EQ(pc->sendKey, panel->receiveKey);
+    EXPECT_EQ(pc->receiveKey, panel->sendKey);
+    EXPECT_NE(pc->sendKey, pc->receiveKey);
+    EXPECT_EQ(pc->srtPassphrase, panel->srtPassphrase);
+    EXPECT_EQ(pc->srtPassphrase.size(), 32u);
+    // A restarted cast gets a new id and so keys of its own.
+    EXPECT_NE(next->sendKey, pc->sendKey);
+    EXPECT_NE(next->receiveKey, pc->receiveKey);
+    EXPECT_NE(next->srtPassphrase, pc->srtPassphrase);
+    // The PC->panel key is the exporter's 44 bytes for (cast id, direction 1).
+    const auto direct = keys::mediaKey(fn, 41, keys::MediaDirection::PcToPanel);
+    ASSERT_TRUE(direct);
+    const QByteArray joined = direct->key + direct->salt;
+    EXPECT_EQ(pc->sendKey, std::vector<uint8_t>(joined.begin(), joined.end()));
+
+    exporter.shortBy = 1;
+    EXPECT_FALSE(keys::castKeys(fn, 41, keys::CastSide::Pc));
+    EXPECT_FALSE(keys::castKeys(keys::Exporter(), 41, keys::CastSide::Panel));
 }
 
 TEST(KeySchedule, CpaceInputs) {

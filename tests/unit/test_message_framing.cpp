@@ -117,7 +117,7 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     accepted.set_video_port(5000);
     accepted.set_audio_port(5002);
     accepted.set_rtcp_port(5001);
-    accepted.set_srt_key("k3y");
+    accepted.set_cast_id(0xfedcba98);
     accepted.set_latency_ms(30);
     accepted.set_width(3840);
     accepted.set_height(2160);
@@ -173,6 +173,10 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     reg.set_port(47800);
     reg.set_name("Room 4");
     reg.set_ttl(60);
+    reg.set_rotate(true);
+    reg.mutable_proof()->set_certificate(std::string("\x30\x82\x01\x00", 4));
+    reg.mutable_proof()->set_timestamp_ms(1700000000123);
+    reg.mutable_proof()->set_signature(std::string(70, '\x5a'));
     out.push_back(e);
     e.Clear();
     e.mutable_registered()->set_passcode("AB12");
@@ -185,16 +189,17 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     e.mutable_resolved()->set_address("10.0.0.9");
     e.mutable_resolved()->set_port(47800);
     e.mutable_resolved()->set_name("Room 4");
+    e.mutable_resolved()->set_key("p2uY8Vq1mH0f7cJ3kQx9ZtLw4rN6sA5bE2dG8hK1jM0");
     out.push_back(e);
     e.Clear();
     e.mutable_unregister()->set_passcode("AB12");
-    e.mutable_unregister()->set_address("10.0.0.9");
+    e.mutable_unregister()->mutable_proof()->set_timestamp_ms(1700000000456);
     out.push_back(e);
     e.Clear();
     e.mutable_unregistered();
     out.push_back(e);
     e.Clear();
-    e.mutable_passcode_error()->set_reason(wire::PasscodeError::TAKEN);
+    e.mutable_passcode_error()->set_reason(wire::PasscodeError::BAD_PROOF);
     out.push_back(e);
 
     for (wire::Envelope& envelope : out) envelope.set_version(kProtocolMajor);

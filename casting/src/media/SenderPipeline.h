@@ -70,9 +70,8 @@ struct SenderConfig {
     // Empty keys make start() fail, unless allowPlain.
     std::vector<uint8_t> sendKey;
     std::vector<uint8_t> receiveKey;
-    // Sends plain RTP when both keys are empty. Only for callers that do not
-    // pass keys yet and for the benchmark's plain rows; it goes away once
-    // the session layer passes keys everywhere.
+    // Sends plain RTP when both keys are empty. Bench and tests only (the
+    // benchmark's plain rows, clear-text checks): real casts always pass keys.
     bool allowPlain = false;
 
     // SRT (BRX): caller mode to the panel's listener, AES-256 on top of SRTP.

@@ -1,11 +1,16 @@
 #include "passcode/PasscodeService.h"
 
-#include <QTcpServer>
-#include <QTcpSocket>
+#include <QDateTime>
+#include <QElapsedTimer>
 #include <QTimer>
 
+#include <cstdlib>
+
 #include "casting/Log.h"
+#include "passcode/PanelProof.h"
 #include "protocol/WireCodec.h"
+#include "protocol/WireNames.h"
+#include "security/KeyId.h"
 #include "transport/MessageChannel.h"
 
 namespace zv {
@@ -15,17 +20,37 @@ namespace {
 std::string text(const QString& s) { return s.toStdString(); }
 QString qtext(const std::string& s) { return QString::fromStdString(s); }
 
+PasscodeService::Clock orMonotonic(PasscodeService::Clock clock) {
+    if (clock) return clock;
+    return [] {
+        static QElapsedTimer started = [] {
+            QElapsedTimer t;
+            t.start();
+            return t;
+        }();
+        return started.elapsed();
+    };
+}
+
 }  // namespace
 
-PasscodeService::PasscodeService(QObject* parent) : PasscodeService(Clock{}, parent) {}
+PasscodeService::PasscodeService(const QSslKey& key, const QSslCertificate& certificate, QObject* parent)
+    : PasscodeService(key, certificate, Clock{}, {}, parent) {}
 
-PasscodeService::PasscodeService(Clock clock, QObject* parent)
+PasscodeService::PasscodeService(const QSslKey& key, const QSslCertificate& certificate, Clock clock,
+                                 PasscodeRegistry::Picker picker, QObject* parent)
     : QObject(parent),
-      m_server(new QTcpServer(this)),
+      m_server(new TlsServer(key, certificate, this)),
       m_expiryTimer(new QTimer(this)),
-      m_registry(clock),
-      m_limiter(clock) {
-    connect(m_server, &QTcpServer::newConnection, this, &PasscodeService::onNewConnection);
+      m_keyId(keyIdOf(certificate)),
+      m_hasIdentity(!key.isNull() && !m_keyId.isEmpty()),
+      m_wallClock([] { return QDateTime::currentMSecsSinceEpoch(); }),
+      m_registry(orMonotonic(clock), std::move(picker)),
+      m_resolveLimiter(orMonotonic(clock)),
+      m_panelLimiter(orMonotonic(clock)),
+      m_assignBudget(orMonotonic(clock)) {
+    m_server->setClientCertificateRequired(false);  // panels sign their requests; PCs stay anonymous
+    connect(m_server, &TlsServer::newChannel, this, &PasscodeService::onNewChannel);
     connect(m_expiryTimer, &QTimer::timeout, this, &PasscodeService::expireRegistrations);
     using E = wire::Envelope;
     m_dispatch.on(E::kRegisterPasscode,
@@ -43,6 +68,10 @@ PasscodeService::~PasscodeService() {
 }
 
 bool PasscodeService::listen(const QHostAddress& address, quint16 port) {
+    if (!m_hasIdentity) {
+        ZV_LOG(ERROR) << " no TLS key for the passcode service";
+        return false;
+    }
     if (!m_server->listen(address, port)) {
         ZV_LOG(ERROR) << " cannot listen on " << text(address.toString()) << ":" << port << ": "
                       << text(m_server->errorString());
@@ -50,44 +79,42 @@ bool PasscodeService::listen(const QHostAddress& address, quint16 port) {
     }
     m_expiryTimer->start(kExpiryCheckMs);
     ZV_LOG(INFO) << " passcode service listening on " << text(m_server->serverAddress().toString()) << ":"
-                 << m_server->serverPort();
+                 << m_server->serverPort() << ", key " << text(m_keyId);
     return true;
 }
 
 bool PasscodeService::isListening() const { return m_server->isListening(); }
 QHostAddress PasscodeService::address() const { return m_server->serverAddress(); }
 quint16 PasscodeService::port() const { return m_server->serverPort(); }
-QString PasscodeService::errorString() const { return m_server->errorString(); }
+QString PasscodeService::errorString() const {
+    return m_hasIdentity ? m_server->errorString() : QStringLiteral("no TLS key and certificate");
+}
 
-void PasscodeService::onNewConnection() {
-    while (QTcpSocket* socket = m_server->nextPendingConnection()) {
-        if (m_idleTimers.size() >= m_maxConnections) {
-            ZV_LOG(WARNING) << " " << m_idleTimers.size() << " connections open; refusing "
-                            << text(socket->peerAddress().toString()) << ":" << socket->peerPort();
-            socket->abort();
-            socket->deleteLater();
-            continue;
-        }
-        auto* channel = new MessageChannel(socket, this);
-        auto* idle = new QTimer(channel);
-        idle->setSingleShot(true);
-        m_idleTimers.insert(channel, idle);
-
-        connect(idle, &QTimer::timeout, channel, [this, channel] {
-            ZV_LOG(INFO) << " " << text(channel->peerName()) << " idle for " << m_idleTimeoutMs << " ms";
-            channel->close(QStringLiteral("idle time-out"));
-        });
-        connect(channel, &MessageChannel::messageReceived, this,
-                [this, channel](const wire::Envelope& envelope) { handle(channel, envelope); });
-        connect(channel, &MessageChannel::heartbeatReceived, this,
-                [this, channel] { reject(channel, QStringLiteral("unexpected message \"hb\"")); });
-        connect(channel, &MessageChannel::closed, this, [this, channel](const QString& reason) {
-            ZV_VLOG(1) << " " << text(channel->peerName()) << " gone: " << text(reason);
-            m_idleTimers.remove(channel);
-            channel->deleteLater();
-        });
-        idle->start(m_idleTimeoutMs);
+void PasscodeService::onNewChannel(MessageChannel* channel) {
+    channel->setParent(this);
+    if (m_idleTimers.size() >= m_maxConnections) {
+        ZV_LOG(WARNING) << " " << m_idleTimers.size() << " connections open; refusing " << text(channel->peerName());
+        delete channel;
+        return;
     }
+    auto* idle = new QTimer(channel);
+    idle->setSingleShot(true);
+    m_idleTimers.insert(channel, idle);
+
+    connect(idle, &QTimer::timeout, channel, [this, channel] {
+        ZV_LOG(INFO) << " " << text(channel->peerName()) << " idle for " << m_idleTimeoutMs << " ms";
+        channel->close(QStringLiteral("idle time-out"));
+    });
+    connect(channel, &MessageChannel::messageReceived, this,
+            [this, channel](const wire::Envelope& envelope) { handle(channel, envelope); });
+    connect(channel, &MessageChannel::heartbeatReceived, this,
+            [this, channel] { reject(channel, QStringLiteral("unexpected message \"hb\"")); });
+    connect(channel, &MessageChannel::closed, this, [this, channel](const QString& reason) {
+        ZV_VLOG(1) << " " << text(channel->peerName()) << " gone: " << text(reason);
+        m_idleTimers.remove(channel);
+        channel->deleteLater();
+    });
+    idle->start(m_idleTimeoutMs);
 }
 
 void PasscodeService::handle(MessageChannel* channel, const wire::Envelope& envelope) {
@@ -98,80 +125,153 @@ void PasscodeService::handle(MessageChannel* channel, const wire::Envelope& enve
     }
 }
 
-void PasscodeService::handleRegister(MessageChannel* channel, const wire::Register& request) {
-    if (request.port() < 1 || request.port() > 65535) return refuse(channel, wire::PasscodeError::INVALID);
-    const QString passcodeText = qtext(request.passcode());
-    const QString address = qtext(request.address());
-    const QString name = qtext(request.name());
+QString PasscodeService::checkProof(MessageChannel* channel, const wire::PanelProof& proof, const QByteArray& bytes,
+                                    const char* what) {
+    QString why;
+    const QString panelKey = passcode::verifyProof(proof, bytes, &why);
+    if (panelKey.isEmpty()) {
+        ZV_LOG(WARNING) << " " << what << " from " << text(channel->peerName()) << " refused: " << text(why);
+        refuseCounted(channel, wire::PasscodeError::BAD_PROOF);
+        return {};
+    }
+    const qint64 skew = m_wallClock() - proof.timestamp_ms();
+    if (std::llabs(skew) > passcode::kMaxClockSkewMs) {
+        ZV_LOG(WARNING) << " " << what << " from " << text(channel->peerName()) << " by panel key "
+                        << text(shortKeyId(panelKey)) << " refused: its timestamp is " << skew / 1000
+                        << " s off this service's clock";
+        refuseCounted(channel, wire::PasscodeError::STALE);
+        return {};
+    }
+    return panelKey;
+}
 
-    const auto result = m_registry.add(passcodeText, address, quint16(request.port()), name, request.ttl());
-    switch (result) {
+void PasscodeService::handleRegister(MessageChannel* channel, const wire::Register& request) {
+    const QString source = channel->peerAddress().toString();
+    qint64 retryAfterMs = 0;
+    if (!m_panelLimiter.mayAttempt(source, &retryAfterMs)) {
+        ZV_LOG(INFO) << " register from " << text(channel->peerName()) << " refused unchecked, locked for "
+                     << retryAfterMs << " ms more";
+        return refuse(channel, wire::PasscodeError::RATE_LIMITED);
+    }
+    const QString panelKey = checkProof(channel, request.proof(), passcode::signedBytes(request, m_keyId), "register");
+    if (panelKey.isEmpty()) return;
+
+    PasscodeRegistry::Request entry;
+    entry.passcode = qtext(request.passcode());
+    entry.address = qtext(request.address());
+    entry.port = request.port() >= 1 && request.port() <= 65535 ? quint16(request.port()) : 0;
+    entry.name = qtext(request.name());
+    entry.ttlSeconds = request.ttl();
+    entry.rotate = request.rotate();
+    entry.keyId = panelKey;
+    entry.stampMs = request.proof().timestamp_ms();
+    entry.mayAssign = m_assignBudget.available(source);
+    const PasscodeRegistry::Outcome outcome = m_registry.registerPanel(entry);
+    switch (outcome.result) {
     case PasscodeRegistry::Result::Invalid:
         ZV_LOG(INFO) << " invalid register from " << text(channel->peerName()) << ": passcode \""
-                     << text(passcodeText.left(16)) << "\" address \"" << text(address.left(64)) << "\" port "
+                     << text(entry.passcode.left(16)) << "\" address \"" << text(entry.address.left(64)) << "\" port "
                      << request.port() << " ttl " << request.ttl();
-        return refuse(channel, wire::PasscodeError::INVALID);
-    case PasscodeRegistry::Result::Taken:
-        ZV_LOG(INFO) << " " << text(channel->peerName()) << " asked for passcode " << text(passcodeText)
-                     << ", held by another address";
-        return refuse(channel, wire::PasscodeError::TAKEN);
-    case PasscodeRegistry::Result::Registered:
+        return refuseCounted(channel, wire::PasscodeError::INVALID);
+    case PasscodeRegistry::Result::Replayed:
+        ZV_LOG(WARNING) << " register from " << text(channel->peerName()) << " by panel key "
+                        << text(shortKeyId(panelKey)) << " is no newer than its last one: refused as a replay";
+        return refuseCounted(channel, wire::PasscodeError::STALE);
+    case PasscodeRegistry::Result::Full:
+        ZV_LOG(WARNING) << " no new passcode for " << text(channel->peerName()) << " (panel key "
+                        << text(shortKeyId(panelKey)) << " holds " << m_registry.heldBy(panelKey) << ", table "
+                        << m_registry.size() << ", source budget " << (entry.mayAssign ? "left" : "spent") << ")";
+        return refuse(channel, wire::PasscodeError::RATE_LIMITED);
+    case PasscodeRegistry::Result::Assigned:
     case PasscodeRegistry::Result::Renewed:
         break;
     }
-    const QString passcode = PasscodeRegistry::canonicalPasscode(passcodeText);
+    const PasscodeRegistry::Entry& held = outcome.entry;
     wire::Registered answer;
-    answer.set_passcode(passcode.toStdString());
-    answer.set_ttl(request.ttl());
+    answer.set_passcode(held.passcode.toStdString());
+    answer.set_ttl(held.ttlSeconds);
     channel->send(wrap(answer));
-    if (result == PasscodeRegistry::Result::Registered) {
-        expireRegistrations();  // a lapsed holder this one replaced is reported first
-        ZV_LOG(INFO) << " passcode " << text(passcode) << " -> " << text(address) << ":" << request.port() << " \""
-                     << text(name) << "\" for " << request.ttl() << " s (from " << text(channel->peerName()) << ")";
-        emit registered(passcode, address, quint16(request.port()), name, request.ttl());
-    } else {
-        ZV_VLOG(1) << " passcode " << text(passcode) << " renewed by " << text(address);
-        emit renewed(passcode, address);
+    if (outcome.result == PasscodeRegistry::Result::Renewed) {
+        ZV_VLOG(1) << " passcode " << text(held.passcode) << " renewed by " << text(held.address);
+        emit renewed(held.passcode, held.address);
+        return;
     }
+    m_assignBudget.take(source);
+    expireRegistrations();  // a lapsed holder this one replaced is reported first
+    if (outcome.released) {
+        ZV_LOG(INFO) << " passcode " << text(outcome.released->passcode) << " of " << text(outcome.released->address)
+                     << " released for a new one";
+        emit unregistered(outcome.released->passcode, outcome.released->address);
+    }
+    ZV_LOG(INFO) << " passcode " << text(held.passcode) << " -> " << text(held.address) << ":" << held.port << " \""
+                 << text(held.name) << "\", panel key " << text(shortKeyId(panelKey)) << ", for " << held.ttlSeconds
+                 << " s (from " << text(channel->peerName()) << ")";
+    emit registered(held.passcode, held.address, held.port, held.name, held.ttlSeconds, panelKey);
 }
 
 void PasscodeService::handleResolve(MessageChannel* channel, const wire::Resolve& request) {
     const QString passcode = qtext(request.passcode());
     const QString source = channel->peerAddress().toString();
     qint64 retryAfterMs = 0;
-    if (!m_limiter.mayAttempt(source, &retryAfterMs)) {
+    if (!m_resolveLimiter.mayAttempt(source, &retryAfterMs)) {
         ZV_LOG(INFO) << " resolve from " << text(channel->peerName()) << " refused unchecked, locked for "
                      << retryAfterMs << " ms more";
         return refuse(channel, wire::PasscodeError::RATE_LIMITED);
     }
+    // Failures are never forgiven by a success: a guesser who knows one
+    // passcode (their own panel's) must not reset the count with it.
     if (PasscodeRegistry::canonicalPasscode(passcode).isEmpty()) {
-        m_limiter.recordFailure(source);  // a malformed guess is still a wrong one
+        m_resolveLimiter.recordFailure(source);  // a malformed guess is still a wrong one
         return refuse(channel, wire::PasscodeError::INVALID);
     }
     const auto entry = m_registry.resolve(passcode);
     if (!entry) {
-        m_limiter.recordFailure(source);
+        m_resolveLimiter.recordFailure(source);
         ZV_LOG(INFO) << " unknown passcode " << text(passcode.left(16)) << " from " << text(channel->peerName())
-                     << " (" << m_limiter.failures(source) << " wrong)";
+                     << " (" << m_resolveLimiter.failures(source) << " wrong)";
         return refuse(channel, wire::PasscodeError::UNKNOWN);
     }
-    m_limiter.recordSuccess(source);
     ZV_VLOG(1) << " " << text(channel->peerName()) << " resolved " << text(entry->passcode);
     wire::Resolved answer;
     answer.set_address(entry->address.toStdString());
     answer.set_port(entry->port);
     answer.set_name(entry->name.toStdString());
+    answer.set_key(entry->keyId.toStdString());
     channel->send(wrap(answer));
 }
 
 void PasscodeService::handleUnregister(MessageChannel* channel, const wire::Unregister& request) {
-    const QString address = qtext(request.address());
-    if (m_registry.remove(qtext(request.passcode()), address)) {
-        const QString passcode = PasscodeRegistry::canonicalPasscode(qtext(request.passcode()));
-        ZV_LOG(INFO) << " passcode " << text(passcode) << " released by " << text(address);
-        emit unregistered(passcode, address);
+    const QString source = channel->peerAddress().toString();
+    qint64 retryAfterMs = 0;
+    if (!m_panelLimiter.mayAttempt(source, &retryAfterMs)) {
+        ZV_LOG(INFO) << " unregister from " << text(channel->peerName()) << " refused unchecked, locked for "
+                     << retryAfterMs << " ms more";
+        return refuse(channel, wire::PasscodeError::RATE_LIMITED);
+    }
+    const QString panelKey =
+        checkProof(channel, request.proof(), passcode::signedBytes(request, m_keyId), "unregister");
+    if (panelKey.isEmpty()) return;
+    PasscodeRegistry::Entry removed;
+    switch (m_registry.remove(qtext(request.passcode()), panelKey, request.proof().timestamp_ms(), &removed)) {
+    case PasscodeRegistry::Removal::Removed:
+        ZV_LOG(INFO) << " passcode " << text(removed.passcode) << " released by " << text(removed.address);
+        emit unregistered(removed.passcode, removed.address);
+        break;
+    case PasscodeRegistry::Removal::NotHeld:
+    case PasscodeRegistry::Removal::Replayed:
+        // Answered as if done: whether someone else holds it is not told.
+        ZV_LOG(INFO) << " " << text(channel->peerName()) << " (panel key " << text(shortKeyId(panelKey))
+                     << ") tried to release passcode " << text(qtext(request.passcode()).left(16))
+                     << ", which that key does not hold";
+        m_panelLimiter.recordFailure(source);
+        break;
     }
     channel->send(wrap(wire::Unregistered()));
+}
+
+void PasscodeService::refuseCounted(MessageChannel* channel, wire::PasscodeError::Reason reason) {
+    m_panelLimiter.recordFailure(channel->peerAddress().toString());
+    refuse(channel, reason);
 }
 
 void PasscodeService::refuse(MessageChannel* channel, wire::PasscodeError::Reason reason) {

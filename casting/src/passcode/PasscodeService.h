@@ -1,7 +1,10 @@
-// The passcode service: a plain TCP server mapping 4-character passcodes to
-// panel addresses (docs/protocol.md, "Passcode service"). Panels register and
-// renew; clients resolve, with wrong passcodes rate-limited per source
-// address. Everything lives in memory.
+// The passcode service: a TLS server mapping 4-character passcodes to panel
+// addresses and keys (docs/protocol.md, "Passcode service"). Clients pin
+// the service's own key. Panels prove every register and unregister with
+// their TLS key; the service picks the passcodes, and only the key holding
+// one renews, rotates or releases it. Resolves return the panel's key id,
+// which the PC then requires of the panel. Every request kind is limited per
+// source address. Everything lives in memory.
 //
 // Threads: a QObject used from the thread it lives in.
 #pragma once
@@ -9,21 +12,30 @@
 #include <QHash>
 #include <QHostAddress>
 #include <QObject>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <QString>
 
 #include <functional>
 
 #include "passcode/PasscodeRegistry.h"
+#include "passcode/SourceBudget.h"
 #include "protocol/MessageDispatcher.h"
 #include "protocol/ProtocolConstants.h"
 #include "transport/RateLimiter.h"
+#include "transport/TlsIdentity.h"
 
-class QTcpServer;
 class QTimer;
 
 namespace zv {
 
 class MessageChannel;
+class TlsServer;
+
+// The service's own key and certificate, made at its first start.
+inline constexpr TlsIdentityKind kPasscodeServiceIdentity{"passcode-key.pem", "passcode-cert.pem",
+                                                          "Zelvanor passcode service", "passcode service",
+                                                          "serverAuth"};
 
 class PasscodeService : public QObject {
     Q_OBJECT
@@ -35,14 +47,21 @@ public:
     // How often expired registrations are looked for.
     static constexpr int kExpiryCheckMs = 1000;
 
-    explicit PasscodeService(QObject* parent = nullptr);
+    // With the service's TLS key and certificate (listen() fails without).
+    PasscodeService(const QSslKey& key, const QSslCertificate& certificate, QObject* parent = nullptr);
     // With a clock of the caller's for registration expiry and the
-    // wrong-passcode lock-outs (tests).
-    explicit PasscodeService(Clock clock, QObject* parent = nullptr);
+    // lock-outs, and a picker for new passcodes (tests).
+    PasscodeService(const QSslKey& key, const QSslCertificate& certificate, Clock clock,
+                    PasscodeRegistry::Picker picker = {}, QObject* parent = nullptr);
     ~PasscodeService() override;
 
+    // The key id clients pin and panels sign for.
+    QString keyId() const { return m_keyId; }
+    // Milliseconds since 1970 UTC, for the requests' timestamps (tests move it).
+    void setWallClock(Clock wallClock) { m_wallClock = std::move(wallClock); }
+
     // Starts listening; port 0 picks a free one (see port()). False, with
-    // errorString(), when the address cannot be bound.
+    // errorString(), when the address cannot be bound or there is no key.
     bool listen(const QHostAddress& address = QHostAddress::Any, quint16 port = kDefaultPasscodePort);
     bool isListening() const;
     QHostAddress address() const;
@@ -61,27 +80,38 @@ public:
     int registrationCount() const { return m_registry.size(); }
 
 signals:
-    // A passcode newly held by address.
+    // A passcode newly given to the panel with key panelKey.
     void registered(const QString& passcode, const QString& address, quint16 port, const QString& name,
-                    int ttlSeconds);
+                    int ttlSeconds, const QString& panelKey);
     // Its holder registered it again before it expired.
     void renewed(const QString& passcode, const QString& address);
     void expired(const QString& passcode, const QString& address);
+    // Released by its holder, by unregistering or rotating.
     void unregistered(const QString& passcode, const QString& address);
 
 private:
-    void onNewConnection();
+    void onNewChannel(MessageChannel* channel);
     void handleRegister(MessageChannel* channel, const wire::Register& request);
     void handleResolve(MessageChannel* channel, const wire::Resolve& request);
     void handleUnregister(MessageChannel* channel, const wire::Unregister& request);
+    // The panel key id of a proven request, or empty after refusing it.
+    QString checkProof(MessageChannel* channel, const wire::PanelProof& proof, const QByteArray& bytes,
+                       const char* what);
+    // Refuses and counts one failure for the source.
+    void refuseCounted(MessageChannel* channel, wire::PasscodeError::Reason reason);
     void refuse(MessageChannel* channel, wire::PasscodeError::Reason reason);
     void reject(MessageChannel* channel, const QString& reason);
     void expireRegistrations();
 
-    QTcpServer* m_server;
+    TlsServer* m_server;
     QTimer* m_expiryTimer;
+    QString m_keyId;
+    bool m_hasIdentity;
+    Clock m_wallClock;
     PasscodeRegistry m_registry;
-    RateLimiter m_limiter;
+    RateLimiter m_resolveLimiter;  // wrong passcodes
+    RateLimiter m_panelLimiter;    // bad proofs, stale or replayed requests, releases of nothing held
+    SourceBudget m_assignBudget;   // new passcodes
     // Open connections and their idle timers.
     QHash<MessageChannel*, QTimer*> m_idleTimers;
     int m_idleTimeoutMs = kIdleTimeoutMs;

@@ -22,6 +22,10 @@ constexpr quint32 kMaxFrameBytes = 1024 * 1024;
 
 constexpr int kHeartbeatIntervalMs = 1000;
 
+// CastStop reason of a cast the panel ended because nothing came from the PC
+// (no media, no heartbeats) for a while: the PC may ask for it again.
+constexpr char kCastInterruptedReason[] = "interrupted";
+
 // DNS-SD service type of a panel's control port.
 constexpr char kServiceType[] = "_zelvanor._tcp";
 

@@ -8,6 +8,7 @@
 #include "media/SenderPipeline.h"
 #include "protocol/WireCodec.h"
 #include "protocol/WireNames.h"
+#include "security/CastKeys.h"
 #include "session/ClientSession.h"
 
 namespace zv {
@@ -90,6 +91,7 @@ void CastSession::ask(const CastOptions& options, RequestDone done) {
     m_done = std::move(done);
     m_state = State::Asking;
     m_controlGranted = false;
+    m_controlRequested = false;
 
     m_sender = std::make_unique<media::SenderPipeline>();
     m_sender->setErrorCallback([this](const std::string& error) {
@@ -147,6 +149,16 @@ void CastSession::onPending() {
 
 void CastSession::onStop(const wire::CastStop& stop) {
     if (m_state != State::Casting) return;
+    if (stop.reason() == kCastInterruptedReason) {
+        // The panel heard nothing from us for a while and freed itself: a
+        // broken cast, not one its user ended; the watchdog may ask again.
+        ZV_LOG(WARNING) << " the panel ended the cast as interrupted";
+        teardown();
+        m_raise(NOTIFY_MEDIA_LINK_BROKEN, [](tagNotifyExceptionParams_& p) {
+            copyReason(p, QString::fromLatin1(kCastInterruptedReason));
+        });
+        return;
+    }
     ZV_LOG(INFO) << " the panel ended the cast: " << stop.reason();
     m_wantsCast = false;
     teardown();
@@ -164,6 +176,11 @@ void CastSession::onStats(const wire::CastStats& stats) {
 }
 
 void CastSession::onControlState(const wire::CastControlState& control) {
+    // Touches drive this PC's mouse: only its own user may switch that on.
+    if (control.on() && !m_controlRequested) {
+        ZV_LOG(WARNING) << " the panel grants touch control nobody here asked for; ignored";
+        return;
+    }
     m_controlGranted = control.on();
     m_raise(NOTIFY_REVERSE_CONTROL_ANSWER, [&](tagNotifyExceptionParams_& p) {
         p.nResult = control.on() ? 1 : 0;
@@ -202,14 +219,20 @@ void CastSession::onAccepted(const wire::CastAccepted& accepted) {
     config.host = m_session->panel().address.toStdString();
     config.videoPort = static_cast<uint16_t>(accepted.video_port());
     config.remoteRtcpPort = static_cast<uint16_t>(accepted.rtcp_port());
-    config.srtPassphrase = accepted.srt_key();
-    config.allowPlain = true;  // until the session passes this cast's keys
+    // This cast's keys, from the TLS connection the panel's answer came on.
+    const auto castKeys = keys::castKeys(m_session->exporter(), accepted.cast_id(), keys::CastSide::Pc);
+    if (castKeys) {
+        config.sendKey = castKeys->sendKey;
+        config.receiveKey = castKeys->receiveKey;
+        config.srtPassphrase = castKeys->srtPassphrase;
+    }
     if (accepted.latency_ms() > 0) config.latencyMs = accepted.latency_ms();
     config.audio = m_options.audio && accepted.audio_port() > 0;
     config.audioPort = static_cast<uint16_t>(accepted.audio_port());
     config.encoderPreference = m_options.softwareEncoderPreferred ? media::EncoderPreference::SoftwarePreferred
                                                                   : media::EncoderPreference::HardwarePreferred;
-    const QString error = QString::fromStdString(m_sender->start(config));
+    const QString error = castKeys ? QString::fromStdString(m_sender->start(config))
+                                   : QStringLiteral("no keys for the cast: the control connection has gone");
     if (!error.isEmpty()) {
         ZV_LOG(ERROR) << " the media could not start: " << error.toStdString();
         send(castStop(QStringLiteral("senderFailed")));
@@ -315,6 +338,7 @@ bool CastSession::setControl(bool on) {
     wire::CastControl control;
     control.set_on(on);
     send(control);
+    m_controlRequested = on;
     if (!on) m_controlGranted = false;
     return true;
 }
@@ -353,6 +377,7 @@ void CastSession::teardown() {
     m_sender.reset();
     m_state = State::Idle;
     m_controlGranted = false;
+    m_controlRequested = false;
 }
 
 }  // namespace zv

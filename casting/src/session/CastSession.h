@@ -97,6 +97,7 @@ private:
         bool operator==(const CursorState& o) const { return x == o.x && y == o.y && visible == o.visible; }
     };
     CursorState m_lastCursor;
+    bool m_controlRequested = false;  // this PC's user switched touch control on
     bool m_controlGranted = false;
     bool m_wantsCast = false;  // from a granted request until the user, the panel or the session ends it
     bool m_paused = false;

@@ -10,6 +10,7 @@
 #include "protocol/ConnectCode.h"
 #include "protocol/ProtocolConstants.h"
 #include "transport/KnownPanels.h"
+#include "security/KeyId.h"
 
 namespace zv {
 
@@ -73,10 +74,13 @@ void append(QList<PanelAddress>& list, const PanelAddress& panel) {
 
 CodeResolver::CodeResolver(DiscoveryLookup lookup, std::shared_ptr<KnownPanels> known, QObject* parent)
     : QObject(parent), m_lookup(std::move(lookup)), m_known(std::move(known)), m_passcodes(new PasscodeClient(this)) {
-    connect(m_passcodes, &PasscodeClient::resolved, this, [this](const QString& address, quint16 port, const QString& name) {
-        ZV_LOG(INFO) << " passcode leads to \"" << name.toStdString() << "\" at " << address.toStdString() << ":" << port;
-        finish({{PanelAddress{address, port, QString(), name}}, 0, QString()});
-    });
+    connect(m_passcodes, &PasscodeClient::resolved, this,
+            [this](const QString& address, quint16 port, const QString& name, const QString& panelKey) {
+                ZV_LOG(INFO) << " passcode leads to \"" << name.toStdString() << "\" at " << address.toStdString()
+                             << ":" << port << ", panel key " << shortKeyId(panelKey).toStdString();
+                // Only the panel that registered the passcode may answer the log-in.
+                finish({{PanelAddress{address, port, panelKey, name}}, 0, QString()});
+            });
     connect(m_passcodes, &PasscodeClient::failed, this, [this](PasscodeClient::Failure reason, const QString& detail) {
         switch (reason) {
             case PasscodeClient::Failure::Unknown:
@@ -88,6 +92,7 @@ CodeResolver::CodeResolver(DiscoveryLookup lookup, std::shared_ptr<KnownPanels> 
                 break;
             case PasscodeClient::Failure::Unreachable:
             case PasscodeClient::Failure::Timeout:
+            case PasscodeClient::Failure::ServiceKeyChanged:
                 finish({{}, zv_error::PASSCODE_SERVER_UNREACHABLE,
                         QStringLiteral("passcode service: ") + detail});
                 break;

@@ -1,5 +1,6 @@
 #include "transport/MessageChannel.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <QElapsedTimer>
@@ -52,7 +53,7 @@ MessageChannel::MessageChannel(QTcpSocket* socket, std::unique_ptr<TlsEngine> tl
             if (m_state != State::Open) return;
             // What came with the handshake's last flight, then what waits in the socket.
             if (m_tls && !takeIncoming(QByteArray())) return;
-            if (m_socket->bytesAvailable() > 0) onReadyRead();
+            if (!m_drainScheduled) drain();
             if (m_state == State::Open && m_socket->state() != QAbstractSocket::ConnectedState) onDisconnected();
         },
         Qt::QueuedConnection);
@@ -158,53 +159,100 @@ void MessageChannel::onHeartbeatTick() {
 }
 
 void MessageChannel::onReadyRead() {
-    const QByteArray data = m_socket->readAll();
-    if (m_state != State::Open || data.isEmpty()) return;  // closing: drained and ignored
-    takeIncoming(data);
+    if (m_state != State::Open) {
+        m_socket->readAll();  // closing: drained and ignored
+        return;
+    }
+    if (!m_drainScheduled) drain();
+}
+
+void MessageChannel::scheduleDrain() {
+    if (m_drainScheduled) return;
+    m_drainScheduled = true;
+    QMetaObject::invokeMethod(this, &MessageChannel::drain, Qt::QueuedConnection);
+}
+
+// One turn's share: read a bounded slice, hand out a bounded number of
+// messages, and come back in the next turn while anything is left.
+void MessageChannel::drain() {
+    m_drainScheduled = false;
+    if (m_state != State::Open) return;
+    const bool mayRead = !m_peerGone && !m_decoder.hasError();
+    if (m_pending.empty() && mayRead && m_socket->bytesAvailable() > 0) {
+        if (!takeIncoming(m_socket->read(kMaxReadBytesPerTurn))) return;
+    }
+    if (!deliverPending(kMaxMessagesPerTurn)) return;
+    if (!m_pending.empty() || (!m_peerGone && !m_decoder.hasError() && m_socket->bytesAvailable() > 0)) {
+        scheduleDrain();
+        return;
+    }
+    if (m_decoder.hasError()) {
+        failProtocol(m_decoder.errorString());
+    } else if (!m_inputError.isEmpty()) {
+        failProtocol(m_inputError);
+    } else if (m_peerGone) {
+        peerClosed();
+    }
 }
 
 bool MessageChannel::takeIncoming(const QByteArray& data) {
-    if (!m_tls) {
-        processIncoming(data);
-        return m_state == State::Open;
-    }
+    if (!m_tls) return takePlain(data);
     m_tls->feedCiphertext(data);
     writeOut(QByteArray());  // alerts, our answer to close_notify
-    QPointer<MessageChannel> self(this);
     const QByteArray plain = m_tls->readPlaintext();
-    if (!plain.isEmpty()) processIncoming(plain);
-    if (!self || m_state != State::Open) return false;
+    if (!plain.isEmpty() && !takePlain(plain)) return false;
     if (m_tls->state() == TlsEngine::State::Failed) {
-        failProtocol(QStringLiteral("TLS: ") + m_tls->errorString());
-        return false;
-    }
-    if (m_tls->peerClosed()) {
-        onDisconnected();
-        return false;
+        m_inputError = QStringLiteral("TLS: ") + m_tls->errorString();
+        m_peerGone = true;
+    } else if (m_tls->peerClosed()) {
+        m_peerGone = true;  // close_notify
     }
     return true;
 }
 
-void MessageChannel::processIncoming(const QByteArray& data) {
-    QPointer<MessageChannel> self(this);
+// Heartbeat bookkeeping for data that arrived, then its frames; false when
+// a handler of alive() closed or deleted the channel.
+bool MessageChannel::takePlain(const QByteArray& plain) {
+    if (plain.isEmpty()) return true;
     m_heardSinceTick = true;
     const bool wasMissing = m_missed >= 2;
     m_missed = 0;
     if (wasMissing) {
+        QPointer<MessageChannel> self(this);
         emit alive();
-        if (!self || m_state != State::Open) return;
+        if (!self || m_state != State::Open) return false;
     }
+    for (wire::Envelope& envelope : m_decoder.feed(plain)) m_pending.push_back(std::move(envelope));
+    return true;
+}
 
-    const std::vector<wire::Envelope> envelopes = m_decoder.feed(data);
-    for (const wire::Envelope& envelope : envelopes) {
+// False when the channel was closed (flooding, or by a handler) or deleted.
+bool MessageChannel::deliverPending(int budget) {
+    QPointer<MessageChannel> self(this);
+    for (; budget > 0 && !m_pending.empty(); --budget) {
+        const wire::Envelope envelope = std::move(m_pending.front());
+        m_pending.pop_front();
+        if (!countMessage()) return false;
         if (envelope.has_heartbeat()) {
             emit heartbeatReceived(envelope.heartbeat().seq());
         } else {
             emit messageReceived(envelope);
         }
-        if (!self || m_state != State::Open) return;
+        if (!self || m_state != State::Open) return false;
     }
-    if (m_decoder.hasError()) failProtocol(m_decoder.errorString());
+    return true;
+}
+
+bool MessageChannel::countMessage() {
+    if (m_maxMessagesPerSecond <= 0) return true;
+    if (!m_rateWindow.isValid() || m_rateWindow.elapsed() >= 1000) {
+        m_rateWindow.start();
+        m_messagesInWindow = 0;
+    }
+    if (++m_messagesInWindow <= m_maxMessagesPerSecond) return true;
+    m_pending.clear();
+    failProtocol(QStringLiteral("flooding: more than %1 messages in a second").arg(m_maxMessagesPerSecond));
+    return false;
 }
 
 void MessageChannel::onDisconnected() {
@@ -213,19 +261,14 @@ void MessageChannel::onDisconnected() {
         return;
     }
     if (m_state != State::Open) return;
-    // A peer may send its last message and close at once: take it first.
-    QPointer<MessageChannel> self(this);
-    if (m_socket->bytesAvailable() > 0) {
-        const QByteArray rest = m_socket->readAll();
-        if (m_tls) {
-            m_tls->feedCiphertext(rest);
-            const QByteArray plain = m_tls->readPlaintext();
-            if (!plain.isEmpty()) processIncoming(plain);
-        } else {
-            processIncoming(rest);
-        }
-    }
-    if (!self || m_state != State::Open) return;
+    // A peer may send its last messages and close at once: they are taken
+    // now and handed out before closed.
+    if (!m_peerGone && m_socket->bytesAvailable() > 0 && !takeIncoming(m_socket->readAll())) return;
+    m_peerGone = true;
+    if (!m_drainScheduled) drain();
+}
+
+void MessageChannel::peerClosed() {
     QString reason = QStringLiteral("peer closed the connection");
     if (m_decoder.pendingBytes() > 0)
         reason += QStringLiteral(" (inside a frame, %1 bytes pending)").arg(m_decoder.pendingBytes());
@@ -335,7 +378,44 @@ TlsServer::TlsServer(const QSslKey& key, const QSslCertificate& certificate, QOb
 TlsServer::TlsServer(TlsCredentials credentials, QObject* parent)
     : QTcpServer(parent), m_credentials(std::move(credentials)) {}
 
+namespace {
+
+// The peer of an accepted descriptor as one key per host (an IPv4 peer on a
+// dual-stack socket counts as its IPv4 address).
+QString sourceOf(qintptr socketDescriptor) {
+    sockaddr_storage storage{};
+    socklen_t length = sizeof storage;
+    if (::getpeername(int(socketDescriptor), reinterpret_cast<sockaddr*>(&storage), &length) != 0) return QString();
+    QHostAddress address(reinterpret_cast<const sockaddr*>(&storage));
+    bool mapped = false;
+    const quint32 ipv4 = address.toIPv4Address(&mapped);
+    if (mapped) address = QHostAddress(ipv4);
+    return address.toString();
+}
+
+}  // namespace
+
+int TlsServer::waitingFrom(const QHostAddress& address) const {
+    bool mapped = false;
+    const quint32 ipv4 = address.toIPv4Address(&mapped);
+    return m_waitingBySource.value(mapped ? QHostAddress(ipv4).toString() : address.toString());
+}
+
 void TlsServer::incomingConnection(qintptr socketDescriptor) {
+    const QString source = sourceOf(socketDescriptor);
+    const int fromSource = m_waitingBySource.value(source);
+    if (m_waitingTotal >= m_maxWaiting || fromSource >= m_maxWaitingPerSource) {
+        ++m_turnedAway;
+        // A flood must not flood the log too: one line a second at most.
+        if (!m_lastTurnAwayLog.isValid() || m_lastTurnAwayLog.elapsed() >= 1000) {
+            m_lastTurnAwayLog.start();
+            ZV_LOG(WARNING) << " closing a connection from " << source.toStdString() << " at once: " << fromSource
+                            << " from there and " << m_waitingTotal << " in all wait for their session ("
+                            << m_turnedAway << " turned away so far)";
+        }
+        ::close(int(socketDescriptor));
+        return;
+    }
     if (m_pendingHandshakes >= kMaxPendingHandshakes) {
         ZV_LOG(WARNING) << " " << m_pendingHandshakes << " TLS handshakes unfinished; refusing another connection";
         ::close(int(socketDescriptor));
@@ -349,28 +429,54 @@ void TlsServer::incomingConnection(qintptr socketDescriptor) {
     }
     const QString peer = endpoint(socket->peerAddress(), socket->peerPort());
     ++m_pendingHandshakes;
+    ++m_waitingTotal;
+    ++m_waitingBySource[source];
     const QPointer<TlsServer> self(this);
     runTlsHandshake(socket,
                     std::make_unique<TlsEngine>(TlsEngine::Mode::Server, m_credentials.privateKeyPem,
-                                                m_credentials.certificatePem),
+                                                m_credentials.certificatePem, m_requireClientCertificate),
                     m_handshakeTimeoutMs, QStringLiteral("no handshake within %1 ms").arg(m_handshakeTimeoutMs),
-                    [self, peer](MessageChannel* channel, const QString& error) {
+                    [self, peer, source](MessageChannel* channel, const QString& error) {
                         if (!self) {
                             delete channel;
                             return;
                         }
                         --self->m_pendingHandshakes;
                         if (channel == nullptr) {
+                            self->stopWaiting(source);
                             ZV_LOG(WARNING) << " TLS handshake with " << peer.toStdString()
                                             << " failed: " << error.toStdString();
                             emit self->handshakeFailed(peer, error);
                             return;
                         }
                         channel->setParent(self);
+                        self->waitingChannel(channel, source);
                         ZV_VLOG(1) << " TLS session with " << channel->peerName().toStdString() << ", client key "
                                    << channel->peerKeyId().toStdString();
                         emit self->newChannel(channel);
                     });
+}
+
+void TlsServer::waitingChannel(MessageChannel* channel, const QString& source) {
+    m_waitingChannels.insert(channel, source);
+    connect(channel, &MessageChannel::closed, this, [this, channel] { stopWaiting(static_cast<QObject*>(channel)); });
+    connect(channel, &QObject::destroyed, this, [this](QObject* gone) { stopWaiting(gone); });
+}
+
+void TlsServer::settled(MessageChannel* channel) { stopWaiting(static_cast<QObject*>(channel)); }
+
+void TlsServer::stopWaiting(QObject* channel) {
+    const auto it = m_waitingChannels.find(channel);
+    if (it == m_waitingChannels.end()) return;
+    const QString source = it.value();
+    m_waitingChannels.erase(it);
+    stopWaiting(source);
+}
+
+void TlsServer::stopWaiting(const QString& source) {
+    --m_waitingTotal;
+    const auto it = m_waitingBySource.find(source);
+    if (it != m_waitingBySource.end() && --it.value() <= 0) m_waitingBySource.erase(it);
 }
 
 }  // namespace zv

@@ -9,6 +9,8 @@
 // its channel.
 #pragma once
 
+#include <QElapsedTimer>
+#include <QHash>
 #include <QHostAddress>
 #include <QObject>
 #include <QSslCertificate>
@@ -16,6 +18,7 @@
 #include <QString>
 #include <QTcpServer>
 
+#include <deque>
 #include <functional>
 #include <memory>
 
@@ -103,6 +106,16 @@ public:
     bool sendRawForTesting(const QByteArray& bytes);
 
     static constexpr int kCloseFlushMs = 3000;
+    // Work per event-loop turn: at most this many bytes are read and this
+    // many messages handed out before the channel yields to other events
+    // (it carries on in the next turn), so one busy peer cannot starve the
+    // thread it shares with others and with the screen.
+    static constexpr qint64 kMaxReadBytesPerTurn = 64 * 1024;
+    static constexpr int kMaxMessagesPerTurn = 32;
+    // A peer that sends more messages than this within one second
+    // (heartbeats and pointer updates included) is closed as flooding.
+    static constexpr int kDefaultMaxMessagesPerSecond = 400;
+    void setMaxMessagesPerSecond(int limit) { m_maxMessagesPerSecond = limit; }
 
     // Opens a TLS 1.3 connection to host:port showing credentials (the PC's
     // identity). Certificates are not verified: the caller pins the panel by
@@ -118,6 +131,14 @@ public:
     // The same, waiting in the calling thread; nullptr and *error on failure.
     static MessageChannel* connectTlsBlocking(const QString& host, quint16 port, int timeoutMs,
                                               const TlsCredentials& credentials, QString* error);
+    // The same without a certificate of our own, for servers that do not ask
+    // for one (the passcode service); the caller pins the server by peerKeyId().
+    static void connectTls(const QString& host, quint16 port, int timeoutMs, QObject* context, ConnectDone done) {
+        connectTls(host, port, timeoutMs, TlsCredentials{}, context, std::move(done));
+    }
+    static MessageChannel* connectTlsBlocking(const QString& host, quint16 port, int timeoutMs, QString* error) {
+        return connectTlsBlocking(host, port, timeoutMs, TlsCredentials{}, error);
+    }
 
 signals:
     // Every envelope except heartbeats, which come as heartbeatReceived;
@@ -135,15 +156,20 @@ private:
     enum class State { Open = 1, Closing, Closed };
 
     void onReadyRead();
-    // Ciphertext (or plain bytes) from the socket to frames; false when the
-    // channel ended on the way.
+    void drain();
+    void scheduleDrain();
+    // Ciphertext (or plain bytes) from the socket to decoded envelopes
+    // waiting to be handed out; false when the channel ended on the way.
     bool takeIncoming(const QByteArray& data);
+    bool takePlain(const QByteArray& plain);
     void writeOut(const QByteArray& plain);
+    bool deliverPending(int budget);
+    bool countMessage();
+    void peerClosed();
     void onDisconnected();
     void onSocketError();
     void onHeartbeatTick();
     void onCloseTimeout();
-    void processIncoming(const QByteArray& data);
     void failProtocol(const QString& reason);
     void finish(const QString& reason);
 
@@ -152,6 +178,13 @@ private:
     QTimer* m_heartbeatTimer;
     QTimer* m_closeTimer;
     FrameDecoder m_decoder;
+    std::deque<wire::Envelope> m_pending;  // decoded, not yet handed out
+    bool m_drainScheduled = false;
+    bool m_peerGone = false;  // no more input: what came before is still handed out
+    QString m_inputError;     // TLS failed; reported once what came before is handed out
+    int m_maxMessagesPerSecond = kDefaultMaxMessagesPerSecond;
+    QElapsedTimer m_rateWindow;
+    int m_messagesInWindow = 0;
     State m_state = State::Open;
     QString m_closeReason;
     QHostAddress m_peerAddress;
@@ -167,6 +200,12 @@ private:
 // handshake time-out is emitted as newChannel (parented to the server; take
 // it over with setParent or delete it); failed or slow handshakes are
 // logged, reported by handshakeFailed and dropped.
+//
+// A connection waits from its accept until the owner calls settled() for its
+// channel (the panel: when the session begins); one that closes or is
+// destroyed before stops waiting by itself. Beyond maxWaitingPerSource
+// waiting connections from one address, or maxWaiting in all, new
+// connections are closed at once, before any TLS work.
 class TlsServer : public QTcpServer {
     Q_OBJECT
 public:
@@ -174,11 +213,27 @@ public:
     explicit TlsServer(TlsCredentials credentials, QObject* parent = nullptr);
 
     void setHandshakeTimeoutMs(int ms) { m_handshakeTimeoutMs = ms; }
+    // Whether clients must show a certificate (default: yes; the control
+    // channel needs the PC's key). The passcode service does not ask.
+    void setClientCertificateRequired(bool required) { m_requireClientCertificate = required; }
     int pendingHandshakes() const { return m_pendingHandshakes; }
 
     static constexpr int kDefaultHandshakeTimeoutMs = 5000;
     // Connections beyond this many unfinished handshakes are closed at once.
     static constexpr int kMaxPendingHandshakes = 64;
+
+    static constexpr int kDefaultMaxWaitingPerSource = 4;
+    static constexpr int kDefaultMaxWaiting = 32;
+    void setWaitingCaps(int perSource, int total) {
+        m_maxWaitingPerSource = perSource;
+        m_maxWaiting = total;
+    }
+    void settled(MessageChannel* channel);
+    // Connections waiting now (handshaking or not yet settled).
+    int waiting() const { return m_waitingTotal; }
+    int waitingFrom(const QHostAddress& address) const;
+    // Connections closed at once by the caps so far.
+    quint64 turnedAway() const { return m_turnedAway; }
 
 signals:
     void newChannel(zv::MessageChannel* channel);
@@ -188,9 +243,21 @@ protected:
     void incomingConnection(qintptr socketDescriptor) override;
 
 private:
+    void waitingChannel(MessageChannel* channel, const QString& source);
+    void stopWaiting(const QString& source);
+    void stopWaiting(QObject* channel);
+
     TlsCredentials m_credentials;
+    bool m_requireClientCertificate = true;
     int m_handshakeTimeoutMs = kDefaultHandshakeTimeoutMs;
     int m_pendingHandshakes = 0;
+    int m_maxWaitingPerSource = kDefaultMaxWaitingPerSource;
+    int m_maxWaiting = kDefaultMaxWaiting;
+    int m_waitingTotal = 0;
+    QHash<QString, int> m_waitingBySource;
+    QHash<QObject*, QString> m_waitingChannels;  // accepted, not yet settled -> source
+    quint64 m_turnedAway = 0;
+    QElapsedTimer m_lastTurnAwayLog;
 };
 
 }  // namespace zv

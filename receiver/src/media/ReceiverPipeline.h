@@ -76,9 +76,8 @@ struct ReceiverConfig {
     // PC's receiveKey. Empty keys make start() fail, unless allowPlain.
     std::vector<uint8_t> receiveKey;
     std::vector<uint8_t> sendKey;
-    // Takes plain RTP when both keys are empty. Only for callers that do not
-    // pass keys yet and for the benchmark's plain rows; it goes away once
-    // the session layer passes keys everywhere.
+    // Takes plain RTP when both keys are empty. Bench and tests only (the
+    // benchmark's plain rows, clear-text checks): real casts always pass keys.
     bool allowPlain = false;
     // The session peer's IP address (the control connection's remote
     // address; ::ffff:a.b.c.d is taken as a.b.c.d): media from anywhere else
