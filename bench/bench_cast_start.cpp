@@ -50,7 +50,7 @@ int main(int argc, char* argv[]) {
     setenv("PULSE_SERVER", (std::string("unix:") + home + "/no-sound").c_str(), 1);  // picture only
 
     zvtest::ChildProcess receiver({zvtest::builtProgram("zelvanor-receiver"), "--headless", "--no-discovery", "--port",
-                                   "0", "--name", "Bench panel"},
+                                   "0", "--name", "Bench panel", "--access", "open"},  // by address, no approval
                                   zvtest::ChildProcess::Output::Capture);
     const QJsonObject ready = json(receiver.waitForLineContaining("\"ready\"", std::chrono::seconds(20)));
     if (ready.isEmpty()) {

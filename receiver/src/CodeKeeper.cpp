@@ -55,6 +55,12 @@ void CodeKeeper::sessionEnded() {
     }
 }
 
+void CodeKeeper::replaceAfterGuessing() {
+    if (m_fixed) return;
+    m_codeDue.stop();  // no minimum time: the guesses so far were spent on this code
+    replaceCode();
+}
+
 void CodeKeeper::setBusy(bool busy) {
     if (m_interval.interval() <= 0 || m_fixed) return;
     if (busy) {

@@ -30,9 +30,14 @@ public:
     // True when typed (normalised) is the current code or passcode.
     bool matches(const QString& typed) const;
 
+    bool isFixed() const { return m_fixed; }
+
     // A session ended: a generated code is replaced and a new passcode asked
     // for, each once it has been shown for minShowMs.
     void sessionEnded();
+    // Too many wrong tries on this code: a generated code is replaced now,
+    // however short it was shown.
+    void replaceAfterGuessing();
     // Sessions are running: the interval timer waits.
     void setBusy(bool busy);
 

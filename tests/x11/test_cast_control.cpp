@@ -78,7 +78,8 @@ TEST(CastControl, OnlyTheUserOfThePcSwitchesTouchControlOn) {
     settings.name = QStringLiteral("Panel");
     settings.listenAddress = QHostAddress::LocalHost;
     settings.port = 0;
-    receiver::PanelService panel(settings, identity->privateKey, identity->certificate, identity->panelKey, &codes);
+    settings.access = zv::PanelAccess::Open;  // the PC comes by address, without the code
+    receiver::PanelService panel(settings, identity->privateKey, identity->certificate, identity->keyId, &codes);
     QString error;
     ASSERT_TRUE(panel.start(&error)) << error.toStdString();
     receiver::CastService panelCast(receiver::CastService::Settings{}, &panel);
@@ -89,7 +90,7 @@ TEST(CastControl, OnlyTheUserOfThePcSwitchesTouchControlOn) {
         if (fill) fill(params);
         events.push_back({type, params.nResult});
     };
-    zv::ClientSession session({raise}, [](const QString&) { return std::optional<KLUF_DEVICE_INFO>(); },
+    zv::ClientSession session({raise}, zv::CodeResolver::DiscoveryLookup{},
                               std::make_shared<zv::KnownPanels>(dir.filePath(QStringLiteral("pc/known-panels"))));
     zv::CastSession cast(&session, raise, [](uint32_t) {});
     zv::LoginTarget target;

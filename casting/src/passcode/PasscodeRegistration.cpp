@@ -1,7 +1,6 @@
 #include "passcode/PasscodeRegistration.h"
 
 #include <QDateTime>
-#include <QTcpSocket>
 #include <QTimer>
 
 #include <algorithm>
@@ -60,7 +59,7 @@ PasscodeRegistration::~PasscodeRegistration() {
     release.set_passcode(m_passcode.toStdString());
     if (m_signer.sign(release, m_serviceKey, nextStampMs()) && m_channel->send(wrap(release))) {
         // Hand the bytes to TLS and the system now; the connection goes with us.
-        m_channel->socket()->flush();
+        m_channel->flush();
         ZV_LOG(INFO) << " released passcode " << text(m_passcode);
     }
 }

@@ -49,6 +49,7 @@ PasscodeService::PasscodeService(const QSslKey& key, const QSslCertificate& cert
       m_resolveLimiter(orMonotonic(clock)),
       m_panelLimiter(orMonotonic(clock)),
       m_assignBudget(orMonotonic(clock)) {
+    m_server->setClientCertificateRequired(false);  // panels sign their requests; PCs stay anonymous
     connect(m_server, &TlsServer::newChannel, this, &PasscodeService::onNewChannel);
     connect(m_expiryTimer, &QTimer::timeout, this, &PasscodeService::expireRegistrations);
     using E = wire::Envelope;

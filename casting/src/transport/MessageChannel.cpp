@@ -439,7 +439,7 @@ void TlsServer::incomingConnection(qintptr socketDescriptor) {
     const QPointer<TlsServer> self(this);
     runTlsHandshake(socket,
                     std::make_unique<TlsEngine>(TlsEngine::Mode::Server, m_credentials.privateKeyPem,
-                                                m_credentials.certificatePem),
+                                                m_credentials.certificatePem, m_requireClientCertificate),
                     m_handshakeTimeoutMs, QStringLiteral("no handshake within %1 ms").arg(m_handshakeTimeoutMs),
                     [self, peer, source](MessageChannel* channel, const QString& error) {
                         if (!self) {

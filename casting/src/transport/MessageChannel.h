@@ -131,6 +131,14 @@ public:
     // The same, waiting in the calling thread; nullptr and *error on failure.
     static MessageChannel* connectTlsBlocking(const QString& host, quint16 port, int timeoutMs,
                                               const TlsCredentials& credentials, QString* error);
+    // The same without a certificate of our own, for servers that do not ask
+    // for one (the passcode service); the caller pins the server by peerKeyId().
+    static void connectTls(const QString& host, quint16 port, int timeoutMs, QObject* context, ConnectDone done) {
+        connectTls(host, port, timeoutMs, TlsCredentials{}, context, std::move(done));
+    }
+    static MessageChannel* connectTlsBlocking(const QString& host, quint16 port, int timeoutMs, QString* error) {
+        return connectTlsBlocking(host, port, timeoutMs, TlsCredentials{}, error);
+    }
 
 signals:
     // Every envelope except heartbeats, which come as heartbeatReceived;
@@ -205,6 +213,9 @@ public:
     explicit TlsServer(TlsCredentials credentials, QObject* parent = nullptr);
 
     void setHandshakeTimeoutMs(int ms) { m_handshakeTimeoutMs = ms; }
+    // Whether clients must show a certificate (default: yes; the control
+    // channel needs the PC's key). The passcode service does not ask.
+    void setClientCertificateRequired(bool required) { m_requireClientCertificate = required; }
     int pendingHandshakes() const { return m_pendingHandshakes; }
 
     static constexpr int kDefaultHandshakeTimeoutMs = 5000;
@@ -237,6 +248,7 @@ private:
     void stopWaiting(QObject* channel);
 
     TlsCredentials m_credentials;
+    bool m_requireClientCertificate = true;
     int m_handshakeTimeoutMs = kDefaultHandshakeTimeoutMs;
     int m_pendingHandshakes = 0;
     int m_maxWaitingPerSource = kDefaultMaxWaitingPerSource;

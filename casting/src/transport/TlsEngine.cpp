@@ -68,7 +68,9 @@ const char* toString(TlsEngine::State state) {
     return "?";
 }
 
-TlsEngine::TlsEngine(Mode mode, const QByteArray& privateKeyPem, const QByteArray& certificatePem) : m_mode(mode) {
+TlsEngine::TlsEngine(Mode mode, const QByteArray& privateKeyPem, const QByteArray& certificatePem,
+                     bool requireClientCertificate)
+    : m_mode(mode), m_requireClientCertificate(requireClientCertificate) {
     ERR_clear_error();
     if (!setUp(privateKeyPem, certificatePem)) return;
     if (m_mode == Mode::Client) continueHandshake();  // ClientHello
@@ -79,15 +81,14 @@ TlsEngine::~TlsEngine() = default;
 bool TlsEngine::setUp(const QByteArray& privateKeyPem, const QByteArray& certificatePem) {
     PKeyPtr key;
     X509Ptr cert;
-    {
+    const bool anonymous = m_mode == Mode::Client && privateKeyPem.isEmpty() && certificatePem.isEmpty();
+    if (!anonymous) {
         BioPtr bio(memoryBio(privateKeyPem));
         if (bio) key.reset(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+        BioPtr certBio(memoryBio(certificatePem));
+        if (certBio) cert.reset(PEM_read_bio_X509(certBio.get(), nullptr, nullptr, nullptr));
     }
-    {
-        BioPtr bio(memoryBio(certificatePem));
-        if (bio) cert.reset(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
-    }
-    if (!key || !cert) {
+    if (!anonymous && (!key || !cert)) {
         fail(!key ? QStringLiteral("cannot read the private key") : QStringLiteral("cannot read the certificate"));
         return false;
     }
@@ -97,7 +98,9 @@ bool TlsEngine::setUp(const QByteArray& privateKeyPem, const QByteArray& certifi
         fail(QStringLiteral("cannot create a TLS context"));
         return false;
     }
-    const int verify = m_mode == Mode::Server ? SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT : SSL_VERIFY_PEER;
+    const int verify = m_mode == Mode::Server && m_requireClientCertificate
+                           ? SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT
+                           : SSL_VERIFY_PEER;
     SSL_CTX_set_verify(ctx.get(), verify, acceptAnyChain);
     SSL_CTX_set_session_cache_mode(ctx.get(), SSL_SESS_CACHE_OFF);
     SSL_CTX_set_options(ctx.get(), SSL_OP_NO_TICKET);
@@ -106,8 +109,8 @@ bool TlsEngine::setUp(const QByteArray& privateKeyPem, const QByteArray& certifi
         fail(QStringLiteral("cannot limit the context to TLS 1.3"));
         return false;
     }
-    if (SSL_CTX_use_certificate(ctx.get(), cert.get()) != 1 || SSL_CTX_use_PrivateKey(ctx.get(), key.get()) != 1 ||
-        SSL_CTX_check_private_key(ctx.get()) != 1) {
+    if (!anonymous && (SSL_CTX_use_certificate(ctx.get(), cert.get()) != 1 ||
+                       SSL_CTX_use_PrivateKey(ctx.get(), key.get()) != 1 || SSL_CTX_check_private_key(ctx.get()) != 1)) {
         fail(QStringLiteral("the certificate does not fit the private key"));
         return false;
     }
@@ -130,7 +133,7 @@ bool TlsEngine::setUp(const QByteArray& privateKeyPem, const QByteArray& certifi
     else
         SSL_set_connect_state(m_ssl.get());
 
-    m_ownSpki = publicKeyDer(X509_get0_pubkey(cert.get()));
+    if (cert) m_ownSpki = publicKeyDer(X509_get0_pubkey(cert.get()));
     return true;
 }
 
@@ -150,12 +153,14 @@ bool TlsEngine::feedCiphertext(const QByteArray& bytes) {
 void TlsEngine::continueHandshake() {
     const int result = SSL_do_handshake(m_ssl.get());
     if (result == 1) {
-        m_peerSpki = publicKeyDer(X509_get0_pubkey(SSL_get0_peer_certificate(m_ssl.get())));
-        if (m_peerSpki.isEmpty()) {
+        X509* peer = SSL_get0_peer_certificate(m_ssl.get());
+        if (peer != nullptr) m_peerSpki = publicKeyDer(X509_get0_pubkey(peer));
+        if (m_peerSpki.isEmpty() && peerMustShowKey()) {
             fail(QStringLiteral("the peer showed no usable public key"));
             return;
         }
         m_state = State::Established;
+        m_handshakeDone = true;
         ZV_VLOG(1) << " TLS 1.3 established with " << peerKeyId().toStdString() << " ("
                    << SSL_get_cipher_name(m_ssl.get()) << ")";
         flushPendingWrites();
@@ -235,7 +240,7 @@ void TlsEngine::close() {
 }
 
 QByteArray TlsEngine::exportKeyingMaterial(const QByteArray& label, const QByteArray& context, int length) const {
-    if (!m_ssl || m_peerSpki.isEmpty() || m_state == State::Failed || length <= 0 || length > kMaxExportBytes)
+    if (!m_ssl || !m_handshakeDone || m_state == State::Failed || length <= 0 || length > kMaxExportBytes)
         return {};
     ERR_clear_error();
     QByteArray out(length, '\0');

@@ -34,7 +34,11 @@ public:
     // privateKeyPem: the key (PKCS#8 or traditional PEM); certificatePem: a
     // certificate for it. A bad key or certificate gives an engine in state
     // Failed. A client has its ClientHello in takeCiphertext() at once.
-    TlsEngine(Mode mode, const QByteArray& privateKeyPem, const QByteArray& certificatePem);
+    // A client with both PEMs empty shows no certificate (the passcode
+    // service's clients); a server with requireClientCertificate false
+    // accepts such clients (their key ids are then empty).
+    TlsEngine(Mode mode, const QByteArray& privateKeyPem, const QByteArray& certificatePem,
+              bool requireClientCertificate = true);
     ~TlsEngine();
     TlsEngine(const TlsEngine&) = delete;
     TlsEngine& operator=(const TlsEngine&) = delete;
@@ -83,12 +87,14 @@ public:
 
 private:
     bool setUp(const QByteArray& privateKeyPem, const QByteArray& certificatePem);
+    bool peerMustShowKey() const { return m_mode == Mode::Client || m_requireClientCertificate; }
     void continueHandshake();
     void drainIncoming();
     void flushPendingWrites();
     void fail(const QString& what);
 
     Mode m_mode;
+    bool m_requireClientCertificate = true;
     State m_state = State::Handshaking;
     QString m_error;
     std::unique_ptr<ssl_st, SslDeleter> m_ssl;
@@ -97,6 +103,7 @@ private:
     QByteArray m_ownSpki;
     QByteArray m_peerSpki;
     bool m_peerClosed = false;
+    bool m_handshakeDone = false;
 };
 
 const char* toString(TlsEngine::State state);

@@ -50,11 +50,16 @@ struct Handshake {
         timer->deleteLater();
     }
 
+    // Both ends report synchronously but leave the socket alone while it may
+    // still be inside its own signal: a failed one is no one's child any more
+    // and goes later; a channel is handed out from the event loop, so the
+    // taker may delete it at once.
     void fail(const QString& reason) {
         if (over) return;
         HandshakeDone report = std::move(done);
         QTcpSocket* s = socket;
         end();  // may destroy this object: only locals from here on
+        s->setParent(nullptr);
         s->abort();
         s->deleteLater();
         report(nullptr, reason);
@@ -66,7 +71,10 @@ struct Handshake {
         std::unique_ptr<TlsEngine> tls = std::move(engine);
         end();
         s->setParent(nullptr);
-        report(new MessageChannel(s, std::move(tls)), QString());
+        // Until then nothing reads the socket: what arrives waits in it for
+        // the channel, which takes it up once its taker has connected.
+        auto held = std::make_shared<std::unique_ptr<TlsEngine>>(std::move(tls));
+        QTimer::singleShot(0, s, [report, s, held] { report(new MessageChannel(s, std::move(*held)), QString()); });
     }
 };
 
