@@ -8,5 +8,6 @@ namespace cli {
 int runDiscover(const QStringList& arguments);
 int runLogin(const QStringList& arguments);
 int runCast(const QStringList& arguments);
+int runForget(const QStringList& arguments);
 
 }  // namespace cli

@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "JsonLines.h"
 #include "PanelSession.h"
+#include "casting/CManageAll.h"
 
 namespace cli {
 
@@ -21,6 +22,27 @@ int runLogin(const QStringList& arguments) {
     if (!session.logIn()) return 1;
     if (session.holdRequested()) session.hold(session.holdSeconds());
     session.logOut();
+    return 0;
+}
+
+}  // namespace cli
+
+namespace cli {
+
+int runForget(const QStringList& arguments) {
+    QCommandLineParser parser;
+    const QCommandLineOption panel(QStringLiteral("panel"), QStringLiteral("The panel's name."), QStringLiteral("NAME"));
+    parser.addOption(panel);
+    if (!parser.parse(arguments) || !parser.isSet(panel) || parser.value(panel).isEmpty()) {
+        printLine({{QStringLiteral("event"), QStringLiteral("usage")},
+                   {QStringLiteral("text"), parser.errorText().isEmpty() ? QStringLiteral("give --panel NAME")
+                                                                         : parser.errorText()}});
+        return 2;
+    }
+    const int removed = CManageAll::getInstance()->forgetPanel(parser.value(panel).toUtf8().constData());
+    printLine({{QStringLiteral("event"), QStringLiteral("forget")},
+               {QStringLiteral("panel"), parser.value(panel)},
+               {QStringLiteral("removed"), removed}});
     return 0;
 }
 

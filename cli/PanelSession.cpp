@@ -86,8 +86,8 @@ void PanelSession::addOptions(QCommandLineParser& parser) {
 }
 
 bool PanelSession::readOptions(const QCommandLineParser& parser, QString* error) {
-    if (parser.isSet(m_code) == parser.isSet(m_address)) {
-        *error = QStringLiteral("give --code or --address");
+    if (!parser.isSet(m_code) && !parser.isSet(m_address)) {
+        *error = QStringLiteral("give --code, --address, or both");
         return false;
     }
     if (parser.isSet(m_code)) {
@@ -105,7 +105,8 @@ bool PanelSession::readOptions(const QCommandLineParser& parser, QString* error)
             }
             m_server.nPort = port;
         }
-    } else {
+    }
+    if (parser.isSet(m_address)) {
         QString host;
         int port = 0;
         if (!splitHostPort(parser.value(m_address), host, port) || !copyText(m_panel.szAddress, host)) {

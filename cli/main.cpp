@@ -17,17 +17,18 @@ const char* const kHelp =
     "      Listen N seconds (default 3) for panels on the LAN; one line per panel\n"
     "      found, updated or gone: name, key, code, address, port.\n"
     "\n"
-    "  login --code CODE [--passcode-server HOST:PORT] [--hold SECONDS] [--reconnect]\n"
+    "  login --code CODE [--address IP[:PORT]] [--passcode-server HOST:PORT] [--hold SECONDS] [--reconnect]\n"
     "  login --address IP[:PORT] [--key KEY] [--hold SECONDS] [--reconnect]\n"
     "      Log in to a panel by its connect code (4 characters: a passcode resolved\n"
-    "      through the passcode service) or by its address, as picked from the\n"
-    "      discovery list. Prints {\"event\":\"login\",...} describing the panel and\n"
+    "      through the passcode service; with --address that panel is tried first)\n"
+    "      or, without a code, by its address, as picked from the discovery list\n"
+    "      (the panel then lets this PC in by its rule: known, approve, open). Prints {\"event\":\"login\",...} describing the panel and\n"
     "      exits 0; on failure prints the error code in hex with its text and exits 1.\n"
     "      --hold keeps the session that long (0: until standard input closes),\n"
     "      printing session events; --reconnect lets the watchdog reconnect a\n"
     "      dropped link.\n"
     "\n"
-    "  cast (--code CODE | --address IP[:PORT]) [--window ID] [--seconds N]\n"
+    "  cast (--code CODE [--address IP[:PORT]] | --address IP[:PORT]) [--window ID] [--seconds N]\n"
     "       [--protocol udp|tcp|brx] [--reconnect]\n"
     "      Log in and cast this display's screen, or one X11 window, for N seconds\n"
     "      (default 10) over the given transport (default brx: SRT, encrypted).\n"
@@ -35,6 +36,10 @@ const char* const kHelp =
     "      then the session's events (statistics, touches from the panel, ...).\n"
     "      Lines on standard input steer the cast: pause, resume, voice on,\n"
     "      voice off, control on, control off, stop.\n"
+    "\n"
+    "  forget --panel NAME\n"
+    "      Forget the key this PC pinned for the panel NAME (after the panel was\n"
+    "      reinstalled); the next log-in with its code pins the new key.\n"
     "\n"
     "  --help\n"
     "      This text.\n";
@@ -62,6 +67,8 @@ int main(int argc, char* argv[]) {
         code = cli::runLogin(arguments);
     } else if (verb == QLatin1String("cast")) {
         code = cli::runCast(arguments);
+    } else if (verb == QLatin1String("forget")) {
+        code = cli::runForget(arguments);
     } else {
         std::fprintf(stderr, "zelvanor-cli: unknown verb '%s'\n\n%s", qPrintable(verb), kHelp);
     }

@@ -112,6 +112,9 @@ int OrvixUpgrade::connectThreadFun() {
         }
         Ktr_Memcpy_s(m_deviceInfo.szConnectCode, sizeof m_deviceInfo.szConnectCode, code.constData(),
                      static_cast<size_t>(code.size()) + 1);
+        // An address beside a code is tried first: an earlier panel's must not be.
+        Ktr_Memset_s(m_deviceInfo.szAddress, sizeof m_deviceInfo.szAddress, 0, sizeof m_deviceInfo.szAddress);
+        m_deviceInfo.nPort = 0;
     }
 
     CManageAll* library = CManageAll::getInstance();

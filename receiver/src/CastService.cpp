@@ -105,7 +105,9 @@ void CastService::onRequest(qint64 client, const zv::wire::CastRequest& request)
         return;
     }
     if (isCasting()) teardown(QStringLiteral("the PC starts anew"), false);
-    if (m_settings.requireApproval) {
+    // A PC let in under the "approve" rule asks the panel's user each time
+    // until the user accepts it once (then it is a known PC).
+    if (m_settings.requireApproval || !m_panel->isApproved(client)) {
         m_pendingClient = client;
         m_pendingRequest = request;
         send(client, zv::wire::CastPending());
@@ -126,6 +128,7 @@ bool CastService::answerApproval(qint64 client, bool approved) {
         refuse(client, QStringLiteral("denied"), QStringLiteral("not allowed"));
         return true;
     }
+    m_panel->approve(client);
     start(client, m_pendingRequest);
     return true;
 }

@@ -30,6 +30,10 @@ void CodeKeeper::sessionEnded() {
     if (!m_fixed) renew();
 }
 
+void CodeKeeper::replaceAfterGuessing() {
+    if (!m_fixed) renew();
+}
+
 void CodeKeeper::setBusy(bool busy) {
     if (m_interval.interval() <= 0 || m_fixed) return;
     if (busy) {

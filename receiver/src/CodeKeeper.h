@@ -22,8 +22,12 @@ public:
     // True when typed (normalised) is the current code or passcode.
     bool matches(const QString& typed) const;
 
+    bool isFixed() const { return m_fixed; }
+
     // A session ended: a generated code is replaced.
     void sessionEnded();
+    // Too many wrong tries on this code: a generated code is replaced now.
+    void replaceAfterGuessing();
     // Sessions are running: the interval timer waits.
     void setBusy(bool busy);
 

@@ -4,6 +4,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "security/KeyId.h"
+
 namespace receiver {
 
 namespace {
@@ -76,8 +78,18 @@ void IdleScreen::setPasscode(const QString& passcode) {
     refreshDetails();
 }
 
+void IdleScreen::setAccess(zv::PanelAccess access) {
+    m_access = access;
+    refreshDetails();
+}
+
 void IdleScreen::refreshDetails() {
     QString text = tr("Enter the code above in Zelvanor on your PC");
+    switch (m_access) {
+    case zv::PanelAccess::Open: text += QStringLiteral("  ·  ") + tr("Access: open to every PC on this network"); break;
+    case zv::PanelAccess::Approve: text += QStringLiteral("  ·  ") + tr("Access: PCs without the code are asked here"); break;
+    case zv::PanelAccess::Code: text += QStringLiteral("  ·  ") + tr("Access: with the code only"); break;
+    }
     if (!m_passcode.isEmpty()) text += QStringLiteral("  ·  ") + tr("Passcode: %1").arg(m_passcode);
     if (!m_address.isEmpty()) text += QStringLiteral("  ·  ") + m_address;
     m_details->setText(text);
@@ -89,7 +101,9 @@ void IdleScreen::addClient(const ClientInfo& client) {
     auto* row = new QWidget;
     auto* layout = new QHBoxLayout(row);
     layout->setContentsMargins(12, 4, 12, 4);
-    auto* label = new QLabel(QStringLiteral("%1  (%2)").arg(client.host, client.address), row);
+    QString text = QStringLiteral("%1  (%2, key %3)").arg(client.host, client.address, zv::shortKeyId(client.key));
+    if (!client.approved) text += QStringLiteral("  ") + tr("asks before each cast");
+    auto* label = new QLabel(text, row);
     auto* remove = new QPushButton(tr("Remove"), row);
     remove->setObjectName(QStringLiteral("remove-%1").arg(client.id));
     layout->addWidget(label, 1);

@@ -18,6 +18,8 @@ public:
     void setAddress(const QString& address);
     void setCode(const QString& code);
     void setPasscode(const QString& passcode);
+    // Who gets in without the code, said in words under the code.
+    void setAccess(zv::PanelAccess access);
     void addClient(const ClientInfo& client);
     void removeClient(qint64 id);
 
@@ -34,6 +36,7 @@ private:
     QListWidget* m_clients;
     QString m_address;
     QString m_passcode;
+    zv::PanelAccess m_access = zv::PanelAccess::Approve;
 };
 
 }  // namespace receiver

@@ -13,15 +13,6 @@
 
 namespace receiver {
 
-namespace {
-
-QString randomToken() {
-    quint32 words[4];
-    QRandomGenerator::system()->fillRange(words);
-    return QString::fromLatin1(QByteArray(reinterpret_cast<const char*>(words), sizeof words).toHex());
-}
-
-}  // namespace
 
 PanelService::PanelService(Settings settings, const QSslKey& key, const QSslCertificate& certificate, QString panelKey,
                            CodeKeeper* codes, QObject* parent)
@@ -30,11 +21,15 @@ PanelService::PanelService(Settings settings, const QSslKey& key, const QSslCert
       m_panelKey(std::move(panelKey)),
       m_codes(codes),
       m_server(new zv::TlsServer(key, certificate, this)),
+      m_budget(codes->isFixed()),
+      m_known(m_settings.knownDevicesPath),
       m_sweep(new QTimer(this)) {
     if (m_settings.protocolMajor < 0) m_settings.protocolMajor = zv::kProtocolMajor;
     if (m_settings.protocolMinor < 0) m_settings.protocolMinor = zv::kProtocolMinor;
     using E = zv::wire::Envelope;
     m_greeting.on(E::kHello, [this](const E& e, zv::MessageChannel* channel) { onHello(channel, e.hello()); });
+    m_greeting.on(E::kPakeConfirm,
+                  [this](const E& e, zv::MessageChannel* channel) { onPakeConfirm(channel, e.pake_confirm()); });
     m_dispatch.on(E::kBye, [this](const E&, qint64 id) { endSession(id, QStringLiteral("logged out"), false); });
     m_dispatch.on(E::kReport, [this](const E& e, qint64 id) { onReport(id, e.report()); });
     m_dispatch.on(E::kHello, [this](const E&, qint64 id) {
@@ -56,7 +51,7 @@ PanelService::~PanelService() {
             zv::wire::Bye bye;
             bye.set_reason("panelShutdown");
             session.channel->send(zv::wrap(bye));
-            session.channel->socket()->flush();
+            session.channel->flush();
         }
     }
 }
@@ -85,114 +80,17 @@ void PanelService::onNewChannel(zv::MessageChannel* channel) {
     connect(timeout, &QTimer::timeout, channel, [channel] { channel->close(QStringLiteral("no hello in time")); });
     timeout->start(kHelloTimeoutMs);
     // Once the session begins, attach() cuts this connection.
+    // The time-out runs until the handshake is over (a key exchange takes
+    // two messages); once the session begins, attach() cuts this connection.
     connect(channel, &zv::MessageChannel::messageReceived, this,
             [this, channel, timeout](const zv::wire::Envelope& envelope) {
-                if (greet(channel, envelope) != zv::Dispatch::Skipped) timeout->stop();
+                if (greet(channel, envelope) != zv::Dispatch::Skipped && m_pending.count(channel) == 0) timeout->stop();
             });
     connect(channel, &zv::MessageChannel::closed, channel, [channel](const QString& reason) {
         ZV_LOG(INFO) << " " << channel->peerName().toStdString() << " left before its session began: "
                      << reason.toStdString();
         channel->deleteLater();
     });
-}
-
-zv::Dispatch PanelService::greet(zv::MessageChannel* channel, const zv::wire::Envelope& envelope) {
-    const zv::Dispatch result = m_greeting.dispatch(envelope, channel);
-    if (result == zv::Dispatch::Unexpected) {
-        channel->close(QStringLiteral("protocol error: expected hello, got ") + zv::bodyName(envelope));
-    }
-    return result;
-}
-
-void PanelService::refuse(zv::MessageChannel* channel, zv::wire::Refused::Reason reason, const QString& text) {
-    const QString name = zv::refusedReasonName(reason);
-    ZV_LOG(WARNING) << " refused " << channel->peerName().toStdString() << ": " << name.toStdString() << " ("
-                    << text.toStdString() << ")";
-    emit helloRefused(channel->peerName(), name);
-    zv::wire::Refused refused;
-    refused.set_reason(reason);
-    refused.set_text(text.toStdString());
-    channel->send(zv::wrap(refused));
-    channel->close(QStringLiteral("refused: ") + name);
-}
-
-void PanelService::onHello(zv::MessageChannel* channel, const zv::wire::Hello& hello) {
-    if (hello.major() != uint32_t(m_settings.protocolMajor)) {
-        refuse(channel, zv::wire::Refused::VERSION_MISMATCH,
-               QStringLiteral("panel speaks protocol %1.%2, this PC %3.%4")
-                   .arg(m_settings.protocolMajor)
-                   .arg(m_settings.protocolMinor)
-                   .arg(hello.major())
-                   .arg(hello.minor()));
-        return;
-    }
-    if (hello.has_resume()) {
-        if (!resume(channel, hello.resume())) {
-            refuse(channel, zv::wire::Refused::UNKNOWN_SESSION, QStringLiteral("no such session any more"));
-        }
-        return;
-    }
-
-    const QString source = channel->peerAddress().toString();
-    const QString code = QString::fromStdString(hello.code());
-    if (code.isEmpty()) {
-        if (m_settings.requireCode) {
-            refuse(channel, zv::wire::Refused::WRONG_CODE, QStringLiteral("this panel needs its connect code"));
-            return;
-        }
-    } else {
-        qint64 retryAfterMs = 0;
-        if (!m_limiter.mayAttempt(source, &retryAfterMs)) {
-            refuse(channel, zv::wire::Refused::RATE_LIMITED,
-                   QStringLiteral("too many wrong codes; try again in %1 s").arg((retryAfterMs + 999) / 1000));
-            return;
-        }
-        if (!m_codes->matches(code)) {
-            m_limiter.recordFailure(source);
-            refuse(channel, zv::wire::Refused::WRONG_CODE, QStringLiteral("wrong connect code"));
-            return;
-        }
-        m_limiter.recordSuccess(source);
-    }
-    if (m_sessions.size() >= m_settings.maxClients) {
-        refuse(channel, zv::wire::Refused::TOO_MANY_CLIENTS,
-               QStringLiteral("this panel takes %1 clients at once").arg(m_settings.maxClients));
-        return;
-    }
-
-    Session session;
-    session.info.id = m_nextId++;
-    session.info.host = QString::fromStdString(hello.host());
-    session.info.address = source;
-    session.info.viaCode = !code.isEmpty();
-    session.resumeToken = randomToken();
-    Session& stored = m_sessions[session.info.id] = session;
-    attach(stored, channel);
-    channel->send(welcomeFor(stored, channel, false));
-    m_codes->setBusy(true);
-    ZV_LOG(INFO) << " client " << stored.info.id << " \"" << stored.info.host.toStdString() << "\" joined from "
-                 << source.toStdString();
-    emit clientJoined(stored.info);
-}
-
-// A hello with a resume token: the session back if the panel keeps it (or
-// the news that its user removed it); false when the token names nothing.
-bool PanelService::resume(zv::MessageChannel* channel, const std::string& token) {
-    const QString resumeToken = QString::fromStdString(token);
-    if (m_removedTokens.contains(resumeToken)) {
-        refuse(channel, zv::wire::Refused::LOG_OUT_BY_SERVER, QStringLiteral("removed by the panel"));
-        return true;
-    }
-    for (Session& session : m_sessions) {
-        if (session.resumeToken == resumeToken) {
-            ZV_LOG(INFO) << " client " << session.info.id << " resumes from " << channel->peerName().toStdString();
-            attach(session, channel);
-            channel->send(welcomeFor(session, channel, true));
-            emit clientResumed(session.info);
-            return true;
-        }
-    }
-    return false;
 }
 
 zv::wire::Envelope PanelService::welcomeFor(const Session& session, zv::MessageChannel* channel, bool resumed) const {
@@ -204,11 +102,12 @@ zv::wire::Envelope PanelService::welcomeFor(const Session& session, zv::MessageC
     welcome.set_resume(session.resumeToken.toStdString());
     welcome.set_heartbeat_ms(zv::kHeartbeatIntervalMs);
     welcome.set_resumed(resumed);
+    welcome.set_approved(session.info.approved);
     zv::wire::PanelInfo& panel = *welcome.mutable_panel();
     panel.set_model(m_settings.model.toStdString());
     panel.set_name(m_settings.name.toStdString());
     panel.set_key(m_panelKey.toStdString());
-    panel.set_address(channel->socket()->localAddress().toString().toStdString());
+    panel.set_address(channel->localAddress().toString().toStdString());
     panel.set_port(port());
     panel.set_width(m_settings.screenWidth);
     panel.set_height(m_settings.screenHeight);
@@ -298,6 +197,24 @@ bool PanelService::sendToClient(qint64 id, const zv::wire::Envelope& envelope) {
 QHostAddress PanelService::clientAddress(qint64 id) const {
     const auto it = m_sessions.constFind(id);
     return it != m_sessions.constEnd() ? QHostAddress(it->info.address) : QHostAddress();
+}
+
+bool PanelService::isApproved(qint64 id) const {
+    const auto it = m_sessions.constFind(id);
+    return it != m_sessions.constEnd() && it->info.approved;
+}
+
+void PanelService::approve(qint64 id) {
+    const auto it = m_sessions.find(id);
+    if (it == m_sessions.end()) return;
+    it->info.approved = true;
+    m_known.record(it->info.key, it->info.host);
+}
+
+zv::keys::Exporter PanelService::exporter(qint64 id) const {
+    const auto it = m_sessions.constFind(id);
+    if (it != m_sessions.constEnd() && it->channel != nullptr) return it->channel->exporter();
+    return [](const QByteArray&, const QByteArray&, int) { return QByteArray(); };
 }
 
 bool PanelService::removeClient(qint64 id) {

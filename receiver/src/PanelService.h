@@ -1,8 +1,11 @@
-// The panel's session service: accepts TLS control connections, checks each
-// client's hello (protocol version, connect code with rate limiting, how many
-// clients), keeps sessions alive with heartbeats, lets a client that lost its
-// link resume its session for a while, and removes clients on request.
-// Lives on the receiver's main thread.
+// The panel's session service: accepts TLS control connections, lets each
+// client in by the log-in handshake (protocol version; the key exchange over
+// the code with per-source and global limits on wrong tries; or the PC's
+// known key; the access rule; how many clients), keeps sessions alive with
+// heartbeats, lets a client that lost its link resume its session for a
+// while (same PC key only), and removes clients on request.
+// Definitions: PanelService.cpp (sessions), PanelGreeting.cpp (everything
+// before the welcome). Lives on the receiver's main thread.
 #pragma once
 
 #include <QElapsedTimer>
@@ -13,10 +16,18 @@
 #include <QSslKey>
 #include <QTimer>
 
+#include <map>
+#include <memory>
+
+#include "KnownDevices.h"
+#include "TryBudget.h"
+#include "discovery/PanelAccess.h"
 #include "protocol/MessageDispatcher.h"
+#include "security/KeySchedule.h"
 #include "transport/RateLimiter.h"
 
 namespace zv {
+class CodeProof;
 class MessageChannel;
 class TlsServer;
 }  // namespace zv
@@ -30,6 +41,8 @@ struct ClientInfo {
     QString host;     // the PC's host name as it gave it
     QString address;  // where it connects from
     bool viaCode = false;
+    QString key;           // the PC's certificate key id
+    bool approved = true;  // false: each cast waits for the panel's user
 };
 
 class PanelService : public QObject {
@@ -42,7 +55,10 @@ public:
         QHostAddress listenAddress = QHostAddress::AnyIPv4;
         quint16 port = 47800;
         int maxClients = 4;
-        bool requireCode = false;
+        // Who gets in without the code: a known PC always; an unknown one
+        // under Open at once, under Approve with each cast asked, under Code not.
+        zv::PanelAccess access = zv::PanelAccess::Approve;
+        QString knownDevicesPath;  // empty: known devices are kept in memory only
         int protocolMajor = -1;  // -1: this build's (tests pretend to be other versions)
         int protocolMinor = -1;  // -1: this build's
         int screenWidth = 0;
@@ -74,8 +90,20 @@ public:
     // A message of client id's session; one of a client the panel does not
     // know is dropped (Unexpected).
     zv::Dispatch handle(qint64 id, const zv::wire::Envelope& envelope);
+    // Whether client id's casts go ahead without asking the panel's user.
+    bool isApproved(qint64 id) const;
+    // The panel's user accepted client id: its session is approved and its
+    // PC known from now on.
+    void approve(qint64 id);
+    const KnownDevices& knownDevices() const { return m_known; }
+    const TryBudget& tryBudget() const { return m_budget; }
     // The address a client's control connection comes from (for media).
     QHostAddress clientAddress(qint64 id) const;
+    // The TLS exporter of client id's current control connection (keys of
+    // media: security/KeySchedule.h). Bound to that connection: after the
+    // client resumes on a new one, ask again; without a link, and for a
+    // connection that has gone, it gives empty bytes.
+    zv::keys::Exporter exporter(qint64 id) const;
 
 signals:
     void clientJoined(const receiver::ClientInfo& client);
@@ -86,14 +114,26 @@ signals:
 
 private:
     struct Session {
-        ClientInfo info;
+        ClientInfo info;  // info.key: resumed only by the same PC
         zv::MessageChannel* channel = nullptr;  // null while the client is away
         QString resumeToken;
         QElapsedTimer awaySince;
     };
 
+    // A key exchange the panel answered, waiting for the PC's confirmation.
+    struct PendingProof {
+        std::shared_ptr<zv::CodeProof> proof;
+        zv::wire::Hello hello;
+        QString source;
+    };
+
     void onNewChannel(zv::MessageChannel* channel);
     void onHello(zv::MessageChannel* channel, const zv::wire::Hello& hello);
+    void startProof(zv::MessageChannel* channel, const zv::wire::Hello& hello);
+    void onPakeConfirm(zv::MessageChannel* channel, const zv::wire::PakeConfirm& confirm);
+    // The PC has shown its right (proven: the code); the access rule, resume
+    // and the client limit decide.
+    void admit(zv::MessageChannel* channel, const zv::wire::Hello& hello, bool proven);
     bool resume(zv::MessageChannel* channel, const std::string& token);
     void refuse(zv::MessageChannel* channel, zv::wire::Refused::Reason reason, const QString& text);
     void attach(Session& session, zv::MessageChannel* channel);
@@ -108,6 +148,9 @@ private:
     CodeKeeper* m_codes;
     zv::TlsServer* m_server;
     zv::RateLimiter m_limiter;
+    TryBudget m_budget;
+    KnownDevices m_known;
+    std::map<zv::MessageChannel*, PendingProof> m_pending;
     QMap<qint64, Session> m_sessions;
     // Resume tokens of removed clients: a PC that lost its link while being
     // removed must hear so when it comes back, not get its session again.

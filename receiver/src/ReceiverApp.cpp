@@ -44,7 +44,9 @@ QJsonObject clientJson(const ClientInfo& client) {
     return {{QStringLiteral("client"), client.id},
             {QStringLiteral("host"), client.host},
             {QStringLiteral("address"), client.address},
-            {QStringLiteral("viaCode"), client.viaCode}};
+            {QStringLiteral("viaCode"), client.viaCode},
+            {QStringLiteral("key"), client.key},
+            {QStringLiteral("approved"), client.approved}};
 }
 
 }  // namespace
@@ -92,10 +94,11 @@ bool ReceiverApp::start(QString* error) {
     settings.software = QCoreApplication::applicationVersion();
     settings.port = m_options.port;
     settings.maxClients = m_options.maxClients;
-    settings.requireCode = m_options.requireCode;
+    settings.access = m_options.access;
+    settings.knownDevicesPath = identityFolder + QStringLiteral("/known-devices");
     settings.protocolMajor = m_options.protocolMajor;
     settings.protocolMinor = m_options.protocolMinor;
-    m_service = new PanelService(settings, identity->privateKey, identity->certificate, identity->panelKey, m_codes);
+    m_service = new PanelService(settings, identity->privateKey, identity->certificate, identity->keyId, m_codes);
     if (!m_service->start(error)) {
         *error = QStringLiteral("cannot listen on port %1: %2").arg(m_options.port).arg(*error);
         return false;
@@ -147,6 +150,8 @@ bool ReceiverApp::start(QString* error) {
                           {QStringLiteral("address"), m_address},
                           {QStringLiteral("port"), m_service->port()},
                           {QStringLiteral("key"), m_service->panelKey()},
+                          {QStringLiteral("access"), QString::fromLatin1(zv::panelAccessText(m_options.access))},
+                          {QStringLiteral("publishCode"), m_options.publishCode},
                           {QStringLiteral("passcodeServicePort"),
                            m_passcodeService != nullptr ? m_passcodeService->port() : 0},
                           {QStringLiteral("protocol"), zv::kProtocolVersion}});
@@ -156,7 +161,8 @@ bool ReceiverApp::start(QString* error) {
         if (m_screen) m_screen->setPasscode(passcode);
     });
     ZV_LOG(INFO) << " panel \"" << m_options.name.toStdString() << "\" ready at " << m_address.toStdString() << ":"
-                 << m_service->port() << ", key " << m_service->panelKey().toStdString();
+                 << m_service->port() << ", key " << m_service->panelKey().toStdString() << ", access "
+                 << zv::panelAccessText(m_options.access);
     return true;
 }
 
@@ -174,6 +180,8 @@ void ReceiverApp::startDiscovery() {
     announcement.port = m_service->port();
     announcement.key = m_service->panelKey();
     announcement.code = m_codes->code();
+    announcement.accessMode = m_options.access;
+    announcement.publishCode = m_options.publishCode;
     m_announcer = std::make_unique<zv::PanelAnnouncer>(
         m_avahi, announcement, [](zv::PanelAnnouncer::Event event, const QString& serviceName) {
             // Called on the discovery thread: only print.
@@ -225,6 +233,7 @@ void ReceiverApp::showScreen() {
     m_screen->setAddress(m_address);
     m_screen->setCode(m_codes->code());
     m_screen->setPasscode(m_codes->passcode());
+    m_screen->setAccess(m_options.access);
     connect(m_screen.get(), &IdleScreen::removeRequested, m_service, &PanelService::removeClient);
     if (m_options.windowed) {
         m_screen->show();

@@ -34,7 +34,9 @@ void readConfigFile(const QString& path, ReceiverOptions& o) {
     o.codeIntervalSeconds = file.value(QStringLiteral("codeIntervalSeconds"), o.codeIntervalSeconds).toInt();
     o.port = static_cast<quint16>(file.value(QStringLiteral("port"), o.port).toUInt());
     o.requireApproval = file.value(QStringLiteral("requireApproval"), o.requireApproval).toBool();
-    o.requireCode = file.value(QStringLiteral("requireCode"), o.requireCode).toBool();
+    if (const auto access = zv::panelAccessFromText(file.value(QStringLiteral("access")).toString().toStdString()))
+        o.access = *access;
+    o.publishCode = file.value(QStringLiteral("publishCode"), o.publishCode).toBool();
     o.maxClients = file.value(QStringLiteral("maxClients"), o.maxClients).toInt();
     const QString passcodeServer = file.value(QStringLiteral("passcodeServer")).toString();
     if (!passcodeServer.isEmpty()) parseHostPort(passcodeServer, o.passcodeServerHost, o.passcodeServerPort);
@@ -53,7 +55,7 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Zelvanor receiver: shows screens cast from PCs. Settings are read from the configuration file "
-        "(keys: name, code, codeIntervalSeconds, port, requireApproval, requireCode, maxClients, passcodeServer) "
+        "(keys: name, code, codeIntervalSeconds, port, requireApproval, access, publishCode, maxClients, passcodeServer) "
         "and overridden by these options. In --headless mode, JSON commands on standard input control it: "
         "{\"cmd\":\"remove\",\"client\":ID}, {\"cmd\":\"quit\"}."));
     parser.addHelpOption();
@@ -76,8 +78,13 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
                                              QStringLiteral("PORT"));
     const QCommandLineOption approval(QStringLiteral("require-approval"),
                                       QStringLiteral("Each new cast waits for approval on the panel."));
-    const QCommandLineOption requireCode(QStringLiteral("require-code"),
-                                         QStringLiteral("Refuse clients that give no connect code."));
+    const QCommandLineOption access(QStringLiteral("access"),
+                                    QStringLiteral("Who gets in without the code: open (anyone), approve (each cast "
+                                                   "asked here until accepted once; default) or code (no one). PCs "
+                                                   "that logged in with the code before always do."),
+                                    QStringLiteral("open|approve|code"));
+    const QCommandLineOption publishCode(QStringLiteral("publish-code"),
+                                         QStringLiteral("Publish the connect code in the LAN discovery record."));
     const QCommandLineOption maxClients(QStringLiteral("max-clients"), QStringLiteral("Sessions at once (default 4)."),
                                         QStringLiteral("N"));
     const QCommandLineOption noDiscovery(QStringLiteral("no-discovery"), QStringLiteral("Do not announce on the LAN."));
@@ -86,8 +93,8 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
                                              QStringLiteral("MAJOR[.MINOR]"));
     const QCommandLineOption headless(QStringLiteral("headless"), QStringLiteral("Run without a window."));
     const QCommandLineOption windowed(QStringLiteral("windowed"), QStringLiteral("A window instead of full screen."));
-    parser.addOptions({config, name, code, codeInterval, port, passcodeServer, passcodeService, approval, requireCode,
-                       maxClients, noDiscovery, protocolVersion, headless, windowed});
+    parser.addOptions({config, name, code, codeInterval, port, passcodeServer, passcodeService, approval, access,
+                       publishCode, maxClients, noDiscovery, protocolVersion, headless, windowed});
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -128,7 +135,15 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
         options.passcodeServicePort = value;
     }
     if (parser.isSet(approval)) options.requireApproval = true;
-    if (parser.isSet(requireCode)) options.requireCode = true;
+    if (parser.isSet(access)) {
+        const auto mode = zv::panelAccessFromText(parser.value(access).trimmed().toStdString());
+        if (!mode) {
+            message = QStringLiteral("--access must be open, approve or code");
+            return false;
+        }
+        options.access = *mode;
+    }
+    if (parser.isSet(publishCode)) options.publishCode = true;
     if (parser.isSet(maxClients)) options.maxClients = parser.value(maxClients).toInt();
     options.discovery = !parser.isSet(noDiscovery);
     if (parser.isSet(protocolVersion)) {

@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "discovery/PanelAccess.h"
+
 namespace receiver {
 
 struct ReceiverOptions {
@@ -16,7 +18,9 @@ struct ReceiverOptions {
     quint16 passcodeServerPort = 0;
     int passcodeServicePort = -1; // --passcode-service [PORT]: run the passcode service inside (-1: no)
     bool requireApproval = false; // each new cast waits for the panel's user
-    bool requireCode = false;     // refuse clients that come from the discovery list without a code
+    // --access: who gets in without the code (a PC the panel knows always does)
+    zv::PanelAccess access = zv::PanelAccess::Approve;
+    bool publishCode = false;     // --publish-code: the code in the discovery record
     int maxClients = 4;
     bool headless = false;        // no window at all (servers, tests)
     bool windowed = false;        // a normal window instead of full screen

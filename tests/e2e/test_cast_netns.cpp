@@ -58,7 +58,9 @@ protected:
     }
 
     void startReceiver(const std::vector<std::string>& extra = {}) {
-        std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-receiver"), "--headless", "--no-discovery"};
+        // The PC comes by address, without a code: open access lets it cast at once.
+        std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-receiver"), "--headless", "--no-discovery",
+                                         "--access", "open"};
         argv.insert(argv.end(), extra.begin(), extra.end());
         receiver = std::make_unique<ChildProcess>(on(net.a, "panel", argv), ChildProcess::Output::Capture,
                                                   ChildProcess::Input::Pipe);
@@ -199,6 +201,25 @@ TEST_F(CastNetns, APanelThatAsksItsUserAnswersWaitThenTheVerdict) {
                         ",\"approved\":false}");
     EXPECT_FALSE(denied->waitForLine(statusEvent("exception", "type", 32811), 10s).empty());
     EXPECT_TRUE(denied->waitFinished(10s));
+}
+
+TEST_F(CastNetns, AnUnknownPcUnderTheApproveRuleIsAskedUntilItsFirstYes) {
+    startReceiver({"--access", "approve"});
+    auto cast = startCast("tcp");
+    ASSERT_FALSE(cast->waitForLine(statusEvent("cast", "result", "waiting"), 15s).empty());
+    const QJsonObject asked = jsonLine(receiver->waitForLine(statusEvent("approval-needed"), 5s));
+    ASSERT_FALSE(asked.isEmpty());
+    receiver->writeLine("{\"cmd\":\"approve\",\"client\":" + std::to_string(asked.value("client").toInt()) +
+                        ",\"approved\":true}");
+    EXPECT_TRUE(decodedAtLeast(1, 15s));
+    cast->writeLine("stop");
+    EXPECT_TRUE(cast->waitFinished(10s));
+
+    // Accepted once, the PC is known: its next cast starts without asking.
+    auto again = startCast("tcp");
+    EXPECT_FALSE(again->waitForLine(statusEvent("cast", "result", "started"), 15s).empty());
+    again->writeLine("stop");
+    EXPECT_TRUE(again->waitFinished(10s));
 }
 
 }  // namespace

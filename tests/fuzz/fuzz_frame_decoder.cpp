@@ -65,7 +65,7 @@ struct Readers {
                                    tagNotifyExceptionParams_ params{};
                                    if (fill) fill(params);
                                }},
-                              [](const QString&) { return std::optional<KLUF_DEVICE_INFO>(); },
+                              zv::CodeResolver::DiscoveryLookup{},
                               std::make_shared<zv::KnownPanels>(QStringLiteral("/nonexistent/known-panels"))};
     zv::CastSession cast{&session, [](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&) {},
                          [](uint32_t) {}};

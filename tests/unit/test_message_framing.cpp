@@ -35,7 +35,8 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     wire::Hello& hello = *e.mutable_hello();
     hello.set_major(2);
     hello.set_minor(7);
-    hello.set_code("7K3M9Q2T");
+    hello.set_auth(wire::Hello::CODE);
+    hello.set_pake_share(std::string(32, '\x5a'));
     hello.set_host("Büro-PC");
     hello.set_device_type(3);
     hello.mutable_device()->set_model("ThinkPad");
@@ -57,7 +58,7 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     welcome.set_heartbeat_ms(1000);
     welcome.mutable_panel()->set_model("Zelvanor Receiver");
     welcome.mutable_panel()->set_name("Raum 4");
-    welcome.mutable_panel()->set_key("0123456789abcdef");
+    welcome.mutable_panel()->set_key("4JRShzzy6WA2hv7JxL3d2PpP60C_8PexOrzcSoaDPew");
     welcome.mutable_panel()->set_address("10.0.0.9");
     welcome.mutable_panel()->set_port(47800);
     welcome.mutable_panel()->set_width(3840);
@@ -69,6 +70,15 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     welcome.mutable_caps()->set_max_width(3840);
     welcome.mutable_caps()->set_max_height(2160);
     welcome.set_resumed(true);
+    welcome.set_approved(true);
+    out.push_back(e);
+
+    e.Clear();
+    e.mutable_pake_reply()->set_share(std::string(32, '\x01'));
+    e.mutable_pake_reply()->set_tag(std::string(64, '\xfe'));
+    out.push_back(e);
+    e.Clear();
+    e.mutable_pake_confirm()->set_tag(std::string(64, '\x7f'));
     out.push_back(e);
 
     e.Clear();
@@ -243,7 +253,11 @@ TEST(MessageFraming, EveryMessageTypeSurvivesTheRoundTrip) {
     EXPECT_EQ(received[0].hello().device().height(), 1080);
     EXPECT_EQ(received[0].hello().resume(), "r-123");
     EXPECT_EQ(received[1].welcome().session(), 0x1'0000'0001LL);
-    EXPECT_EQ(received[1].welcome().panel().key(), "0123456789abcdef");
+    EXPECT_EQ(received[1].welcome().panel().key(), "4JRShzzy6WA2hv7JxL3d2PpP60C_8PexOrzcSoaDPew");
+    EXPECT_TRUE(received[1].welcome().approved());
+    EXPECT_EQ(received[0].hello().auth(), wire::Hello::CODE);
+    EXPECT_EQ(received[2].pake_reply().tag().size(), 64u);
+    EXPECT_EQ(received[3].pake_confirm().tag(), std::string(64, '\x7f'));
     EXPECT_EQ(received[1].welcome().caps().max_clients(), 4);
     EXPECT_TRUE(received[1].welcome().resumed());
 
@@ -260,7 +274,8 @@ TEST(MessageFraming, EveryMessageTypeSurvivesTheRoundTrip) {
     // wrap() takes body messages only.
     EXPECT_EQ(wrap(wire::DeviceInfo()).body_case(), wire::Envelope::BODY_NOT_SET);
     EXPECT_EQ(wrap(wire::Unregistered()).body_case(), wire::Envelope::kUnregistered);
-    EXPECT_EQ(bodyName(sent[6]), QStringLiteral("cast_request"));
+    EXPECT_EQ(bodyName(sent[2]), QStringLiteral("pake_reply"));
+    EXPECT_EQ(bodyName(sent[8]), QStringLiteral("cast_request"));
 }
 
 TEST(MessageFraming, StreamCutAtAnyByteDecodesTheSame) {
@@ -338,7 +353,7 @@ TEST(MessageFraming, MalformedFramesStopTheStreamWithAReason) {
         {"field number 0", hex("00000002 0001"), "no envelope"},
         {"a body cut inside the frame", hex("00000005 9a01 05 0807"), "no envelope"},
         {"a varint of eleven bytes", hex("0000000c 08 ffffffffffffffffffff01"), "no envelope"},
-        {"a text that is not UTF-8", hex("00000007 8201 04 1a02fffe"), "no envelope"},
+        {"a text that is not UTF-8", hex("00000007 8201 04 2202fffe"), "no envelope"},
         {"an end-group with no start", hex("00000001 0c"), "no envelope"},
     };
     for (const Case& c : cases) {

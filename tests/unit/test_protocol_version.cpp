@@ -51,7 +51,7 @@ protected:
         settings.protocolMajor = major;
         settings.protocolMinor = minor;
         auto panel = std::make_unique<receiver::PanelService>(settings, identity->privateKey, identity->certificate,
-                                                              identity->panelKey, &codes);
+                                                              identity->keyId, &codes);
         QObject::connect(panel.get(), &receiver::PanelService::helloRefused,
                          [this](const QString&, const QString& reason) { refusals << reason; });
         QString error;
@@ -63,7 +63,7 @@ protected:
     zv::ClientSession::LoginResult login(quint16 port) {
         zv::ClientSession session(
             {[](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&) {}},
-            [](const QString&) { return std::optional<KLUF_DEVICE_INFO>(); },
+            zv::CodeResolver::DiscoveryLookup{},
             std::make_shared<zv::KnownPanels>(dir.filePath(QStringLiteral("known-panels"))));
         zv::LoginTarget target;
         target.address = QStringLiteral("127.0.0.1");

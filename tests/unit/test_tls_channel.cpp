@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "protocol/WireCodec.h"
+#include "security/KeyId.h"
 #include "transport/KnownPanels.h"
 #include "transport/MessageChannel.h"
 #include "transport/RateLimiter.h"
@@ -131,6 +132,16 @@ struct TlsFixture {
     quint16 port() const { return server->serverPort(); }
 };
 
+// The PC's identity every test client shows.
+const TlsCredentials& pcCredentials() {
+    static QTemporaryDir dir;
+    static const TlsCredentials credentials = [] {
+        const auto pc = loadOrCreateTlsIdentity(dir.path(), QStringLiteral("Test PC"), kPcIdentity);
+        return pc ? TlsCredentials::of(pc->privateKey, pc->certificate) : TlsCredentials{};
+    }();
+    return credentials;
+}
+
 struct ConnectOutcome {
     bool done = false;
     MessageChannel* channel = nullptr;
@@ -139,7 +150,7 @@ struct ConnectOutcome {
 
 std::shared_ptr<ConnectOutcome> startConnect(quint16 port, int timeoutMs, QObject* context) {
     auto outcome = std::make_shared<ConnectOutcome>();
-    MessageChannel::connectTls(QStringLiteral("127.0.0.1"), port, timeoutMs, context,
+    MessageChannel::connectTls(QStringLiteral("127.0.0.1"), port, timeoutMs, pcCredentials(), context,
                                [outcome](MessageChannel* c, const QString& e) {
                                    outcome->done = true;
                                    outcome->channel = c;
@@ -158,7 +169,7 @@ std::unique_ptr<ChannelLog> connectClient(quint16 port, QObject* context) {
 wire::Envelope sampleHello() {
     wire::Hello hello;
     hello.set_major(kProtocolMajor);
-    hello.set_code("012G28T5");
+    hello.set_auth(wire::Hello::KNOWN);
     hello.set_host("desk");
     return wrap(hello);
 }
@@ -288,50 +299,50 @@ TEST(TlsIdentity, BrokenFilesAreKeptAsideAndReplaced) {
 
 // ---- known panels
 
-TEST(KnownPanels, FirstUseThenTrustedThenChanged) {
+QString keyIdFor(char fill) { return keyIdOfHash(QByteArray(kKeyHashBytes, fill)); }
+
+TEST(KnownPanels, PinsByKeyReplacesAPinTheCodeProvedAndForgets) {
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("nested/zelvanor/known-panels"));
     KnownPanels known(path);
-    const QString keyA = QStringLiteral("0123456789abcdef");
-    const QString keyB = QStringLiteral("fedcba9876543210");
+    const QString keyA = keyIdFor('a'), keyB = keyIdFor('b'), keyC = keyIdFor('c');
+    EXPECT_FALSE(known.byName(QStringLiteral("Room 4")));
 
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.9"), 47800, keyA).verdict, KnownPanels::Verdict::FirstUse);
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.9"), 47800, keyA).verdict, KnownPanels::Verdict::Trusted);
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.9"), 47800, keyA.toUpper()).verdict, KnownPanels::Verdict::Trusted);
-    const auto changed = known.check(QStringLiteral("10.0.0.9"), 47800, keyB);
-    EXPECT_EQ(changed.verdict, KnownPanels::Verdict::Changed);
-    EXPECT_EQ(changed.previousKey, keyA);
-    // The changed key is not recorded: it stays refused.
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.9"), 47800, keyB).verdict, KnownPanels::Verdict::Changed);
-    // Another port or address is another panel; IPv6 addresses have colons of their own.
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.9"), 47801, keyB).verdict, KnownPanels::Verdict::FirstUse);
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.90"), 47800, keyB).verdict, KnownPanels::Verdict::FirstUse);
-    EXPECT_EQ(known.check(QStringLiteral("fe80::1"), 47800, keyA).verdict, KnownPanels::Verdict::FirstUse);
-    EXPECT_EQ(known.check(QStringLiteral("fe80::1"), 47800, keyA).verdict, KnownPanels::Verdict::Trusted);
+    // An older "address:port key" file pins nothing and is replaced at the first write.
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(path).absolutePath()));
+    QFile old(path);
+    ASSERT_TRUE(old.open(QIODevice::WriteOnly));
+    old.write("10.0.0.9:47800 0123456789abcdef\n");
+    old.close();
+    EXPECT_TRUE(known.entries().isEmpty());
 
-    // No key (a peer without certificate) is never trusted, nor is a text
-    // that would break the file's lines.
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.7"), 47800, QString()).verdict, KnownPanels::Verdict::Changed);
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.7"), 47800, QString()).verdict, KnownPanels::Verdict::Changed);
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.7\n10.0.0.8:47800"), 47800, keyA).verdict,
-              KnownPanels::Verdict::Changed);
+    ASSERT_TRUE(known.remember({keyA, QStringLiteral("Room 4"), QStringLiteral("10.0.0.9"), 47800, QStringLiteral("7K3M9Q2T"), 1000}));
+    ASSERT_TRUE(known.remember({keyC, QStringLiteral("Hall"), QStringLiteral("10.0.0.7"), 47801, QStringLiteral("7K3M9Q2T"), 2000}));
+    struct stat st {};
+    ASSERT_EQ(::stat(QFile::encodeName(path).constData(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u) << "the file holds codes";
 
-    // The user edits the file: a comment stays, a removed line accepts the new key.
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    QList<QByteArray> lines = file.readAll().split('\n');
-    file.close();
-    EXPECT_TRUE(lines.contains("10.0.0.9:47800 " + keyA.toLatin1()));
-    lines.removeAll("10.0.0.9:47800 " + keyA.toLatin1());
-    lines.prepend("# panels I trust");
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(lines.join('\n'));
-    file.close();
-    EXPECT_EQ(known.check(QStringLiteral("10.0.0.9"), 47800, keyB).verdict, KnownPanels::Verdict::FirstUse);
-    EXPECT_EQ(KnownPanels(path).check(QStringLiteral("10.0.0.9"), 47800, keyB).verdict, KnownPanels::Verdict::Trusted);
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(file.readAll().startsWith("# panels I trust\n"));
-    file.close();
+    // Another instance (another process) sees the same pins.
+    KnownPanels reread(path);
+    ASSERT_TRUE(reread.byName(QStringLiteral("Room 4")));
+    EXPECT_EQ(reread.byName(QStringLiteral("Room 4"))->key, keyA);
+    EXPECT_EQ(reread.byKey(keyC)->port, 47801);
+    // The same code worked on two panels: the one seen last wins.
+    EXPECT_EQ(reread.byCode(QStringLiteral("7K3M9Q2T"))->key, keyC);
+    EXPECT_FALSE(reread.byCode(QStringLiteral("AAAAAAAA")));
+
+    // A key exchange proved a new key for "Room 4": the pin is replaced, not added.
+    ASSERT_TRUE(known.remember({keyB, QStringLiteral("Room 4"), QStringLiteral("10.0.0.10"), 47800, QStringLiteral("Q2T7K3M9"), 0}));
+    EXPECT_EQ(known.byName(QStringLiteral("Room 4"))->key, keyB);
+    EXPECT_FALSE(known.byKey(keyA));
+    EXPECT_EQ(known.entries().size(), 2);
+    EXPECT_GT(known.byKey(keyB)->seenMs, 0) << "a zero time is stamped now";
+
+    // Lines that are no key id are ignored; forget removes by name.
+    EXPECT_EQ(known.forgetName(QStringLiteral("Room 4")), 1);
+    EXPECT_EQ(known.forgetName(QStringLiteral("Room 4")), 0);
+    EXPECT_FALSE(known.byName(QStringLiteral("Room 4")));
+    EXPECT_TRUE(known.byName(QStringLiteral("Hall")));
 
     const QByteArray savedXdg = qgetenv("XDG_CONFIG_HOME");
     qputenv("XDG_CONFIG_HOME", "/tmp/xdg-test");
@@ -341,25 +352,22 @@ TEST(KnownPanels, FirstUseThenTrustedThenChanged) {
     if (!savedXdg.isNull()) qputenv("XDG_CONFIG_HOME", savedXdg);
 }
 
-TEST(KnownPanels, ConcurrentFirstUsesAreAllRecorded) {
+TEST(KnownPanels, ConcurrentRemembersAreAllRecorded) {
     QTemporaryDir dir;
     KnownPanels known(dir.filePath(QStringLiteral("known-panels")));
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&known, t] {
-            for (int i = 0; i < 15; ++i)
-                known.check(QStringLiteral("10.0.%1.%2").arg(t).arg(i), 47800, QStringLiteral("00000000000000%1").arg(i, 2, 10, QLatin1Char('0')));
+            for (int i = 0; i < 8; ++i)
+                known.remember({keyIdFor(char('A' + t * 8 + i)), QStringLiteral("p%1-%2").arg(t).arg(i),
+                                QStringLiteral("10.0.%1.%2").arg(t).arg(i), 47800, QString(), 0});
         });
     }
     for (auto& thread : threads) thread.join();
     KnownPanels reread(known.path());
+    EXPECT_EQ(reread.entries().size(), 32);
     for (int t = 0; t < 4; ++t)
-        for (int i = 0; i < 15; ++i)
-            EXPECT_EQ(reread.check(QStringLiteral("10.0.%1.%2").arg(t).arg(i), 47800,
-                                   QStringLiteral("00000000000000%1").arg(i, 2, 10, QLatin1Char('0')))
-                          .verdict,
-                      KnownPanels::Verdict::Trusted)
-                << t << "/" << i;
+        for (int i = 0; i < 8; ++i) EXPECT_TRUE(reread.byKey(keyIdFor(char('A' + t * 8 + i)))) << t << "/" << i;
 }
 
 // ---- TLS channels
@@ -372,24 +380,38 @@ TEST(TlsChannel, ExchangesMessagesAndHeartbeatsOverLoopback) {
     ASSERT_TRUE(waitFor([&] { return f.accepted.size() == 1; }));
     ChannelLog& server = *f.accepted[0];
 
-    // What the client pins: the key computed from the certificate shown.
-    EXPECT_EQ(panelKeyOf(client->channel->peerCertificate()), f.identity.panelKey);
-    auto* ssl = qobject_cast<QSslSocket*>(client->channel->socket());
-    ASSERT_TRUE(ssl);
-    EXPECT_EQ(ssl->sessionProtocol(), QSsl::TlsV1_3);
+    // What each side pins: the key of the certificate the other showed.
+    EXPECT_TRUE(client->channel->isEncrypted());
+    EXPECT_EQ(client->channel->peerKeyId(), f.identity.keyId);
+    EXPECT_EQ(server.channel->peerKeyHash(), client->channel->ownKeyHash());
+    EXPECT_EQ(server.channel->peerKeyId().size(), 43);
     EXPECT_EQ(server.channel->peerAddress(), QHostAddress(QHostAddress::LocalHost));
+    // Both ends export the same bytes; another connection, other bytes; a
+    // channel that is gone, none.
+    const QByteArray label("EXPORTER-zelvanor-session");
+    const QByteArray exported = client->channel->exporter()(label, QByteArray(), 32);
+    EXPECT_EQ(exported.size(), 32);
+    EXPECT_EQ(server.channel->exporter()(label, QByteArray(), 32), exported);
+    {
+        auto other = connectClient(f.port(), &context);
+        ASSERT_TRUE(other);
+        EXPECT_NE(other->channel->exporter()(label, QByteArray(), 32), exported);
+        const keys::Exporter stale = other->channel->exporter();
+        other.reset();
+        EXPECT_TRUE(stale(label, QByteArray(), 32).isEmpty());
+    }
 
     ASSERT_TRUE(client->channel->send(sampleHello()));
     ASSERT_TRUE(waitFor([&] { return server.messages.size() == 1; }));
     ASSERT_TRUE(server.messages[0].has_hello());
-    EXPECT_EQ(server.messages[0].hello().code(), "012G28T5");
+    EXPECT_EQ(server.messages[0].hello().auth(), wire::Hello::KNOWN);
     EXPECT_EQ(server.messages[0].version(), uint32_t(kProtocolMajor)) << "the channel stamps its major";
 
     // A panel pretending to be another major stamps that one.
     server.channel->setProtocolMajor(3);
     wire::Welcome welcome;
     welcome.set_session(77);
-    welcome.mutable_panel()->set_key(f.identity.panelKey.toStdString());
+    welcome.mutable_panel()->set_key(f.identity.keyId.toStdString());
     ASSERT_TRUE(server.channel->send(wrap(welcome)));
     ASSERT_TRUE(waitFor([&] { return client->messages.size() == 1; }));
     EXPECT_EQ(client->messages[0].welcome().session(), 77);
@@ -467,6 +489,14 @@ TEST(TlsChannel, HostileClientsAreDroppedAndTheServerKeepsServing) {
     old.connectToHostEncrypted(QStringLiteral("127.0.0.1"), f.port());
     ASSERT_TRUE(waitFor([&] { return f.handshakeFailures.size() == 3; }));
     EXPECT_FALSE(old.isEncrypted());
+
+    // TLS 1.3 without a client certificate: the panel must know who calls.
+    QSslSocket anonymous;
+    anonymous.setProtocol(QSsl::TlsV1_3);
+    anonymous.setPeerVerifyMode(QSslSocket::VerifyNone);
+    anonymous.connectToHostEncrypted(QStringLiteral("127.0.0.1"), f.port());
+    ASSERT_TRUE(waitFor([&] { return f.handshakeFailures.size() == 4; }));
+    EXPECT_TRUE(waitFor([&] { return anonymous.state() == QAbstractSocket::UnconnectedState; }));
     EXPECT_TRUE(f.accepted.empty());
 
     // Inside TLS, bytes that are no valid stream of frames.
@@ -480,17 +510,17 @@ TEST(TlsChannel, HostileClientsAreDroppedAndTheServerKeepsServing) {
         {"a frame announcing 2 MiB", QByteArray::fromHex("00200000") + QByteArray(1000, 'x'), "frame length 2097152"},
         {"a frame that is no envelope", QByteArray::fromHex("00000003616263"), "no envelope"},
         {"a field of wire type 7", QByteArray::fromHex("000000010f"), "no envelope"},
-        {"a hello whose code is not UTF-8", QByteArray::fromHex("00000007820104" "1a02fffe"), "no envelope"},
+        {"a hello whose host is not UTF-8", QByteArray::fromHex("00000007820104" "2202fffe"), "no envelope"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         auto client = connectClient(f.port(), &context);
         ASSERT_TRUE(client);
-        ASSERT_TRUE(waitFor([&] { return f.accepted.size() && f.accepted.back()->channel && f.accepted.back()->channel->peerPort() == client->channel->socket()->localPort(); }));
+        ASSERT_TRUE(waitFor([&] { return f.accepted.size() && f.accepted.back()->channel && f.accepted.back()->channel->peerPort() == client->channel->localPort(); }));
         ChannelLog& server = *f.accepted.back();
         // A valid message first: delivered before the bad bytes end the channel.
         client->channel->send(report("before"));
-        client->channel->socket()->write(c.bytes);
+        client->channel->sendRawForTesting(c.bytes);
         ASSERT_TRUE(waitFor([&] { return !server.closed.isEmpty() && !client->closed.isEmpty(); }));
         EXPECT_EQ(server.messages.size(), 1u);
         EXPECT_TRUE(server.closed[0].startsWith(QStringLiteral("protocol error: ")));
@@ -506,7 +536,7 @@ TEST(TlsChannel, HostileClientsAreDroppedAndTheServerKeepsServing) {
     ChannelLog& server = *f.accepted.back();
     // A body from a later protocol version is no error: it is handed on
     // (for the reader's dispatcher to skip) and the channel stays open.
-    good->channel->socket()->write(QByteArray::fromHex("000000060802c20c0100"));
+    good->channel->sendRawForTesting(QByteArray::fromHex("000000060802c20c0100"));
     good->channel->send(sampleHello());
     ASSERT_TRUE(waitFor([&] { return server.messages.size() == 2; }));
     EXPECT_EQ(server.messages[0].body_case(), wire::Envelope::BODY_NOT_SET);
@@ -558,7 +588,8 @@ TEST(TlsChannel, ConnectFailuresAreReported) {
 
     // The blocking form, failing and, against a server on another thread, working.
     QString error;
-    EXPECT_EQ(MessageChannel::connectTlsBlocking(QStringLiteral("127.0.0.1"), closedPort, 2000, &error), nullptr);
+    EXPECT_EQ(MessageChannel::connectTlsBlocking(QStringLiteral("127.0.0.1"), closedPort, 2000, pcCredentials(), &error),
+              nullptr);
     EXPECT_FALSE(error.isEmpty());
 
     QTemporaryDir dir;
@@ -579,12 +610,12 @@ TEST(TlsChannel, ConnectFailuresAreReported) {
         Qt::BlockingQueuedConnection);
     ASSERT_NE(port, 0);
     std::unique_ptr<MessageChannel> channel(
-        MessageChannel::connectTlsBlocking(QStringLiteral("127.0.0.1"), port, 5000, &error));
+        MessageChannel::connectTlsBlocking(QStringLiteral("127.0.0.1"), port, 5000, pcCredentials(), &error));
     ASSERT_TRUE(channel) << error.toStdString();
     ChannelLog log(channel.release());
     log.channel->send(resolve("AB12"));
     EXPECT_TRUE(waitFor([&] { return log.messages.size() == 1; }));
-    EXPECT_EQ(panelKeyOf(log.channel->peerCertificate()), identity->panelKey);
+    EXPECT_EQ(log.channel->peerKeyId(), identity->keyId);
     server->deleteLater();  // runs in its thread, at the latest as the thread ends
     thread.quit();
     thread.wait();
@@ -612,7 +643,9 @@ TEST(PlainChannel, DeliversEverythingTheSocketHadAndTheLastMessageBeforeAClose) 
     far->flush();
     ASSERT_TRUE(waitFor([&] { return socket->bytesAvailable() >= 7; }));
     ChannelLog client(new MessageChannel(socket));
-    EXPECT_TRUE(client.channel->peerCertificate().isNull());
+    EXPECT_FALSE(client.channel->isEncrypted());
+    EXPECT_TRUE(client.channel->peerKeyId().isEmpty());
+    EXPECT_TRUE(client.channel->exporter()("EXPORTER-zelvanor-session", QByteArray(), 32).isEmpty());
     far->write(frames.mid(7));
     ASSERT_TRUE(waitFor([&] { return client.messages.size() == 2; }));
     EXPECT_EQ(client.messages[1].resolved().name(), "Room");

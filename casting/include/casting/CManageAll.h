@@ -35,6 +35,10 @@ public:
     long logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device, long& userHandle,
                long& sessionHandle, void* reserved, ClientDeviceType type, const char* hostName);
     long logOut(long userHandle, long sessionHandle);
+    // Forgets the pinned key of the panel of that name (known-panels), so
+    // the next log-in without a code accepts whatever key it shows; how many
+    // entries went. For a panel that was reinstalled.
+    int forgetPanel(const char* name);
     long checkVersion(VersionInfo& info, long userHandle);
     long getBusinessCap(BusinessCap& cap);
     tagDeviceInfo_ getServerInfo();

@@ -14,6 +14,8 @@
 #include "protocol/WireCodec.h"
 #include "casting/BusinessSettings.h"
 #include "session/CastSession.h"
+#include "security/KeyId.h"
+#include "transport/KnownPanels.h"
 #include "session/ClientSession.h"
 #include "session/LibraryCore.h"
 #include "session/Watchdog.h"
@@ -122,10 +124,12 @@ long CManageAll::logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device
     target.code = fieldText(device.szConnectCode, sizeof device.szConnectCode);
     target.passcodeHost = fieldText(server.szIp, sizeof server.szIp);
     target.passcodePort = static_cast<quint16>(server.nPort > 0 && server.nPort <= 65535 ? server.nPort : 0);
+    // With a code, an address given too (zelvanor-cli --address) is tried first.
+    target.address = fieldText(device.szAddress, sizeof device.szAddress);
+    target.port = static_cast<quint16>(device.nPort > 0 && device.nPort <= 65535 ? device.nPort : 0);
     if (target.code.isEmpty()) {
-        target.address = fieldText(device.szAddress, sizeof device.szAddress);
-        target.port = static_cast<quint16>(device.nPort > 0 && device.nPort <= 65535 ? device.nPort : 0);
         target.key = fieldText(device.szKey, sizeof device.szKey);
+        target.name = fieldText(device.szName, sizeof device.szName);
     }
     const zv::wire::Hello hello = makeHello(m_core->clientDevice(), type, hostName);
     ZV_LOG(INFO) << " log in " << (target.code.isEmpty() ? "to " + target.address.toStdString()
@@ -156,7 +160,7 @@ long CManageAll::logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device
     copyField(device.szAddress, result.panel.address);
     copyField(device.szName, welcome.panel().name());
     copyField(device.szKey, result.panel.expectedKey);
-    copyField(device.szFingerprint, result.panel.expectedKey);
+    copyField(device.szFingerprint, QString::fromLatin1(zv::keyHashOfKeyId(result.panel.expectedKey).toHex()));
     copyField(device.szConnectCode, result.code);
     device.nPort = result.panel.port;
     device.nDeviceType = welcome.panel().device_type();
@@ -166,6 +170,13 @@ long CManageAll::logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device
     sessionHandle = 1;
     MC_Util_SetLastError(0);
     return 0;
+}
+
+int CManageAll::forgetPanel(const char* name) {
+    const QString panel = name != nullptr ? QString::fromUtf8(name) : QString();
+    const int removed = panel.isEmpty() ? 0 : zv::KnownPanels().forgetName(panel);
+    ZV_LOG(INFO) << " forgot " << removed << " pinned key(s) of panel \"" << panel.toStdString() << "\"";
+    return removed;
 }
 
 long CManageAll::logOut(long, long) {

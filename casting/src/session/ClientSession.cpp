@@ -1,7 +1,7 @@
 #include "session/ClientSession.h"
 
-#include <QSslCertificate>
-#include <QTcpSocket>
+#include <QFileInfo>
+#include <QHostInfo>
 
 #include <cstring>
 
@@ -10,6 +10,8 @@
 #include "protocol/ConnectCode.h"
 #include "protocol/ProtocolConstants.h"
 #include "protocol/WireNames.h"
+#include "security/CodeProof.h"
+#include "security/KeyId.h"
 #include "transport/KnownPanels.h"
 #include "transport/MessageChannel.h"
 #include "transport/TlsIdentity.h"
@@ -24,7 +26,8 @@ const QString kLogOutByServer = QStringLiteral("logOutByServer");
 uint32_t errorForRefusal(wire::Refused::Reason reason) {
     switch (reason) {
     case wire::Refused::WRONG_CODE:
-    case wire::Refused::RATE_LIMITED: return zv_error::WRONG_CODE;
+    case wire::Refused::RATE_LIMITED:
+    case wire::Refused::CODE_REQUIRED: return zv_error::WRONG_CODE;
     case wire::Refused::TOO_MANY_CLIENTS: return zv_error::TOO_MANY_SCREENS;
     case wire::Refused::VERSION_MISMATCH: return zv_error::PANEL_VERSION_TOO_LOW;
     default: return zv_error::REQUEST_REFUSED;
@@ -37,15 +40,34 @@ void copyReason(tagNotifyExceptionParams_& params, const QString& text) {
     params.szReason[bytes.size()] = '\0';
 }
 
+// Whether a failed candidate leaves room to try the next one: it did not
+// answer, is not the panel we looked for, or the code is not its code.
+bool tryNextAfter(const ClientSession::LoginResult& result) {
+    switch (result.refusedReason) {
+    case wire::Refused::REASON_UNSPECIFIED:
+    case wire::Refused::WRONG_CODE:
+    case wire::Refused::CODE_REQUIRED: return true;
+    default: return false;
+    }
+}
+
+wire::Hello::Auth authFor(const QString& code) {
+    if (code.isEmpty()) return wire::Hello::KNOWN;
+    return code.size() == code::kPasscodeLength ? wire::Hello::PASSCODE : wire::Hello::CODE;
+}
+
 }  // namespace
 
-// One connection attempt waiting for the panel's answer to hello.
+// One connection attempt waiting for the panel's answers to hello.
 struct ClientSession::Attempt {
     MessageChannel* channel = nullptr;
     std::function<void(const LoginResult&)> done;
     PanelAddress panel;
     QTimer timeout;
     bool finished = false;
+    QString code;                    // the password of the key exchange; empty: KNOWN
+    std::optional<CodeProof> proof;  // CODE/PASSCODE, until the welcome
+    bool confirmed = false;          // the panel's tag verified, ours sent
 
     void finish(const LoginResult& result) {
         if (finished) return;
@@ -65,12 +87,14 @@ ClientSession::ClientSession(Events events, CodeResolver::DiscoveryLookup lookup
                              std::shared_ptr<KnownPanels> knownPanels, QObject* parent)
     : QObject(parent),
       m_events(std::move(events)),
-      m_resolver(new CodeResolver(std::move(lookup), this)),
-      m_knownPanels(std::move(knownPanels)) {
+      m_knownPanels(std::move(knownPanels)),
+      m_resolver(new CodeResolver(std::move(lookup), m_knownPanels, this)) {
     m_deadLinkTimer.setInterval(kHeartbeatIntervalMs);
     connect(&m_deadLinkTimer, &QTimer::timeout, this, [this] { onMissedBeats(m_missed + 1); });
     m_answers.on(wire::Envelope::kWelcome,
                  [this](const wire::Envelope& e, Attempt& attempt) { onWelcome(attempt, e.welcome()); });
+    m_answers.on(wire::Envelope::kPakeReply,
+                 [this](const wire::Envelope& e, Attempt& attempt) { onPakeReply(attempt, e.pake_reply()); });
     m_answers.on(wire::Envelope::kRefused,
                  [this](const wire::Envelope& e, Attempt& attempt) { onRefused(attempt, e.refused()); });
     m_dispatch.on(wire::Envelope::kBye, [this](const wire::Envelope& e) { onBye(e.bye()); });
@@ -84,10 +108,9 @@ void ClientSession::login(const LoginTarget& target, const wire::Hello& hello, L
     m_hello = hello;
     m_hello.clear_resume();
     const QString code = code::normalize(target.code);
-    m_hello.set_code(code.toStdString());
     m_resolver->resolve(target, [this, generation, code, done = std::move(done)](const ResolveOutcome& outcome) {
         if (generation != m_generation) return;
-        if (!outcome.panel) {
+        if (outcome.panels.isEmpty()) {
             ZV_LOG(WARNING) << " cannot find the panel: " << outcome.detail.toStdString();
             LoginResult result;
             result.error = outcome.error;
@@ -95,7 +118,7 @@ void ClientSession::login(const LoginTarget& target, const wire::Hello& hello, L
             done(result);
             return;
         }
-        connectTo(*outcome.panel, m_hello, [this, generation, code, done](const LoginResult& answer) {
+        tryPanels(outcome.panels, 0, code, std::nullopt, [this, generation, code, done](const LoginResult& answer) {
             if (generation != m_generation) return;
             LoginResult result = answer;
             result.code = code;
@@ -104,12 +127,38 @@ void ClientSession::login(const LoginTarget& target, const wire::Hello& hello, L
     });
 }
 
-void ClientSession::connectTo(const PanelAddress& panel, const wire::Hello& hello,
+void ClientSession::tryPanels(QList<PanelAddress> panels, int index, const QString& code,
+                              std::optional<LoginResult> first, std::function<void(const LoginResult&)> done) {
+    const quint64 generation = m_generation;
+    connectTo(panels[index], m_hello, code,
+              [this, generation, panels, index, code, first, done](const LoginResult& result) {
+                  if (generation != m_generation) return;
+                  // The first candidate's failure is the one to report: the
+                  // others are guesses.
+                  const LoginResult& primary = first ? *first : result;
+                  if (result.error == 0 || !tryNextAfter(result) || index + 1 >= panels.size()) {
+                      done(result.error == 0 || !tryNextAfter(result) ? result : primary);
+                      return;
+                  }
+                  ZV_LOG(INFO) << " trying the next candidate (" << index + 2 << " of " << panels.size() << ")";
+                  tryPanels(panels, index + 1, code, primary, done);
+              });
+}
+
+void ClientSession::connectTo(const PanelAddress& panel, const wire::Hello& hello, const QString& code,
                               std::function<void(const LoginResult&)> done) {
     ZV_LOG(INFO) << " connecting to " << panel.address.toStdString() << ":" << panel.port;
+    if (!ensureIdentity()) {
+        LoginResult result;
+        result.error = zv_error::CONNECT_FAILED;
+        result.detail = QStringLiteral("this PC has no TLS identity (see the log)");
+        result.panel = panel;
+        QTimer::singleShot(0, this, [done, result] { done(result); });
+        return;
+    }
     MessageChannel::connectTls(
-        panel.address, panel.port, kConnectTimeoutMs, this,
-        [this, panel, hello, done = std::move(done)](MessageChannel* channel, const QString& error) {
+        panel.address, panel.port, kConnectTimeoutMs, m_credentials, this,
+        [this, panel, hello, code, done = std::move(done)](MessageChannel* channel, const QString& error) {
             auto fail = [&](const QString& why) {
                 ZV_LOG(WARNING) << " " << panel.address.toStdString() << ":" << panel.port << ": " << why.toStdString();
                 LoginResult result;
@@ -122,40 +171,64 @@ void ClientSession::connectTo(const PanelAddress& panel, const wire::Hello& hell
                 fail(error);
                 return;
             }
-            const QString key = panelKeyOf(channel->peerCertificate());
-            if (!panel.expectedKey.isEmpty() && key.compare(panel.expectedKey, Qt::CaseInsensitive) != 0) {
+            const QString key = channel->peerKeyId();
+            if (!panel.expectedKey.isEmpty() && key != panel.expectedKey) {
                 delete channel;
-                fail(QStringLiteral("the panel's certificate has key %1, but %2 was expected").arg(key, panel.expectedKey));
+                fail(QStringLiteral("the panel answers with key %1, but %2 was expected")
+                         .arg(shortKeyId(key), shortKeyId(panel.expectedKey)));
                 return;
             }
-            const KnownPanels::Result trust = m_knownPanels->check(panel.address, panel.port, key);
-            if (trust.verdict == KnownPanels::Verdict::Changed) {
-                delete channel;
-                fail(QStringLiteral("the panel presented a different certificate than before (key %1, known key %2); "
-                                    "if it was reinstalled, remove its line from %3")
-                         .arg(key, trust.previousKey, m_knownPanels->path()));
-                return;
-            }
-            if (trust.verdict == KnownPanels::Verdict::FirstUse) {
-                ZV_LOG(INFO) << " first connection to this panel, key " << key.toStdString() << " remembered";
+            if (code.isEmpty() && !panel.name.isEmpty()) {
+                // Without a code only the pin speaks for the panel.
+                const std::optional<KnownPanels::Entry> pinned = m_knownPanels->byName(panel.name);
+                if (pinned && pinned->key != key) {
+                    delete channel;
+                    fail(QStringLiteral("panel \"%1\" shows key %2, but this PC knows it with key %3. If it was "
+                                        "reinstalled, log in with the code it shows, or run "
+                                        "\"zelvanor-cli forget --panel '%1'\"")
+                             .arg(panel.name, shortKeyId(key), shortKeyId(pinned->key)));
+                    return;
+                }
             }
 
-            channel->setParent(this);
             auto attempt = std::make_shared<Attempt>();
             attempt->channel = channel;
             attempt->done = done;
             attempt->panel = panel;
             attempt->panel.expectedKey = key;  // reconnections must meet the same panel
+            attempt->code = code;
+            wire::Hello sent = hello;
+            sent.set_auth(authFor(code));
+            if (!code.isEmpty()) {
+                attempt->proof = CodeProof::start(CPace::Role::Initiator, code, channel->exporter(),
+                                                  channel->peerKeyHash(), channel->ownKeyHash());
+                if (!attempt->proof) {
+                    delete channel;
+                    fail(QStringLiteral("no key exchange possible on this connection"));
+                    return;
+                }
+                sent.set_pake_share(attempt->proof->share().toStdString());
+            }
+
+            channel->setParent(this);
             attempt->timeout.setSingleShot(true);
             connect(&attempt->timeout, &QTimer::timeout, this, [attempt] {
                 attempt->channel->deleteLater();
                 LoginResult result;
                 result.error = zv_error::CONNECT_FAILED;
                 result.detail = QStringLiteral("no answer to hello");
+                result.panel = attempt->panel;
                 attempt->finish(result);
             });
             connect(channel, &MessageChannel::messageReceived, this, [this, attempt](const wire::Envelope& envelope) {
-                if (!attempt->finished) m_answers.dispatch(envelope, *attempt);
+                if (attempt->finished) return;
+                if (m_answers.dispatch(envelope, *attempt) == Dispatch::Unexpected) {
+                    LoginResult result;
+                    result.error = zv_error::CONNECT_FAILED;
+                    result.detail = QStringLiteral("protocol error: the panel answered hello with ") + bodyName(envelope);
+                    ZV_LOG(WARNING) << " " << result.detail.toStdString();
+                    attempt->fail(result);
+                }
             });
             connect(channel, &MessageChannel::closed, this, [attempt](const QString& reason) {
                 if (attempt->finished) return;
@@ -163,10 +236,11 @@ void ClientSession::connectTo(const PanelAddress& panel, const wire::Hello& hell
                 LoginResult result;
                 result.error = zv_error::CONNECT_FAILED;
                 result.detail = QStringLiteral("closed before answering: ") + reason;
+                result.panel = attempt->panel;
                 attempt->finish(result);
             });
             attempt->timeout.start(kAnswerTimeoutMs);
-            channel->send(wrap(hello));
+            channel->send(wrap(sent));
         });
 }
 
@@ -179,7 +253,43 @@ Dispatch ClientSession::takeAnswer(MessageChannel* channel, const PanelAddress& 
     return m_answers.dispatch(envelope, attempt);
 }
 
+void ClientSession::onPakeReply(Attempt& attempt, const wire::PakeReply& reply) {
+    LoginResult result;
+    if (!attempt.proof || attempt.confirmed) {
+        result.error = zv_error::CONNECT_FAILED;
+        result.detail = QStringLiteral("protocol error: a key exchange reply the PC did not ask for");
+        ZV_LOG(WARNING) << " " << result.detail.toStdString();
+        attempt.fail(result);
+        return;
+    }
+    // The panel's tag first: nothing more goes out to a peer that has not
+    // proved the code on this very connection.
+    if (!attempt.proof->takePeerShare(QByteArray::fromStdString(reply.share())) ||
+        !attempt.proof->verifyPeerTag(QByteArray::fromStdString(reply.tag()))) {
+        result.error = zv_error::WRONG_CODE;
+        result.refusedReason = wire::Refused::WRONG_CODE;
+        result.detail = QStringLiteral("wrong code: the panel's proof does not match the code typed (or something "
+                                       "between this PC and the panel is not the panel)");
+        ZV_LOG(WARNING) << " " << result.detail.toStdString();
+        attempt.channel->close(QStringLiteral("wrong code"));
+        attempt.fail(result);
+        return;
+    }
+    attempt.confirmed = true;
+    wire::PakeConfirm confirm;
+    confirm.set_tag(attempt.proof->ownTag().toStdString());
+    attempt.channel->send(wrap(confirm));
+}
+
 void ClientSession::onWelcome(Attempt& attempt, const wire::Welcome& welcome) {
+    if (attempt.proof && !attempt.confirmed) {
+        LoginResult result;
+        result.error = zv_error::CONNECT_FAILED;
+        result.detail = QStringLiteral("protocol error: a welcome before the key exchange");
+        ZV_LOG(WARNING) << " " << result.detail.toStdString();
+        attempt.fail(result);
+        return;
+    }
     if (welcome.major() != uint32_t(kProtocolMajor)) {
         LoginResult result;
         result.error = zv_error::PANEL_VERSION_TOO_LOW;
@@ -194,9 +304,20 @@ void ClientSession::onWelcome(Attempt& attempt, const wire::Welcome& welcome) {
     }
     disconnect(attempt.channel, nullptr, this, nullptr);
     m_panel = attempt.panel;
+    if (m_panel.name.isEmpty()) m_panel.name = QString::fromStdString(welcome.panel().name());
+    if (attempt.confirmed) {
+        // The key exchange proved this key: pin it, with the code that worked.
+        KnownPanels::Entry entry;
+        entry.key = attempt.panel.expectedKey;
+        entry.name = QString::fromStdString(welcome.panel().name());
+        entry.address = attempt.panel.address;
+        entry.port = attempt.panel.port;
+        entry.code = attempt.code;
+        m_knownPanels->remember(entry);
+    }
     adopt(attempt.channel, welcome);
     LoginResult result;
-    result.panel = attempt.panel;
+    result.panel = m_panel;
     result.welcome = welcome;
     attempt.finish(result);
 }
@@ -287,7 +408,7 @@ void ClientSession::reconnect(ReconnectDone done) {
     }
     dropChannel();
     const quint64 generation = m_generation;
-    connectTo(m_panel, m_hello, [this, generation, done](const LoginResult& result) {
+    connectTo(m_panel, m_hello, QString(), [this, generation, done](const LoginResult& result) {
         if (generation != m_generation || !m_loggedIn) return done(false);
         if (result.error == 0) return done(true);
         if (result.refusedReason == wire::Refused::LOG_OUT_BY_SERVER) {
@@ -300,10 +421,31 @@ void ClientSession::reconnect(ReconnectDone done) {
         // The panel no longer keeps our session: a fresh hello, same panel.
         wire::Hello fresh = m_hello;
         fresh.clear_resume();
-        connectTo(m_panel, fresh, [this, generation, done](const LoginResult& second) {
+        connectTo(m_panel, fresh, QString(), [this, generation, done](const LoginResult& second) {
             done(generation == m_generation && m_loggedIn && second.error == 0);
         });
     });
+}
+
+bool ClientSession::ensureIdentity() {
+    if (!m_credentials.isNull()) return true;
+    const QString folder = QFileInfo(m_knownPanels->path()).absolutePath();
+    QString error;
+    const std::optional<TlsIdentity> identity =
+        loadOrCreateTlsIdentity(folder, QHostInfo::localHostName(), kPcIdentity, &error);
+    if (!identity) {
+        ZV_LOG(ERROR) << " no TLS identity for this PC in " << folder.toStdString() << ": " << error.toStdString();
+        return false;
+    }
+    m_credentials = TlsCredentials::of(identity->privateKey, identity->certificate);
+    m_ownKeyId = identity->keyId;
+    ZV_LOG(INFO) << " this PC's key: " << m_ownKeyId.toStdString();
+    return true;
+}
+
+keys::Exporter ClientSession::exporter() const {
+    if (m_channel != nullptr) return m_channel->exporter();
+    return [](const QByteArray&, const QByteArray&, int) { return QByteArray(); };
 }
 
 void ClientSession::send(const wire::Envelope& envelope) {
@@ -319,7 +461,7 @@ void ClientSession::logout() {
         wire::Bye bye;
         bye.set_reason("logOut");
         channel->send(wrap(bye));
-        channel->socket()->flush();  // the bye goes out even if the thread ends next
+        channel->flush();  // the bye goes out even if the thread ends next
         connect(channel, &MessageChannel::closed, channel, &QObject::deleteLater);
         channel->close(QStringLiteral("logged out"));
     }

@@ -11,15 +11,17 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "casting/ExceptionEvents.h"
 #include "protocol/MessageDispatcher.h"
+#include "security/KeySchedule.h"
 #include "session/CodeResolver.h"
+#include "transport/MessageChannel.h"
 
 namespace zv {
 
 class KnownPanels;
-class MessageChannel;
 
 class ClientSession : public QObject {
     Q_OBJECT
@@ -35,7 +37,7 @@ public:
         wire::Refused::Reason refusedReason = wire::Refused::REASON_UNSPECIFIED;  // when the panel refused
         PanelAddress panel;
         QString code;        // the code that reached the panel (normalised)
-        wire::Welcome welcome;
+        wire::Welcome welcome;  // welcome.approved(): false while each cast waits for the panel's user
     };
     using LoginDone = std::function<void(const LoginResult&)>;
     using ReconnectDone = std::function<void(bool reconnected)>;
@@ -64,10 +66,11 @@ public:
     // One message of the running session, as if the panel had sent it now
     // (the channel's path; also the fuzz target's way in).
     Dispatch handle(const wire::Envelope& envelope);
-    // The panel's answer to a hello sent on channel: a welcome adopts the
-    // channel as the session's link, a refusal or a welcome of another
-    // protocol major drops it; done gets the outcome. Anything else is not
-    // an answer (Unexpected or Skipped) and done is not called.
+    // The panel's answer to a hello sent on channel (KNOWN: no key
+    // exchange): a welcome adopts the channel as the session's link, a
+    // refusal, a welcome of another protocol major or a key exchange reply
+    // drops it; done gets the outcome. Anything else is not an answer
+    // (Unexpected or Skipped) and done is not called.
     Dispatch takeAnswer(MessageChannel* channel, const PanelAddress& panel, const wire::Envelope& envelope,
                         LoginDone done);
     // While the watchdog reconnects, missed beats are not reported: the
@@ -79,6 +82,18 @@ public:
     int missedBeats() const { return m_missed; }
     const wire::Welcome& welcome() const { return m_welcome; }
     const PanelAddress& panel() const { return m_panel; }
+    // The TLS exporter of the session's current control connection (keys
+    // of media, per cast and direction: security/KeySchedule.h). Bound to
+    // that connection: after a reconnection ask again; without a link, and
+    // for a connection that has gone, it gives empty bytes.
+    keys::Exporter exporter() const;
+    // Loads the PC's TLS identity, kept beside the known-panels file (made
+    // there at first start: client-key.pem, mode 0600, and client-cert.pem);
+    // false (logged) when it cannot be made. Log-ins call it too.
+    bool ensureIdentity();
+    // The PC's own key id (its certificate), as panels know it; empty
+    // before ensureIdentity().
+    QString ownKeyId() const { return m_ownKeyId; }
 
 signals:
     // The session is over (log-out, removal, link given up): casts end with it.
@@ -86,7 +101,15 @@ signals:
 
 private:
     struct Attempt;
-    void connectTo(const PanelAddress& panel, const wire::Hello& hello, std::function<void(const LoginResult&)> done);
+    // Tries panels[index] and, when it fails in a way that leaves room, the
+    // next ones; first: the first candidate's failure, the one reported.
+    void tryPanels(QList<PanelAddress> panels, int index, const QString& code, std::optional<LoginResult> first,
+                   std::function<void(const LoginResult&)> done);
+    // code empty: a KNOWN hello (the pin of panel.name is checked first);
+    // otherwise the key exchange over code.
+    void connectTo(const PanelAddress& panel, const wire::Hello& hello, const QString& code,
+                   std::function<void(const LoginResult&)> done);
+    void onPakeReply(Attempt& attempt, const wire::PakeReply& reply);
     void onWelcome(Attempt& attempt, const wire::Welcome& welcome);
     void onRefused(Attempt& attempt, const wire::Refused& refused);
     void onBye(const wire::Bye& bye);
@@ -97,8 +120,10 @@ private:
     void endSession(const QString& reason);
 
     Events m_events;
-    CodeResolver* m_resolver;
+    TlsCredentials m_credentials;  // the PC's identity, shown to every panel
+    QString m_ownKeyId;
     std::shared_ptr<KnownPanels> m_knownPanels;
+    CodeResolver* m_resolver;
     MessageChannel* m_channel = nullptr;
     QTimer m_deadLinkTimer;  // counts missed beats while there is no channel at all
     bool m_loggedIn = false;

@@ -9,6 +9,7 @@
 #include "passcode/PasscodeClient.h"
 #include "protocol/ConnectCode.h"
 #include "protocol/ProtocolConstants.h"
+#include "transport/KnownPanels.h"
 
 namespace zv {
 
@@ -50,26 +51,44 @@ QList<quint32> localIpv4Addresses() {
     return out + loopback;
 }
 
+PanelAddress fromRecord(const KLUF_DEVICE_INFO& info) {
+    return PanelAddress{QString::fromUtf8(info.szDetail),
+                        static_cast<quint16>(info.nValue > 0 && info.nValue <= 65535 ? info.nValue : kDefaultControlPort),
+                        QString::fromUtf8(info.szDeviceKey), QString::fromUtf8(info.szDeviceName)};
+}
+
+bool listed(const QList<PanelAddress>& list, const PanelAddress& panel) {
+    for (const PanelAddress& p : list) {
+        if (p.address == panel.address && p.port == panel.port) return true;
+        if (!p.expectedKey.isEmpty() && p.expectedKey == panel.expectedKey) return true;
+    }
+    return false;
+}
+
+void append(QList<PanelAddress>& list, const PanelAddress& panel) {
+    if (!panel.address.isEmpty() && !listed(list, panel)) list << panel;
+}
+
 }  // namespace
 
-CodeResolver::CodeResolver(DiscoveryLookup lookup, QObject* parent)
-    : QObject(parent), m_lookup(std::move(lookup)), m_passcodes(new PasscodeClient(this)) {
+CodeResolver::CodeResolver(DiscoveryLookup lookup, std::shared_ptr<KnownPanels> known, QObject* parent)
+    : QObject(parent), m_lookup(std::move(lookup)), m_known(std::move(known)), m_passcodes(new PasscodeClient(this)) {
     connect(m_passcodes, &PasscodeClient::resolved, this, [this](const QString& address, quint16 port, const QString& name) {
         ZV_LOG(INFO) << " passcode leads to \"" << name.toStdString() << "\" at " << address.toStdString() << ":" << port;
-        finish({PanelAddress{address, port, QString()}, 0, QString()});
+        finish({{PanelAddress{address, port, QString(), name}}, 0, QString()});
     });
     connect(m_passcodes, &PasscodeClient::failed, this, [this](PasscodeClient::Failure reason, const QString& detail) {
         switch (reason) {
             case PasscodeClient::Failure::Unknown:
             case PasscodeClient::Failure::Invalid:
-                finish({std::nullopt, zv_error::PASSCODE_UNKNOWN, QStringLiteral("passcode unknown: ") + detail});
+                finish({{}, zv_error::PASSCODE_UNKNOWN, QStringLiteral("passcode unknown: ") + detail});
                 break;
             case PasscodeClient::Failure::RateLimited:
-                finish({std::nullopt, zv_error::WRONG_CODE, QStringLiteral("passcode service refuses for now: ") + detail});
+                finish({{}, zv_error::WRONG_CODE, QStringLiteral("passcode service refuses for now: ") + detail});
                 break;
             case PasscodeClient::Failure::Unreachable:
             case PasscodeClient::Failure::Timeout:
-                finish({std::nullopt, zv_error::PASSCODE_SERVER_UNREACHABLE,
+                finish({{}, zv_error::PASSCODE_SERVER_UNREACHABLE,
                         QStringLiteral("passcode service: ") + detail});
                 break;
         }
@@ -81,79 +100,117 @@ void CodeResolver::resolve(const LoginTarget& target, Done done) {
     m_passcodes->cancel();
     m_done = std::move(done);
 
+    const quint16 port = target.port != 0 ? target.port : kDefaultControlPort;
     if (target.code.isEmpty()) {
         if (QHostAddress(target.address).protocol() != QAbstractSocket::IPv4Protocol) {
-            finish({std::nullopt, zv_error::CONNECT_FAILED,
+            finish({{}, zv_error::CONNECT_FAILED,
                     QStringLiteral("no code and no usable panel address \"%1\"").arg(target.address)});
             return;
         }
-        const quint16 port = target.port != 0 ? target.port : kDefaultControlPort;
-        finish({PanelAddress{target.address, port, target.key}, 0, QString()});
+        finish({{PanelAddress{target.address, port, target.key, target.name}}, 0, QString()});
         return;
     }
     const QString code = code::normalize(target.code);
     if (!code::isValidCode(code)) {
-        finish({std::nullopt, zv_error::WRONG_CODE, QStringLiteral("not a connect code: \"%1\"").arg(target.code)});
+        finish({{}, zv_error::WRONG_CODE, QStringLiteral("not a connect code: \"%1\"").arg(target.code)});
         return;
     }
     if (code.size() == code::kPasscodeLength) {
         resolvePasscode(code, target.passcodeHost, target.passcodePort);
     } else {
-        resolveCode(code);
+        QList<PanelAddress> first;
+        if (!target.address.isEmpty()) first << PanelAddress{target.address, port, target.key, target.name};
+        resolveCode(code, first);
     }
 }
 
 void CodeResolver::resolvePasscode(const QString& passcode, const QString& host, quint16 port) {
     if (host.isEmpty() || port == 0) {
-        finish({std::nullopt, zv_error::PASSCODE_SERVER_UNREACHABLE, QStringLiteral("no passcode service configured")});
+        finish({{}, zv_error::PASSCODE_SERVER_UNREACHABLE, QStringLiteral("no passcode service configured")});
         return;
     }
     m_passcodes->resolve(host, port, passcode, kPasscodeTimeoutMs);
 }
 
-bool CodeResolver::tryDiscovery(const QString& code) {
-    if (!m_lookup) return false;
-    const std::optional<KLUF_DEVICE_INFO> found = m_lookup(code);
-    if (!found) return false;
-    ZV_LOG(INFO) << " code found by discovery: \"" << found->szDeviceName << "\" at " << found->szDetail;
-    finish({PanelAddress{QString::fromUtf8(found->szDetail),
-                         static_cast<quint16>(found->nValue > 0 ? found->nValue : kDefaultControlPort),
-                         QString::fromUtf8(found->szDeviceKey)},
-            0, QString()});
-    return true;
+QList<PanelAddress> CodeResolver::knownCandidates(const QString& code, QList<PanelAddress> list) const {
+    if (m_lookup.byCode) {
+        if (const std::optional<KLUF_DEVICE_INFO> found = m_lookup.byCode(code)) {
+            ZV_LOG(INFO) << " \"" << found->szDeviceName << "\" at " << found->szDetail << " publishes this code";
+            append(list, fromRecord(*found));
+        }
+    }
+    if (const std::optional<KnownPanels::Entry> known = m_known ? m_known->byCode(code) : std::nullopt) {
+        PanelAddress panel{known->address, known->port != 0 ? known->port : kDefaultControlPort, known->key, known->name};
+        if (m_lookup.panels) {
+            for (const KLUF_DEVICE_INFO& info : m_lookup.panels()) {
+                if (QString::fromUtf8(info.szDeviceKey) == known->key) panel = fromRecord(info);
+            }
+        }
+        ZV_LOG(INFO) << " this code worked with \"" << known->name.toStdString() << "\" before; trying "
+                     << panel.address.toStdString();
+        append(list, panel);
+    }
+    return list;
 }
 
-void CodeResolver::resolveCode(const QString& code) {
-    if (tryDiscovery(code)) return;
-    const QList<quint32> candidates = code::addressCandidates(code, localIpv4Addresses());
-    if (!candidates.isEmpty()) {
-        for (const quint32 candidate : candidates) {
-            const QHostAddress address(candidate);
-            if (!plausiblePanelAddress(address)) continue;
-            finish({PanelAddress{address.toString(), kDefaultControlPort, QString()}, 0, QString()});
-            return;
+QList<PanelAddress> CodeResolver::sweep(const QList<PanelAddress>& list) const {
+    QList<PanelAddress> out = list;
+    if (!m_lookup.panels) return out;
+    int added = 0;
+    for (const KLUF_DEVICE_INFO& info : m_lookup.panels()) {
+        if (added >= kMaxSweep) break;
+        const PanelAddress panel = fromRecord(info);
+        if (panel.address.isEmpty() || listed(out, panel)) continue;
+        out << panel;
+        ++added;
+    }
+    return out;
+}
+
+void CodeResolver::resolveCode(const QString& code, const QList<PanelAddress>& first) {
+    QList<PanelAddress> list = knownCandidates(code, first);
+    QString wrongAddress;
+    for (const quint32 candidate : code::addressCandidates(code, localIpv4Addresses())) {
+        const QHostAddress address(candidate);
+        if (!plausiblePanelAddress(address)) {
+            if (wrongAddress.isEmpty()) wrongAddress = address.toString();
+            continue;
         }
-        finish({std::nullopt, zv_error::WRONG_CODE,
-                QStringLiteral("code %1 names %2, which is no panel address of this network")
-                    .arg(code, QHostAddress(candidates.first()).toString())});
+        append(list, PanelAddress{address.toString(), kDefaultControlPort, QString(), QString()});
+        break;
+    }
+    if (!list.isEmpty()) {
+        finish({sweep(list), 0, QString()});
         return;
     }
-    // A short or custom code: only discovery knows it; give it a moment.
+    // Nothing points at a panel yet: give discovery a moment, then try what it lists.
     const quint64 generation = m_generation;
     auto* poll = new QTimer(this);
     poll->setInterval(100);
     auto waited = std::make_shared<int>(0);
-    connect(poll, &QTimer::timeout, this, [this, poll, waited, code, generation] {
+    connect(poll, &QTimer::timeout, this, [this, poll, waited, code, generation, wrongAddress] {
         *waited += poll->interval();
         if (generation != m_generation) {
             poll->deleteLater();
             return;
         }
-        if (tryDiscovery(code)) {
+        const QList<PanelAddress> found = knownCandidates(code, {});
+        if (!found.isEmpty()) {
             poll->deleteLater();
+            finish({sweep(found), 0, QString()});
         } else if (*waited >= kDiscoveryGraceMs) {
             poll->deleteLater();
-            finish({std::nullopt, zv_error::WRONG_CODE, QStringLiteral("no panel announces code %1").arg(code)});
+            const QList<PanelAddress> swept = sweep({});
+            if (!swept.isEmpty()) {
+                finish({swept, 0, QString()});
+            } else if (!wrongAddress.isEmpty()) {
+                finish({{}, zv_error::WRONG_CODE,
+                        QStringLiteral("code %1 names %2, which is no panel address of this network, and discovery "
+                                       "lists no panel")
+                            .arg(code, wrongAddress)});
+            } else {
+                finish({{}, zv_error::WRONG_CODE, QStringLiteral("no panel found for code %1").arg(code)});
+            }
         }
     });
     poll->start();

@@ -50,12 +50,15 @@ void LibraryCore::startIoLocked() {
     events.exception = [this](tagNotifyExceptionType_ type, const std::function<void(tagNotifyExceptionParams_&)>& fill) {
         raiseException(type, fill);
     };
-    auto lookup = [this](const QString& code) { return lookupCode(code); };
+    CodeResolver::DiscoveryLookup lookup;
+    lookup.byCode = [this](const QString& code) { return lookupCode(code); };
+    lookup.panels = [this] { return discoveredPanels(); };
     auto known = m_knownPanels;
     auto reportError = [this](uint32_t code) { this->reportError(code); };
     auto made = m_io->call(
         [events, lookup, known, reportError, context = m_io->context()] {
             auto* session = new ClientSession(events, lookup, known, context);
+            session->ensureIdentity();  // made at first start, not at the first log-in
             auto* cast = new CastSession(session, events.exception, reportError, context);
             auto* watchdog = new Watchdog(session, cast, context);
             return std::make_tuple(session, cast, watchdog);
@@ -139,6 +142,11 @@ void LibraryCore::stopDiscovery() {
 void LibraryCore::refreshDiscovery() {
     std::lock_guard<std::mutex> lock(m_discoveryMutex);
     if (m_browser) m_browser->refresh();
+}
+
+std::vector<KLUF_DEVICE_INFO> LibraryCore::discoveredPanels() const {
+    std::lock_guard<std::mutex> lock(m_discoveryMutex);
+    return m_browser ? m_browser->panels() : std::vector<KLUF_DEVICE_INFO>();
 }
 
 std::optional<KLUF_DEVICE_INFO> LibraryCore::lookupCode(const QString& code) const {

@@ -75,6 +75,7 @@ public:
     void stopDiscovery();
     void refreshDiscovery();
     std::optional<KLUF_DEVICE_INFO> lookupCode(const QString& code) const;
+    std::vector<KLUF_DEVICE_INFO> discoveredPanels() const;
 
     // Ends the session, discovery and the I/O thread; a later call starts afresh.
     void shutdown();

@@ -2,15 +2,16 @@
 
 #include <unistd.h>
 
+#include <QElapsedTimer>
 #include <QPointer>
-#include <QSslConfiguration>
-#include <QSslSocket>
 #include <QTcpSocket>
 #include <QTimer>
 
 #include <memory>
 
 #include "casting/Log.h"
+#include "transport/TlsEngine.h"
+#include "transport/TlsHandshake.h"
 
 namespace zv {
 
@@ -24,19 +25,16 @@ void logConnectFailure(const QString& target, const QString& reason) {
     ZV_LOG(WARNING) << " TLS connection to " << target.toStdString() << " failed: " << reason.toStdString();
 }
 
-void configureTls(QSslSocket* socket) {
-    socket->setProtocol(QSsl::TlsV1_3OrLater);
-    // No certificate authorities: the panel key is pinned by the caller.
-    socket->setPeerVerifyMode(QSslSocket::VerifyNone);
-}
-
 }  // namespace
 
 // ---- MessageChannel
 
-MessageChannel::MessageChannel(QTcpSocket* socket, QObject* parent)
+MessageChannel::MessageChannel(QTcpSocket* socket, QObject* parent) : MessageChannel(socket, nullptr, parent) {}
+
+MessageChannel::MessageChannel(QTcpSocket* socket, std::unique_ptr<TlsEngine> tls, QObject* parent)
     : QObject(parent),
       m_socket(socket),
+      m_tls(std::move(tls)),
       m_heartbeatTimer(new QTimer(this)),
       m_closeTimer(new QTimer(this)),
       m_peerAddress(socket->peerAddress()),
@@ -52,6 +50,8 @@ MessageChannel::MessageChannel(QTcpSocket* socket, QObject* parent)
         this,
         [this] {
             if (m_state != State::Open) return;
+            // What came with the handshake's last flight, then what waits in the socket.
+            if (m_tls && !takeIncoming(QByteArray())) return;
             if (m_socket->bytesAvailable() > 0) onReadyRead();
             if (m_state == State::Open && m_socket->state() != QAbstractSocket::ConnectedState) onDisconnected();
         },
@@ -64,10 +64,31 @@ MessageChannel::~MessageChannel() {
 }
 
 QString MessageChannel::peerName() const { return endpoint(m_peerAddress, m_peerPort); }
+QHostAddress MessageChannel::localAddress() const { return m_socket->localAddress(); }
+quint16 MessageChannel::localPort() const { return m_socket->localPort(); }
+QByteArray MessageChannel::peerKeyHash() const { return m_tls ? m_tls->peerKeyHash() : QByteArray(); }
+QString MessageChannel::peerKeyId() const { return m_tls ? m_tls->peerKeyId() : QString(); }
+QByteArray MessageChannel::ownKeyHash() const { return m_tls ? m_tls->ownKeyHash() : QByteArray(); }
 
-QSslCertificate MessageChannel::peerCertificate() const {
-    const auto* ssl = qobject_cast<const QSslSocket*>(m_socket);
-    return ssl ? ssl->peerCertificate() : QSslCertificate();
+keys::Exporter MessageChannel::exporter() const {
+    // Called in the channel's thread; the guard makes a late call harmless.
+    const QPointer<const MessageChannel> guard(this);
+    return [guard](const QByteArray& label, const QByteArray& context, int length) -> QByteArray {
+        if (!guard || !guard->m_tls) return {};
+        return guard->m_tls->exportKeyingMaterial(label, context, length);
+    };
+}
+
+void MessageChannel::flush() { m_socket->flush(); }
+
+void MessageChannel::writeOut(const QByteArray& plain) {
+    if (!m_tls) {
+        m_socket->write(plain);
+        return;
+    }
+    if (!plain.isEmpty()) m_tls->writePlaintext(plain);
+    const QByteArray out = m_tls->takeCiphertext();
+    if (!out.isEmpty()) m_socket->write(out);
 }
 
 bool MessageChannel::send(wire::Envelope envelope) {
@@ -79,7 +100,14 @@ bool MessageChannel::send(wire::Envelope envelope) {
                       << "\" message to " << peerName().toStdString() << ": above the frame limit";
         return false;
     }
-    return m_socket->write(frame) == frame.size();
+    writeOut(frame);
+    return m_socket->state() == QAbstractSocket::ConnectedState;
+}
+
+bool MessageChannel::sendRawForTesting(const QByteArray& bytes) {
+    if (m_state != State::Open) return false;
+    writeOut(bytes);
+    return true;
 }
 
 void MessageChannel::close(const QString& reason) {
@@ -88,6 +116,10 @@ void MessageChannel::close(const QString& reason) {
     m_closeReason = reason;
     m_heartbeatTimer->stop();
     ZV_LOG(INFO) << " closing the connection with " << peerName().toStdString() << ": " << reason.toStdString();
+    if (m_tls) {
+        m_tls->close();  // close_notify: the peer tells an orderly end from a cut
+        writeOut(QByteArray());
+    }
     m_closeTimer->start(kCloseFlushMs);
     // Emits disconnected at once when nothing is left to write.
     m_socket->disconnectFromHost();
@@ -128,7 +160,29 @@ void MessageChannel::onHeartbeatTick() {
 void MessageChannel::onReadyRead() {
     const QByteArray data = m_socket->readAll();
     if (m_state != State::Open || data.isEmpty()) return;  // closing: drained and ignored
-    processIncoming(data);
+    takeIncoming(data);
+}
+
+bool MessageChannel::takeIncoming(const QByteArray& data) {
+    if (!m_tls) {
+        processIncoming(data);
+        return m_state == State::Open;
+    }
+    m_tls->feedCiphertext(data);
+    writeOut(QByteArray());  // alerts, our answer to close_notify
+    QPointer<MessageChannel> self(this);
+    const QByteArray plain = m_tls->readPlaintext();
+    if (!plain.isEmpty()) processIncoming(plain);
+    if (!self || m_state != State::Open) return false;
+    if (m_tls->state() == TlsEngine::State::Failed) {
+        failProtocol(QStringLiteral("TLS: ") + m_tls->errorString());
+        return false;
+    }
+    if (m_tls->peerClosed()) {
+        onDisconnected();
+        return false;
+    }
+    return true;
 }
 
 void MessageChannel::processIncoming(const QByteArray& data) {
@@ -161,7 +215,16 @@ void MessageChannel::onDisconnected() {
     if (m_state != State::Open) return;
     // A peer may send its last message and close at once: take it first.
     QPointer<MessageChannel> self(this);
-    if (m_socket->bytesAvailable() > 0) processIncoming(m_socket->readAll());
+    if (m_socket->bytesAvailable() > 0) {
+        const QByteArray rest = m_socket->readAll();
+        if (m_tls) {
+            m_tls->feedCiphertext(rest);
+            const QByteArray plain = m_tls->readPlaintext();
+            if (!plain.isEmpty()) processIncoming(plain);
+        } else {
+            processIncoming(rest);
+        }
+    }
     if (!self || m_state != State::Open) return;
     QString reason = QStringLiteral("peer closed the connection");
     if (m_decoder.pendingBytes() > 0)
@@ -198,73 +261,79 @@ void MessageChannel::finish(const QString& reason) {
     m_heartbeatTimer->stop();
     m_closeTimer->stop();
     m_socket->disconnect(this);
+    m_socket->flush();  // an alert or close_notify still queued
     m_socket->abort();
     emit closed(reason);
 }
 
 // ---- client helpers
 
-void MessageChannel::connectTls(const QString& host, quint16 port, int timeoutMs, QObject* context, ConnectDone done) {
+void MessageChannel::connectTls(const QString& host, quint16 port, int timeoutMs, const TlsCredentials& credentials,
+                                QObject* context, ConnectDone done) {
     // The socket is the context's child: gone with it, and no callback then.
-    auto* socket = new QSslSocket(context);
-    configureTls(socket);
-    auto* timer = new QTimer(socket);
-    timer->setSingleShot(true);
+    auto* socket = new QTcpSocket(context);
     const QString target = host + QLatin1Char(':') + QString::number(port);
     // Cleared as soon as the context starts dying, before its children go.
     const QPointer<QObject> guard(context);
     const bool hasContext = context != nullptr;
-    auto report = [guard, hasContext, done](MessageChannel* channel, const QString& error) {
-        if (hasContext && !guard) {
-            delete channel;
-            return;
-        }
-        done(channel, error);
-    };
-
-    // Runs at most once: every path first cuts the socket's connections.
-    auto fail = [socket, timer, report, target](const QString& reason) {
-        timer->stop();
-        socket->disconnect();
-        socket->abort();
-        socket->deleteLater();
-        logConnectFailure(target, reason);
-        report(nullptr, reason);
-    };
-    QObject::connect(socket, &QSslSocket::encrypted, socket, [socket, timer, report] {
-        timer->stop();
-        socket->disconnect();
-        delete timer;
-        socket->setParent(nullptr);
-        report(new MessageChannel(socket), QString());
-    });
-    QObject::connect(socket, &QAbstractSocket::errorOccurred, socket, [socket, fail] { fail(socket->errorString()); });
-    QObject::connect(timer, &QTimer::timeout, socket, [fail, timeoutMs] {
-        fail(QStringLiteral("no answer within %1 ms").arg(timeoutMs));
-    });
-    timer->start(timeoutMs);
-    socket->connectToHostEncrypted(host, port);
+    runTlsHandshake(socket,
+                    std::make_unique<TlsEngine>(TlsEngine::Mode::Client, credentials.privateKeyPem,
+                                                credentials.certificatePem),
+                    timeoutMs, QStringLiteral("no answer within %1 ms").arg(timeoutMs),
+                    [guard, hasContext, done, target](MessageChannel* channel, const QString& error) {
+                        if (hasContext && !guard) {
+                            delete channel;
+                            return;
+                        }
+                        if (channel == nullptr) logConnectFailure(target, error);
+                        done(channel, error);
+                    });
+    socket->connectToHost(host, port);
 }
 
-MessageChannel* MessageChannel::connectTlsBlocking(const QString& host, quint16 port, int timeoutMs, QString* error) {
-    auto socket = std::make_unique<QSslSocket>();
-    configureTls(socket.get());
-    socket->connectToHostEncrypted(host, port);
-    if (!socket->waitForEncrypted(timeoutMs)) {
-        const QString reason = socket->error() == QAbstractSocket::SocketTimeoutError
-                                   ? QStringLiteral("no answer within %1 ms").arg(timeoutMs)
-                                   : socket->errorString();
-        logConnectFailure(host + QLatin1Char(':') + QString::number(port), reason);
+MessageChannel* MessageChannel::connectTlsBlocking(const QString& host, quint16 port, int timeoutMs,
+                                                   const TlsCredentials& credentials, QString* error) {
+    const QString target = host + QLatin1Char(':') + QString::number(port);
+    auto fail = [&](const QString& reason) -> MessageChannel* {
+        logConnectFailure(target, reason);
         if (error) *error = reason;
         return nullptr;
+    };
+    QElapsedTimer clock;
+    clock.start();
+    auto socket = std::make_unique<QTcpSocket>();
+    socket->connectToHost(host, port);
+    if (!socket->waitForConnected(timeoutMs)) {
+        return fail(socket->error() == QAbstractSocket::SocketTimeoutError
+                        ? QStringLiteral("no answer within %1 ms").arg(timeoutMs)
+                        : socket->errorString());
     }
-    return new MessageChannel(socket.release());
+    auto engine = std::make_unique<TlsEngine>(TlsEngine::Mode::Client, credentials.privateKeyPem,
+                                              credentials.certificatePem);
+    for (;;) {
+        const QByteArray out = engine->takeCiphertext();
+        if (!out.isEmpty()) socket->write(out);
+        socket->flush();
+        if (engine->state() == TlsEngine::State::Failed) return fail(engine->errorString());
+        if (engine->isEstablished()) break;
+        const qint64 left = timeoutMs - clock.elapsed();
+        if (left <= 0 || !socket->waitForReadyRead(int(left))) {
+            return fail(socket->error() == QAbstractSocket::SocketTimeoutError || left <= 0
+                            ? QStringLiteral("no answer within %1 ms").arg(timeoutMs)
+                            : socket->errorString());
+        }
+        engine->feedCiphertext(socket->readAll());
+    }
+    return new MessageChannel(socket.release(), std::move(engine));
 }
 
 // ---- TlsServer
 
 TlsServer::TlsServer(const QSslKey& key, const QSslCertificate& certificate, QObject* parent)
-    : QTcpServer(parent), m_key(key), m_certificate(certificate) {}
+    : TlsServer(TlsCredentials::of(key, certificate), parent) {}
+
+TlsServer::TlsServer(TlsCredentials credentials, QObject* parent)
+    : QTcpServer(parent), m_credentials(std::move(credentials)) {}
 
 void TlsServer::incomingConnection(qintptr socketDescriptor) {
     if (m_pendingHandshakes >= kMaxPendingHandshakes) {
@@ -272,49 +341,36 @@ void TlsServer::incomingConnection(qintptr socketDescriptor) {
         ::close(int(socketDescriptor));
         return;
     }
-    auto* socket = new QSslSocket(this);
+    auto* socket = new QTcpSocket(this);
     if (!socket->setSocketDescriptor(socketDescriptor)) {
         ZV_LOG(WARNING) << " cannot take an accepted connection: " << socket->errorString().toStdString();
         delete socket;
         return;
     }
-    configureTls(socket);
-    socket->setLocalCertificate(m_certificate);
-    socket->setPrivateKey(m_key);
     const QString peer = endpoint(socket->peerAddress(), socket->peerPort());
-    auto* timer = new QTimer(socket);
-    timer->setSingleShot(true);
     ++m_pendingHandshakes;
-
-    // Each path cuts the socket's and timer's connections to this server
-    // first, so only one of them ever runs.
-    connect(socket, &QSslSocket::encrypted, this, [this, socket, timer] { acceptHandshake(socket, timer); });
-    connect(socket, &QAbstractSocket::errorOccurred, this,
-            [this, socket, timer, peer] { dropHandshake(socket, timer, peer, socket->errorString()); });
-    connect(timer, &QTimer::timeout, this, [this, socket, timer, peer] {
-        dropHandshake(socket, timer, peer, QStringLiteral("no handshake within %1 ms").arg(m_handshakeTimeoutMs));
-    });
-    timer->start(m_handshakeTimeoutMs);
-    socket->startServerEncryption();
-}
-
-void TlsServer::acceptHandshake(QSslSocket* socket, QTimer* timer) {
-    --m_pendingHandshakes;
-    socket->disconnect(this);
-    delete timer;
-    auto* channel = new MessageChannel(socket, this);
-    ZV_VLOG(1) << " TLS session with " << channel->peerName().toStdString();
-    emit newChannel(channel);
-}
-
-void TlsServer::dropHandshake(QSslSocket* socket, QTimer* timer, const QString& peer, const QString& reason) {
-    --m_pendingHandshakes;
-    timer->disconnect(this);
-    socket->disconnect(this);
-    socket->abort();
-    socket->deleteLater();
-    ZV_LOG(WARNING) << " TLS handshake with " << peer.toStdString() << " failed: " << reason.toStdString();
-    emit handshakeFailed(peer, reason);
+    const QPointer<TlsServer> self(this);
+    runTlsHandshake(socket,
+                    std::make_unique<TlsEngine>(TlsEngine::Mode::Server, m_credentials.privateKeyPem,
+                                                m_credentials.certificatePem),
+                    m_handshakeTimeoutMs, QStringLiteral("no handshake within %1 ms").arg(m_handshakeTimeoutMs),
+                    [self, peer](MessageChannel* channel, const QString& error) {
+                        if (!self) {
+                            delete channel;
+                            return;
+                        }
+                        --self->m_pendingHandshakes;
+                        if (channel == nullptr) {
+                            ZV_LOG(WARNING) << " TLS handshake with " << peer.toStdString()
+                                            << " failed: " << error.toStdString();
+                            emit self->handshakeFailed(peer, error);
+                            return;
+                        }
+                        channel->setParent(self);
+                        ZV_VLOG(1) << " TLS session with " << channel->peerName().toStdString() << ", client key "
+                                   << channel->peerKeyId().toStdString();
+                        emit self->newChannel(channel);
+                    });
 }
 
 }  // namespace zv
