@@ -178,15 +178,14 @@ void ClientSession::connectTo(const PanelAddress& panel, const wire::Hello& hell
                          .arg(shortKeyId(key), shortKeyId(panel.expectedKey)));
                 return;
             }
-            if (code.isEmpty() && !panel.name.isEmpty()) {
-                // Without a code only the pin speaks for the panel.
-                const std::optional<KnownPanels::Entry> pinned = m_knownPanels->byName(panel.name);
-                if (pinned && pinned->key != key) {
+            if (code.isEmpty()) {
+                // Without a code only the pin speaks for the panel. A caller
+                // that named none (a script giving an address) is checked
+                // against the name the certificate gives, before hello.
+                const QString name = panel.name.isEmpty() ? channel->peerCommonName() : panel.name;
+                if (const std::optional<QString> conflict = pinConflict(name, key)) {
                     delete channel;
-                    fail(QStringLiteral("panel \"%1\" shows key %2, but this PC knows it with key %3. If it was "
-                                        "reinstalled, log in with the code it shows, or run "
-                                        "\"zelvanor-cli forget --panel '%1'\"")
-                             .arg(panel.name, shortKeyId(key), shortKeyId(pinned->key)));
+                    fail(*conflict);
                     return;
                 }
             }
@@ -281,6 +280,16 @@ void ClientSession::onPakeReply(Attempt& attempt, const wire::PakeReply& reply) 
     attempt.channel->send(wrap(confirm));
 }
 
+std::optional<QString> ClientSession::pinConflict(const QString& name, const QString& key) const {
+    if (name.isEmpty()) return std::nullopt;
+    const std::optional<KnownPanels::Entry> pinned = m_knownPanels->byName(name);
+    if (!pinned || pinned->key == key) return std::nullopt;
+    return QStringLiteral("panel \"%1\" shows key %2, but this PC knows it with key %3. If it was "
+                          "reinstalled, log in with the code it shows, or run "
+                          "\"zelvanor-cli forget --panel '%1'\"")
+        .arg(name, shortKeyId(key), shortKeyId(pinned->key));
+}
+
 void ClientSession::onWelcome(Attempt& attempt, const wire::Welcome& welcome) {
     if (attempt.proof && !attempt.confirmed) {
         LoginResult result;
@@ -301,6 +310,20 @@ void ClientSession::onWelcome(Attempt& attempt, const wire::Welcome& welcome) {
         ZV_LOG(WARNING) << " " << result.detail.toStdString();
         attempt.fail(result);
         return;
+    }
+    if (!attempt.proof) {
+        // No code: the name the panel gives itself must not belong to a
+        // panel this PC knows with another key (also when the caller named
+        // no panel, as a script that gives only an address).
+        const QString name = QString::fromStdString(welcome.panel().name());
+        if (const std::optional<QString> conflict = pinConflict(name, attempt.panel.expectedKey)) {
+            LoginResult result;
+            result.error = zv_error::CONNECT_FAILED;
+            result.detail = *conflict;
+            ZV_LOG(WARNING) << " " << result.detail.toStdString();
+            attempt.fail(result);
+            return;
+        }
     }
     disconnect(attempt.channel, nullptr, this, nullptr);
     m_panel = attempt.panel;

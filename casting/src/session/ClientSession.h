@@ -113,6 +113,8 @@ private:
     void onWelcome(Attempt& attempt, const wire::Welcome& welcome);
     void onRefused(Attempt& attempt, const wire::Refused& refused);
     void onBye(const wire::Bye& bye);
+    // The error text when name is pinned to another key than key.
+    std::optional<QString> pinConflict(const QString& name, const QString& key) const;
     void adopt(MessageChannel* channel, const wire::Welcome& welcome);
     void onMissedBeats(int count);
     void onChannelClosed(const QString& reason);

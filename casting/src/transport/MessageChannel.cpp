@@ -74,6 +74,7 @@ QHostAddress MessageChannel::localAddress() const { return m_socket->localAddres
 quint16 MessageChannel::localPort() const { return m_socket->localPort(); }
 QByteArray MessageChannel::peerKeyHash() const { return m_tls ? m_tls->peerKeyHash() : QByteArray(); }
 QString MessageChannel::peerKeyId() const { return m_tls ? m_tls->peerKeyId() : QString(); }
+QString MessageChannel::peerCommonName() const { return m_tls ? m_tls->peerCommonName() : QString(); }
 QByteArray MessageChannel::ownKeyHash() const { return m_tls ? m_tls->ownKeyHash() : QByteArray(); }
 
 keys::Exporter MessageChannel::exporter() const {

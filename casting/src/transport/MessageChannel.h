@@ -85,6 +85,7 @@ public:
     // the SubjectPublicKeyInfo and its 43-character id. Empty when plain.
     QByteArray peerKeyHash() const;
     QString peerKeyId() const;
+    QString peerCommonName() const;
     QByteArray ownKeyHash() const;
     // The TLS exporter of this connection. It answers only while the channel
     // exists (empty bytes afterwards, or for a plain channel): keys derived

@@ -42,6 +42,21 @@ QString takeOpenSslErrors() {
     return lines.join(QStringLiteral("; "));
 }
 
+// The subject's common name (the name the peer's certificate was made
+// with), empty if it has none.
+QString commonNameOf(X509* certificate) {
+    X509_NAME* subject = X509_get_subject_name(certificate);
+    const int index = subject ? X509_NAME_get_index_by_NID(subject, NID_commonName, -1) : -1;
+    if (index < 0) return QString();
+    ASN1_STRING* data = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index));
+    unsigned char* utf8 = nullptr;
+    const int length = ASN1_STRING_to_UTF8(&utf8, data);
+    if (length < 0) return QString();
+    const QString name = QString::fromUtf8(reinterpret_cast<const char*>(utf8), length);
+    OPENSSL_free(utf8);
+    return name;
+}
+
 QByteArray publicKeyDer(EVP_PKEY* key) {
     if (!key) return {};
     unsigned char* der = nullptr;
@@ -154,7 +169,10 @@ void TlsEngine::continueHandshake() {
     const int result = SSL_do_handshake(m_ssl.get());
     if (result == 1) {
         X509* peer = SSL_get0_peer_certificate(m_ssl.get());
-        if (peer != nullptr) m_peerSpki = publicKeyDer(X509_get0_pubkey(peer));
+        if (peer != nullptr) {
+            m_peerSpki = publicKeyDer(X509_get0_pubkey(peer));
+            m_peerCommonName = commonNameOf(peer);
+        }
         if (m_peerSpki.isEmpty() && peerMustShowKey()) {
             fail(QStringLiteral("the peer showed no usable public key"));
             return;

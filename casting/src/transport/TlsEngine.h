@@ -74,6 +74,9 @@ public:
     // The peer's DER SubjectPublicKeyInfo, its SHA-256 and its key id; empty
     // before the handshake is done.
     QByteArray peerPublicKeyDer() const { return m_peerSpki; }
+    // The common name of the peer's certificate (a panel's is its name at
+    // first start; the peer chooses it, so it proves nothing by itself).
+    QString peerCommonName() const { return m_peerCommonName; }
     QByteArray peerKeyHash() const;
     QString peerKeyId() const;
     // The same for our own key; empty only when the engine failed to set up.
@@ -102,6 +105,7 @@ private:
     QByteArray m_pendingWrites;  // written before the handshake finished
     QByteArray m_ownSpki;
     QByteArray m_peerSpki;
+    QString m_peerCommonName;
     bool m_peerClosed = false;
     bool m_handshakeDone = false;
 };
