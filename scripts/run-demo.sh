@@ -27,9 +27,11 @@ fi
 for _ in $(seq 100); do grep -q '"ready"' "$STATE/receiver.out" 2>/dev/null && break; sleep 0.1; done
 grep '"ready"' "$STATE/receiver.out" || { echo "the receiver did not start"; exit 1; }
 port=$(sed -n 's/.*"port":\([0-9]*\).*/\1/p' "$STATE/receiver.out" | head -1)
+# The code the panel shows proves both ends to each other (key exchange).
+code=$(sed -n 's/.*"code":"\([0-9A-Z]*\)".*/\1/p' "$STATE/receiver.out" | head -1)
 
 echo "Casting this screen to the receiver for 10 minutes (zelvanor-cli cast)..."
-"$BIN/zelvanor-cli" cast --address "127.0.0.1:$port" --protocol udp --seconds 600 < /dev/null & pids+=($!)
+"$BIN/zelvanor-cli" cast --address "127.0.0.1:$port" --code "$code" --protocol udp --seconds 600 < /dev/null & pids+=($!)
 
 echo "Opening the client; close its window to end the demo."
 "$BIN/zelvanor"
