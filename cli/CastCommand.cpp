@@ -83,11 +83,11 @@ int runCast(const QStringList& arguments) {
                                     QStringLiteral("ID"));
     const QCommandLineOption seconds(QStringLiteral("seconds"), QStringLiteral("How long to cast (default 10)."),
                                      QStringLiteral("N"), QStringLiteral("10"));
-    const QCommandLineOption protocol(QStringLiteral("protocol"), QStringLiteral("udp, tcp or brx (default brx)."),
-                                      QStringLiteral("NAME"), QStringLiteral("brx"));
+    const QCommandLineOption protocol(QStringLiteral("protocol"), QStringLiteral("udp, tcp or brx (default udp)."),
+                                      QStringLiteral("NAME"), QStringLiteral("udp"));
     parser.addOptions({window, seconds, protocol});
     QString error;
-    ProtocolType stream = PROTOCOL_BRX;
+    ProtocolType stream = PROTOCOL_UDP;
     bool ok = parser.parse(arguments) && session.readOptions(parser, &error);
     if (ok && !protocolFromName(parser.value(protocol), &stream)) {
         error = QStringLiteral("--protocol must be udp, tcp or brx");

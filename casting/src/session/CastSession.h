@@ -24,7 +24,7 @@ class SenderPipeline;
 struct CastOptions {
     VideoStreamSource source = VIDEO_SOURCE_SCREEN;
     int windowId = 0;                        // with VIDEO_SOURCE_WINDOW
-    ProtocolType transport = PROTOCOL_BRX;
+    ProtocolType transport = PROTOCOL_UDP;  // SRTP over UDP: encrypted and the fastest
     bool audio = true;
     bool softwareEncoderPreferred = false;
     int width = 0, height = 0, fps = 30;     // 0: the screen's own size

@@ -55,7 +55,7 @@ public:
 
     // What the next cast uses (initProtocol, setWindowScreenInfo).
     struct CastChoices {
-        ProtocolType stream = PROTOCOL_BRX;
+        ProtocolType stream = PROTOCOL_UDP;  // SRTP over UDP: encrypted and the fastest
         ProtocolType reverse = PROTOCOL_TCP;
         ProtocolType mouse = PROTOCOL_TCP;
         tagWindowScreenInfo_ window{};
