@@ -18,9 +18,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArray share = bytes.mid(1, shareLength);
     const QByteArray ad = bytes.mid(1 + shareLength);
 
-    const bool wellFormed = share.size() == zv::cpace::kShareBytes &&
-                            crypto_core_ristretto255_is_valid_point(reinterpret_cast<const unsigned char*>(share.constData())) == 1 &&
-                            !sodium_is_zero(reinterpret_cast<const unsigned char*>(share.constData()), size_t(share.size()));
+    // Well formed: the canonical encoding of an element other than the
+    // identity, i.e. one that multiplying by 1 gives back unchanged. (Debian's
+    // libsodium 1.0.18 lets is_valid_point pass some non-canonical encodings,
+    // such as one with the top bit set, which CPace must refuse.)
+    bool wellFormed = false;
+    if (share.size() == zv::cpace::kShareBytes) {
+        unsigned char one[crypto_core_ristretto255_SCALARBYTES] = {1};
+        unsigned char again[crypto_core_ristretto255_BYTES];
+        wellFormed = crypto_scalarmult_ristretto255(again, one, reinterpret_cast<const unsigned char*>(share.constData())) == 0 &&
+                     sodium_memcmp(again, share.constData(), sizeof again) == 0;
+    }
     for (auto role : {zv::CPace::Role::Initiator, zv::CPace::Role::Responder}) {
         zv::CPace pace = zv::CPace::start(role, "4F7K2Q9M", "channel", "0123456789abcdef", "ours");
         const auto isk = pace.finish(share, ad);

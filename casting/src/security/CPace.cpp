@@ -70,6 +70,9 @@ QByteArray calculateGenerator(const QByteArray& prs, const QByteArray& ci, const
 
 std::optional<QByteArray> scalarMultVfy(const QByteArray& scalar, const QByteArray& point) {
     if (scalar.size() != kScalarBytes || point.size() != kShareBytes || !ensureSodium()) return std::nullopt;
+    // No canonical encoding has the top bit set; Debian's libsodium (1.0.18)
+    // ignores it when decoding, so a flipped bit would pass as the same point.
+    if ((uint8_t(point.at(kShareBytes - 1)) & 0x80) != 0) return std::nullopt;
     QByteArray result(crypto_core_ristretto255_BYTES, '\0');
     // Fails on a non-canonical or invalid encoding and on an identity result;
     // the identity as input yields the identity, so it fails as well.
