@@ -1,6 +1,7 @@
 #include "ui/LibraryCallbacks.h"
 
 #include "ui/OrvixUpgrade.h"
+#include "ui/ReverseScreen.h"
 
 using qorquicomponents::OrvixUpgrade;
 
@@ -29,6 +30,16 @@ int reverseControlCallback(CtrlMouseInfo_S* info, bool pressed, int first, int s
     if (user == nullptr) return -1;
     static_cast<OrvixUpgrade*>(user)->screenReverseControl(info, static_cast<char>(pressed), first, second);
     return 0;
+}
+
+long reverseScreenStreamCallback(int type, char* data, int length, void* user) {
+    if (user == nullptr) return 0;
+    static_cast<qorquicomponents::ReverseScreen*>(user)->inputStream(type, data, length);
+    return 0;
+}
+
+long inputStreamDataCallBack(int type, char* data, int length, void* user) {
+    return reverseScreenStreamCallback(type, data, length, user);
 }
 
 void* pushMouseCallBack(void* first, int, int, int) { return first; }

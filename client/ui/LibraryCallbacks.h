@@ -23,5 +23,11 @@ void captureMouseCallback(int& x, int& y, MOUSESTATUS& status, void* user, bool&
 // screenReverseControl. Returns 0; -1 with a null user.
 int reverseControlCallback(CtrlMouseInfo_S* info, bool pressed, int first, int second, void* user);
 
+// Pieces of the panel's stream (reverse screen): handed to the reverse-screen
+// view given as user (a qorquicomponents::ReverseScreen) for its player.
+// Always 0; nothing happens with a null user.
+long reverseScreenStreamCallback(int type, char* data, int length, void* user);
+long inputStreamDataCallBack(int type, char* data, int length, void* user);
+
 // Registered nowhere; returns its first argument.
 void* pushMouseCallBack(void* first, int, int, int);

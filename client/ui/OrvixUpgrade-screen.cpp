@@ -425,29 +425,6 @@ void OrvixUpgrade::onStartKLUFScreen(const DeviceShowInfo& info) {
 }
 
 // ---------------------------------------------------------------------------
-// Stopping the reverse screen
-// ---------------------------------------------------------------------------
-
-void OrvixUpgrade::onStopReverseScreen() {
-    if (m_screenStatus != ReverseScreeningStatus) {
-        hideLoading();
-        return;
-    }
-    mirk_async::ASYNC(
-        [] {
-            Daemon::getInstance().setReconnect(0);
-            Daemon::getInstance().destroyDaemon();
-            CManageAll::getInstance()->stopShare();
-        },
-        [this] {
-            m_screenStatus = ConnectedStatus;
-            if (m_isDisconnectAfterStop) onStopConnect();
-            hideLoading();
-        },
-        this);
-}
-
-// ---------------------------------------------------------------------------
 // Window casting from the screen page
 // ---------------------------------------------------------------------------
 

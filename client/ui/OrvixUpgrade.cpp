@@ -239,6 +239,7 @@ void OrvixUpgrade::initConnect() {
         ui->stackedWidget->setCurrentWidget(m_screenPage);
     });
     connect(ui->minBtn, &QPushButton::clicked, this, &QWidget::showMinimized);
+    initReverseFlow();
     connect(ui->closeBtn, &QPushButton::clicked, this, &QWidget::close);
 }
 
@@ -275,11 +276,6 @@ std::function<void()> OrvixUpgrade::trackedWork(std::function<void()> work) {
         work();
         --m_runningWorks;
     };
-}
-
-int OrvixUpgrade::reverseScreenThreadFun() {
-    ZV_LOG(WARNING) << " reverse screen requests are not wired in this build";
-    return 0;
 }
 
 int OrvixUpgrade::fileScreenThreadFun() {

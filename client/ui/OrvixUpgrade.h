@@ -41,6 +41,7 @@ class QDesktopWidget;
 class QSystemTrayIcon;
 class QTimer;
 class TestExceptionDispatch;
+class TestReverseScreen;
 class TestScreenCast;
 class TestSessionController;
 
@@ -67,6 +68,7 @@ class OrvixUpgrade : public QWidget {
     friend class ::TestSessionController;
     friend class ::TestScreenCast;
     friend class ::TestExceptionDispatch;
+    friend class ::TestReverseScreen;
 
 public:
     // Session state values.
@@ -112,8 +114,7 @@ public:
     // The reverse-screen view; its setters may be called from any thread.
     ReverseScreen* getReverseScreenWindow() const { return m_reverseScreen; }
 
-    // Request-thread bodies of the flows not wired in this build.
-    int reverseScreenThreadFun();
+    // Request-thread body of the flow not wired in this build.
     int fileScreenThreadFun();
 
     // ---- Connect and log-in: OrvixUpgrade-connect.cpp --------------------
@@ -160,8 +161,12 @@ public:
     void deviceUpdateNotify(const KLUF_DEVICE_INFO& record);
     void deviceComingNotify(const KLUF_DEVICE_INFO& record);
 
+    // ---- Reverse screen: OrvixUpgrade-reverse.cpp ------------------------
+    // Reverse-screen request-thread body: logs in unless connected, then
+    // asks the panel for its screen.
+    int reverseScreenThreadFun();
+
     // ---- Flows to come, one file each ------------------------------------
-    // Reverse screen: OrvixUpgrade-reverse.cpp.
     // Panel list: OrvixUpgrade-panels.cpp.
     // Window casting: OrvixUpgrade-window.cpp.
     // File casting: OrvixUpgrade-file.cpp.
@@ -211,7 +216,6 @@ public slots:
     void onRestartMirroring();
     // Casts to a panel picked by its address (the discovery path).
     void onStartKLUFScreen(const DeviceShowInfo& info);
-    void onStopReverseScreen();
     // Window casting from the screen page: connect first (from the screen
     // page), then open the window selection.
     void onDealWithWindowScreen(const QString& code);
@@ -221,6 +225,12 @@ public slots:
     void onVoiceScreenRequestResult(bool on);
     void onScreenReverseRequestResult(bool on);
     void onRealScreenResolution(int width, int height);
+
+    // Reverse screen (OrvixUpgrade-reverse.cpp): start by connect code from
+    // the share page or the connect page's entry, the request's result, stop.
+    void onStartCodeReverseScreen(const QString& code);
+    void onReverseScreenRequestResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device);
+    void onStopReverseScreen();
 
     // Exceptions and tips.
     void onDealWithCallbackException(unsigned int type);
@@ -258,6 +268,9 @@ private:
     bool showFileScreenPages(const QString& path);
     void startWatchers();
     void stopWatchers();
+
+    // Reverse screen.
+    void initReverseFlow();
 
     // Exceptions and tips.
     void showNotice(const QString& icon, const QString& title, const QString& text, bool titleShown = true);
@@ -332,6 +345,10 @@ private:
     std::mutex m_cpuMemMutex;
     std::condition_variable m_cpuMemCond;
     std::atomic<bool> m_isCpuMemRunning{false};
+
+    // Reverse screen: set while a stop is under way, so a second stop
+    // (window closed, then the panel's end notice) does nothing.
+    bool m_isReverseStopping = false;
 
     // Exceptions and tips.
     bool m_isMirroringAbnormal = false;  // the first 0xF320200A of a session was seen
