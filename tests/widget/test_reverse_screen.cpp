@@ -19,7 +19,11 @@
 #include <thread>
 #include <vector>
 
+#include <X11/Xlib.h>
+
+#include "BusinessModule/ScreenBusiness/SimulatedTouch.h"
 #include "WidgetTestSupport.h"
+#include "XvfbSession.h"
 #include "casting/CClientConfig.h"
 #include "casting/ErrorCodes.h"
 #include "casting/Singleton.h"
@@ -95,6 +99,8 @@ private slots:
     void startIsRefusedInBusyStates();
     void resultsSetTheStatesAndStopResetsTheChoices();
     void aWrongCodeFromTheSharePageEndsWhereItBegan();
+    // Last: it points DISPLAY at a private X server.
+    void simulatedTouchHoldsThePointerWhileSending();
 
 private:
     static void setState(OrvixUpgrade& window, unsigned state) { window.m_screenStatus = state; }
@@ -434,6 +440,54 @@ void TestReverseScreen::aWrongCodeFromTheSharePageEndsWhereItBegan() {
     QTRY_COMPARE_WITH_TIMEOUT(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus), 30000);
     QTRY_VERIFY(!window.isLoadingShown());
     QVERIFY(!window.getReverseScreenWindow()->isVisible());
+}
+
+void TestReverseScreen::simulatedTouchHoldsThePointerWhileSending() {
+    {
+        // No X server: the thread never starts.
+        qunsetenv("DISPLAY");
+        SimulatedTouch touch;
+        QVERIFY(!touch.start());
+        QVERIFY(!touch.isRunning());
+        touch.exitPushMouseThread();
+    }
+    if (std::system("command -v Xvfb >/dev/null 2>&1") != 0) QSKIP("no Xvfb");
+    zvtest::XvfbSession xvfb("800x600x24");
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QVERIFY(xvfb.ready());
+    Display* x11 = xvfb.connection();
+    auto pointer = [x11] {
+        Window root = 0, child = 0;
+        int rootX = 0, rootY = 0, winX = 0, winY = 0;
+        unsigned int mask = 0;
+        XQueryPointer(x11, DefaultRootWindow(x11), &root, &child, &rootX, &rootY, &winX, &winY, &mask);
+        return QPoint(rootX, rootY);
+    };
+
+    SimulatedTouch touch;
+    QVERIFY(touch.start());
+    QVERIFY(touch.isRunning());
+    touch.setTouchPoint(123, 456);
+    QCOMPARE(touch.moves(), 0L);  // nothing until sending is switched on
+    touch.setSending(true);
+    QTRY_COMPARE(pointer(), QPoint(123, 456));
+    // Held there: something else moving the pointer is undone.
+    XWarpPointer(x11, None, DefaultRootWindow(x11), 0, 0, 0, 0, 10, 10);
+    XFlush(x11);
+    QTRY_COMPARE(pointer(), QPoint(123, 456));
+    QTRY_VERIFY(touch.moves() >= 3);
+
+    touch.setSending(false);
+    touch.setTouchPoint(300, 200);
+    touch.setSending(true);
+    QTRY_COMPARE(pointer(), QPoint(300, 200));
+    touch.exitPushMouseThread();
+    QVERIFY(!touch.isRunning());
+    const long moves = touch.moves();
+    XWarpPointer(x11, None, DefaultRootWindow(x11), 0, 0, 0, 0, 10, 10);
+    XSync(x11, False);
+    QCOMPARE(pointer(), QPoint(10, 10));
+    QCOMPARE(touch.moves(), moves);
 }
 
 QTEST_MAIN(TestReverseScreen)
