@@ -215,7 +215,8 @@ long PanelSession::onException(tagNotifyExceptionType_ type, tagNotifyExceptionP
     printLine(line);
     if (self->m_reconnect && isWatchdogEvent(type)) Daemon::getInstance().pushAbnormalInfo(type, *params);
     if (type == NOTIFY_LOGOUT || type == NOTIFY_RECONNECT_FAILED || type == NOTIFY_KICKED ||
-        type == NOTIFY_SCREEN_CAST_ENDED || type == NOTIFY_AUTHORIZATION_DENIED) {
+        type == NOTIFY_SCREEN_CAST_ENDED || type == NOTIFY_AUTHORIZATION_DENIED ||
+        type == NOTIFY_REVERSE_SCREEN_ENDED || type == NOTIFY_NO_BITSTREAM) {
         QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit, Qt::QueuedConnection);
     }
     return 0;

@@ -38,6 +38,16 @@ const char* const kHelp =
     "      Lines on standard input steer the cast: pause, resume, voice on,\n"
     "      voice off, control on, control off, stop.\n"
     "\n"
+    "  reverse (--code CODE [--address IP[:PORT]] | --address IP[:PORT]) [--control] [--voice]\n"
+    "       [--seconds N] [--snapshot FILE.jpg] [--click X,Y] [--window-size WxH]\n"
+    "      Log in and show the panel's screen in a window of this display for N\n"
+    "      seconds (default 10). Prints {\"event\":\"reverse\",\"result\":...},\n"
+    "      first-picture, the session's events, and at the end the snapshot.\n"
+    "      --control asks to operate the panel; --click clicks at that pixel of\n"
+    "      the window once the picture shows. Lines on standard input: control on,\n"
+    "      control off, voice on, voice off, home, back, key-frame, click X,Y,\n"
+    "      snapshot PATH, corrupt, stop.\n"
+    "\n"
     "  forget --panel NAME\n"
     "      Forget the key this PC pinned for the panel NAME (after the panel was\n"
     "      reinstalled); the next log-in with its code pins the new key.\n"
@@ -68,6 +78,8 @@ int main(int argc, char* argv[]) {
         code = cli::runLogin(arguments);
     } else if (verb == QLatin1String("cast")) {
         code = cli::runCast(arguments);
+    } else if (verb == QLatin1String("reverse")) {
+        code = cli::runReverse(arguments);
     } else if (verb == QLatin1String("forget")) {
         code = cli::runForget(arguments);
     } else {

@@ -16,6 +16,7 @@
 #include "CodeKeeper.h"
 #include "IdleScreen.h"
 #include "PanelService.h"
+#include "ShareService.h"
 #include "StatusPrinter.h"
 #include "casting/Log.h"
 #include "casting/McUtil.h"
@@ -57,6 +58,7 @@ ReceiverApp::ReceiverApp(ReceiverOptions options, QObject* parent)
 
 ReceiverApp::~ReceiverApp() {
     m_announcer.reset();  // goodbye to browsers first
+    delete m_share;        // its capture and sender stop
     delete m_cast;         // the pipeline stops before the view goes
     m_view.reset();
     delete m_service;      // tells connected clients
@@ -138,6 +140,7 @@ bool ReceiverApp::start(QString* error) {
     castSettings.screenHeight = screenSize.height();
     m_cast = new CastService(castSettings, m_service);
     startCasting();
+    startSharing();
 
     if (!startPasscodes(*identity, identityFolder, error)) return false;
     if (m_options.discovery) startDiscovery();
@@ -373,6 +376,7 @@ void ReceiverApp::onCommand(const QByteArray& line) {
     QJsonParseError parseError{};
     const QJsonObject command = QJsonDocument::fromJson(line, &parseError).object();
     const QString name = command.value(QStringLiteral("cmd")).toString();
+    if (onShareCommand(name, command)) return;
     if (name == QLatin1String("remove")) {
         const qint64 id = command.value(QStringLiteral("client")).toVariant().toLongLong();
         if (!m_service->removeClient(id)) {

@@ -3,6 +3,8 @@
 // the idle screen, and the machine-readable status and commands.
 #pragma once
 
+#include <QJsonObject>
+
 #include <QObject>
 #include <QSocketNotifier>
 
@@ -28,6 +30,7 @@ class CastService;
 class CodeKeeper;
 class IdleScreen;
 class PanelService;
+class ShareService;
 
 class ReceiverApp : public QObject {
     Q_OBJECT
@@ -47,12 +50,17 @@ private:
     void showScreen();
     void startCasting();
     void askApproval(qint64 client, const QString& host);
+    // Reverse screen (ReceiverApp-share.cpp).
+    void startSharing();
+    bool onShareCommand(const QString& name, const QJsonObject& command);
+    void showHome();
 
     ReceiverOptions m_options;
     QString m_address;
     CodeKeeper* m_codes = nullptr;
     PanelService* m_service = nullptr;
     CastService* m_cast = nullptr;
+    ShareService* m_share = nullptr;  // the reverse screen
     std::unique_ptr<zv::media::VideoView> m_view;
     std::shared_ptr<zv::AvahiRuntime> m_avahi;
     std::unique_ptr<zv::PanelAnnouncer> m_announcer;

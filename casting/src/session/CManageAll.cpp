@@ -344,16 +344,7 @@ long CManageAll::reverseCtrlOn(int on, ScreenControlType) {
     return sent && *sent ? 0 : -1;
 }
 
-long CManageAll::shareResq(long, tagDeviceListUnitInfo_&, StreamDataCallback, void*, StreamDataCallback, void*,
-                           bool) {
-    unavailable(__FUNCTION__);
-    return FAIL;
-}
-long CManageAll::stopShare() { return unavailable(__FUNCTION__); }
-long CManageAll::requestShareKeyFrame(bool) { return unavailable(__FUNCTION__); }
-long CManageAll::voiceShareOn(int) { return unavailable(__FUNCTION__); }
-long CManageAll::reverseCtrlShareOn(int) { return unavailable(__FUNCTION__); }
-long CManageAll::pushMouseJSON(const char*) { return unavailable(__FUNCTION__); }
+// Reverse screen: CManageAll-share.cpp.
 
 void CManageAll::setFoundDeviceCallback(DeviceCallback callback) {
     m_core->editCallbacks([&](auto& c) { c.found = std::move(callback); });

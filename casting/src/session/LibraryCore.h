@@ -16,6 +16,7 @@ class CastSession;
 class ClientSession;
 class KnownPanels;
 class PanelBrowser;
+class ShareSession;
 class Watchdog;
 
 class LibraryCore {
@@ -52,6 +53,7 @@ public:
     ClientSession& session();   // I/O thread only
     CastSession& cast();        // I/O thread only
     Watchdog& watchdog();       // I/O thread only
+    ShareSession& share();      // I/O thread only: the reverse screen
 
     // What the next cast uses (initProtocol, setWindowScreenInfo).
     struct CastChoices {
@@ -93,6 +95,7 @@ private:
     ClientSession* m_session = nullptr;  // owned by the I/O thread's context
     CastSession* m_cast = nullptr;       // likewise
     Watchdog* m_watchdog = nullptr;      // likewise
+    ShareSession* m_share = nullptr;     // likewise
     std::shared_ptr<KnownPanels> m_knownPanels;
     // Loads GStreamer (its first start scans every plug-in, seconds on a cold
     // machine) while the user is still choosing a panel, so a cast request
