@@ -402,6 +402,8 @@ bool ReverseScreen::eventFilter(QObject* watched, QEvent* event) {
     if (watched == m_displayWidget) {
         const char* type = reverse_touch::touchTypeFor(event->type());
         if (type != nullptr && m_reverseControl) {
+            // The window manager adds its frame after the show: read it now.
+            refreshFrameOffsets();
             const auto* mouse = static_cast<QMouseEvent*>(event);
             const int x = reverse_touch::toPanelUnits(mouse->globalX(), this->x(), m_frameOffsetX,
                                                       m_displayWidget->width());
@@ -415,9 +417,13 @@ bool ReverseScreen::eventFilter(QObject* watched, QEvent* event) {
     return QWidget::eventFilter(watched, event);
 }
 
-void ReverseScreen::showEvent(QShowEvent* event) {
+void ReverseScreen::refreshFrameOffsets() {
     m_frameOffsetX = geometry().x() - x();
     m_frameOffsetY = geometry().y() - y();
+}
+
+void ReverseScreen::showEvent(QShowEvent* event) {
+    refreshFrameOffsets();
     QWidget::showEvent(event);
     m_sidebar->show();
     placeFloaters();

@@ -117,6 +117,8 @@ private:
     bool setPlayHandle();
     void sendTouch(const char* ctrlType, int x, int y);
     void placeFloaters();
+    // Frame border width and title bar height, from the window's geometry.
+    void refreshFrameOffsets();
     void centreSidebar();
     void showControlStatus(bool on);
 
