@@ -12,6 +12,7 @@
 #include <QImage>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QToolButton>
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -29,6 +30,7 @@
 #include "XvfbSession.h"
 #include "casting/CClientConfig.h"
 #include "casting/Singleton.h"
+#include "ui/ContentWidget/ConnectPage.h"
 #include "ui/ContentWidget/SharePage.h"
 #include "ui/MirrorPhoto.h"
 #include "ui/OrvixUpgrade.h"
@@ -89,6 +91,7 @@ class TestClientReverse : public QObject {
 private slots:
     void initTestCase();
     void reverseScreenFromTheSharePage();
+    void theConnectPagesEntryAndThePanelsStop();
 
 private:
     bool displayShowsBlocks(QWidget* display);
@@ -186,6 +189,30 @@ void TestClientReverse::reverseScreenFromTheSharePage() {
     QVERIFY(!view->isVisible());
     QCOMPARE(view->playPort(), -1);
     QCOMPARE(Singleton<CClientConfig>::getInstance().getShareReverse(), 0);
+}
+
+void TestClientReverse::theConnectPagesEntryAndThePanelsStop() {
+    // Still connected: the connect page's entry starts the next one at once.
+    QCOMPARE(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus));
+    QToolButton* entry = m_window->getConnectPage()->findChild<QToolButton*>(QStringLiteral("reverseScreenBtn"));
+    QVERIFY(entry != nullptr);
+    entry->click();
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ReverseScreeningStatus),
+                              30000);
+    QVERIFY(!m_receiver->waitForLine(statusEvent("share-started"), 10s).empty());
+    ReverseScreen* view = m_window->getReverseScreenWindow();
+    QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(view->displayWidget()), 20000);
+
+    // The panel ends it: the session stops with the "ended" notice.
+    QSignalSpy codes(m_window.get(), &OrvixUpgrade::signalMainErrorCode);
+    m_receiver->writeLine("{\"cmd\":\"stop-share\"}");
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus),
+                              15000);
+    QTRY_VERIFY(!codes.isEmpty());
+    QCOMPARE(codes.first().at(0).toUInt(), 0xF3204012u);
+    QTRY_VERIFY(!view->isReverseRunning());
+    QVERIFY(!view->isVisible());
+    QVERIFY(m_window->isVisible());
 }
 
 int main(int argc, char* argv[]) {
