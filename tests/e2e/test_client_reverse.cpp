@@ -3,8 +3,8 @@
 // known colour blocks; this process enters the other test host with a second
 // X server and drives the real main window there: a reverse screen started
 // from the share page by the receiver's code, the picture read back from the
-// client's display widget, clicks with control off and on, a snapshot, and
-// the stop.
+// client's display widget, damaged data and the key frame that mends it,
+// clicks with control off and on, a snapshot, and the stop.
 #include <QtTest/QtTest>
 
 #include <QColor>
@@ -20,8 +20,10 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "ColourBlocks.h"
 #include "NetnsPair.h"
@@ -74,6 +76,17 @@ QPoint panelPointer() {
     return QPoint(rootX, rootY);
 }
 
+void paintColours(Display* display, const QColor* colours) {
+    const Window root = DefaultRootWindow(display);
+    GC gc = XCreateGC(display, root, 0, nullptr);
+    for (int i = 0; i < 4; ++i) {
+        XSetForeground(display, gc, colours[i].rgb() & 0xFFFFFF);
+        XFillRectangle(display, root, gc, (i % 2) * kPanelW / 2, (i / 2) * kPanelH / 2, kPanelW / 2, kPanelH / 2);
+    }
+    XFreeGC(display, gc);
+    XSync(display, False);
+}
+
 void click(QWidget* target, const QPoint& local) {
     const QPointF global = target->mapToGlobal(local);
     QMouseEvent press(QEvent::MouseButtonPress, local, local, global, Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
@@ -94,7 +107,7 @@ private slots:
     void theConnectPagesEntryAndThePanelsStop();
 
 private:
-    bool displayShowsBlocks(QWidget* display);
+    bool displayShowsBlocks(QWidget* display, const QColor* colours);
 
     std::unique_ptr<ChildProcess> m_receiver;
     std::unique_ptr<OrvixUpgrade> m_window;
@@ -121,10 +134,10 @@ void TestClientReverse::initTestCase() {
     QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
 }
 
-bool TestClientReverse::displayShowsBlocks(QWidget* display) {
+bool TestClientReverse::displayShowsBlocks(QWidget* display, const QColor* colours) {
     for (int i = 0; i < 4; ++i) {
         const QPoint c = blockCentre(i, display->width(), display->height());
-        if (!near(pixelOf(g_pcX->connection(), display->winId(), c.x(), c.y()), kBlocks[i])) return false;
+        if (!near(pixelOf(g_pcX->connection(), display->winId(), c.x(), c.y()), colours[i])) return false;
     }
     return true;
 }
@@ -143,8 +156,22 @@ void TestClientReverse::reverseScreenFromTheSharePage() {
     QTRY_VERIFY(!m_window->isVisible());
     QVERIFY(view->isVisible());
     QWidget* display = view->displayWidget();
-    QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(display), 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(display, kBlocks), 20000);
     QVERIFY(view->playPort() >= 0);
+
+    // Damaged stream data: the player refuses it, the client asks the panel
+    // for a key frame, and the picture goes on (a new one arrives).
+    char garbage[4096];
+    std::memset(garbage, 0x5a, sizeof garbage);
+    int refused = 0;
+    std::thread([&] { refused = view->inputStream(1, garbage, sizeof garbage); }).join();
+    QCOMPARE(refused, -1);
+    QVERIFY(!m_receiver->waitForLine(statusEvent("share-key-frame"), 10s).empty());
+    const QColor turned[4] = {kBlocks[3], kBlocks[2], kBlocks[1], kBlocks[0]};
+    paintColours(g_panelX->connection(), turned);
+    QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(display, turned), 20000);
+    zvtest::paintBlocks(g_panelX->connection());
+    QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(display, kBlocks), 20000);
 
     // Control off: a click goes nowhere. Control on (the panel grants it):
     // a click lands on the matching pixel of the panel's screen; the first
@@ -164,6 +191,9 @@ void TestClientReverse::reverseScreenFromTheSharePage() {
              qPrintable(QStringLiteral("landed at %1,%2").arg(input.value(QLatin1String("px")).toInt())
                             .arg(input.value(QLatin1String("py")).toInt())));
     QTRY_VERIFY((panelPointer() - expected).manhattanLength() <= 6);
+    // The sidebar's home key reaches the panel.
+    view->onBackToHome();
+    QVERIFY(!m_receiver->waitForLine(statusEvent("share-home"), 10s).empty());
 
     // A snapshot is a JPEG of the panel's picture in the snapshot folder.
     const QDir folder(QString::fromStdString(qorquicomponents::mirror_photo::folder()));
@@ -201,7 +231,7 @@ void TestClientReverse::theConnectPagesEntryAndThePanelsStop() {
                               30000);
     QVERIFY(!m_receiver->waitForLine(statusEvent("share-started"), 10s).empty());
     ReverseScreen* view = m_window->getReverseScreenWindow();
-    QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(view->displayWidget()), 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(view->displayWidget(), kBlocks), 20000);
 
     // The panel ends it: the session stops with the "ended" notice.
     QSignalSpy codes(m_window.get(), &OrvixUpgrade::signalMainErrorCode);
