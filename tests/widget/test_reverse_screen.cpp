@@ -25,6 +25,7 @@
 #include "WidgetTestSupport.h"
 #include "XvfbSession.h"
 #include "casting/CClientConfig.h"
+#include "casting/Dexo.h"
 #include "casting/ErrorCodes.h"
 #include "casting/Singleton.h"
 #include "ui/ContentWidget/ConnectPage.h"
@@ -336,6 +337,18 @@ void TestReverseScreen::playerSetUpIsRetriedOnceThenTheSessionEnds() {
     QCOMPARE(inputFromLibraryThread(view, nullptr, 0), -1);
     QCOMPARE(fatalSetUpFailures(log), 2);
     QCOMPARE(g_errors.size(), size_t(1));
+
+    // The player's decode errors are logged (and a key frame is asked for);
+    // other run-time reports are not errors.
+    RunTimeInfo info{};
+    info.nModule = DEXO_MODULE_DECODER;
+    info.nType = DEXO_INFO_DECODE_ERROR;
+    ReverseScreen::callbackDecode(3, &info, &view);
+    ReverseScreen::callbackDecode(3, nullptr, &view);
+    QCOMPARE(log.countContaining("[callbackDecode]"), 0);
+    info.nErrorCode = DEXO_ERR_DECODE;
+    ReverseScreen::callbackDecode(3, &info, &view);
+    QCOMPARE(log.count("[callbackDecode] decode error, port: 3, errorCode: 7"), 1);
 
     // A stop makes the next stream set the player up afresh.
     view.stopReverseScreen();
