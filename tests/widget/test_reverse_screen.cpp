@@ -338,14 +338,16 @@ void TestReverseScreen::playerSetUpIsRetriedOnceThenTheSessionEnds() {
     QCOMPARE(fatalSetUpFailures(log), 2);
     QCOMPARE(g_errors.size(), size_t(1));
 
-    // The player's decode errors are logged (and a key frame is asked for);
-    // other run-time reports are not errors.
+    // The player's errors are logged (and a key frame is asked for); other
+    // run-time reports are not errors. (The failed set-ups above may have
+    // reported their display error already.)
+    const int before = log.countContaining("[callbackDecode]");
     RunTimeInfo info{};
     info.nModule = DEXO_MODULE_DECODER;
     info.nType = DEXO_INFO_DECODE_ERROR;
     ReverseScreen::callbackDecode(3, &info, &view);
     ReverseScreen::callbackDecode(3, nullptr, &view);
-    QCOMPARE(log.countContaining("[callbackDecode]"), 0);
+    QCOMPARE(log.countContaining("[callbackDecode]"), before);
     info.nErrorCode = DEXO_ERR_DECODE;
     ReverseScreen::callbackDecode(3, &info, &view);
     QCOMPARE(log.count("[callbackDecode] decode error, port: 3, errorCode: 7"), 1);
