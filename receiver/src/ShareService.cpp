@@ -26,8 +26,7 @@ const char* inputName(zv::wire::ShareInput::Type type) {
 }  // namespace
 
 ShareService::ShareService(Settings settings, PanelService* panel, QObject* parent)
-    : QObject(parent), m_settings(std::move(settings)), m_panel(panel),
-      m_input(std::make_unique<PanelInput>(m_settings.displayName)) {
+    : QObject(parent), m_settings(std::move(settings)), m_panel(panel) {
     registerHandlers();
     connect(m_panel, &PanelService::clientLeft, this, [this](const ClientInfo& client, const QString&) {
         if (m_pendingClient == client.id) m_pendingClient = 0;
@@ -160,6 +159,8 @@ void ShareService::start(qint64 client, const zv::wire::ShareRequest& request) {
     }
     if (!request.voice()) sender->setAudioEnabled(false);
     m_sender = std::move(sender);
+    // The X connection for touches, opened with the first share.
+    if (!m_input) m_input = std::make_unique<PanelInput>(m_settings.displayName);
     m_client = client;
     const zv::media::SenderStatistics stats = m_sender->statistics();
     zv::wire::ShareAccepted accepted;

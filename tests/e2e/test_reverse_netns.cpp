@@ -84,12 +84,19 @@ protected:
         return zvtest::NetnsPair::in(ns, argv);
     }
 
-    void startReceiver(bool headless = true) {
+    void startReceiver(bool headless = true, const std::string& access = "open") {
         std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-receiver"), "--no-discovery", "--access",
-                                         "open", headless ? "--headless" : "--windowed"};
+                                         access, headless ? "--headless" : "--windowed"};
         receiver = std::make_unique<ChildProcess>(on(net.a, "panel", panelX.display(), argv),
                                                   ChildProcess::Output::Capture, ChildProcess::Input::Pipe);
         ASSERT_FALSE(receiver->waitForLine(statusEvent("ready"), 20s).empty());
+    }
+
+    std::unique_ptr<ChildProcess> launchViewer(const std::string& home) {
+        const std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-cli"), "reverse", "--address",
+                                               net.addressA, "--seconds", "90"};
+        return std::make_unique<ChildProcess>(on(net.b, home, pcX.display(), argv), ChildProcess::Output::Capture,
+                                              ChildProcess::Input::Pipe);
     }
 
     void startViewer(const std::vector<std::string>& extra = {}) {
@@ -247,6 +254,34 @@ TEST_F(ReverseNetns, ClicksReachThePanelOnlyWithControlAndHomeAndBackAct) {
         },
         10s))
         << "the idle screen is not on top";
+}
+
+TEST_F(ReverseNetns, ThePanelsUserDecidesUnderTheApproveRuleAndOneScreenIsSharedAtATime) {
+    startReceiver(/*headless=*/true, "approve");
+    // Denied: the PC is told and gives up.
+    auto denied = launchViewer("pc-denied");
+    ASSERT_FALSE(denied->waitForLine(statusEvent("reverse", "result", "waiting"), 20s).empty());
+    QJsonObject asked = jsonLine(receiver->waitForLine(statusEvent("approval-needed", "kind", "share"), 10s));
+    receiver->writeLine("{\"cmd\":\"approve\",\"client\":" + std::to_string(asked.value("client").toInt()) +
+                        ",\"approved\":false}");
+    EXPECT_FALSE(denied->waitForLine(statusEvent("exception", "type", 32811), 10s).empty());
+    EXPECT_TRUE(denied->waitFinished(15s));
+
+    // Allowed: the picture follows.
+    auto viewer1 = launchViewer("pc-allowed");
+    ASSERT_FALSE(viewer1->waitForLine(statusEvent("reverse", "result", "waiting"), 20s).empty());
+    asked = jsonLine(receiver->waitForLine(statusEvent("approval-needed", "kind", "share"), 10s));
+    receiver->writeLine("{\"cmd\":\"approve\",\"client\":" + std::to_string(asked.value("client").toInt()) + "}");
+    EXPECT_FALSE(viewer1->waitForLine(statusEvent("exception", "type", 32810), 10s).empty());
+    EXPECT_FALSE(viewer1->waitForLine(statusEvent("first-picture"), 20s).empty());
+
+    // Another PC meanwhile is refused with "race fail.".
+    auto second = launchViewer("pc-second");
+    const QJsonObject refused = jsonLine(second->waitForLine(statusEvent("exception", "type", 32797), 20s));
+    EXPECT_EQ(refused.value("reason").toString(), "race fail.");
+    EXPECT_FALSE(second->waitForLine(statusEvent("reverse", "result", "failed"), 10s).empty());
+    viewer1->writeLine("stop");
+    EXPECT_TRUE(viewer1->waitFinished(15s));
 }
 
 TEST_F(ReverseNetns, AStreamThatStopsArrivingEndsTheReverseScreenWithNoBitStream) {

@@ -2,10 +2,12 @@
 // point the input chooses), then every envelope through the dispatchers of
 // real readers: the PC's session (log-in answers and session messages, with
 // the cast's handlers), the panel's service (the first message of a
-// connection and a session's messages, with the panel's cast handlers), the
-// passcode service and both of its clients. Nothing touches a network: the
+// connection and a session's messages, with the panel's cast and share
+// handlers), the passcode service and both of its clients. Nothing touches a network: the
 // channels the readers answer on wrap sockets that never connect. The bytes
-// are also tried as the payload of one frame and as a typed connect code.
+// are also tried as the payload of one frame, as a typed connect code, as
+// the player's packet stream (cut where the input says) and as the
+// reverse screen's touch JSON.
 // With ZV_FUZZ_STANDALONE it is a plain program that replays the samples in
 // tests/fuzz/corpus, built-in samples, their mutations and random bytes.
 #include <cstddef>
@@ -26,6 +28,9 @@
 #include "CastService.h"
 #include "CodeKeeper.h"
 #include "PanelService.h"
+#include "ShareService.h"
+#include "casting/Dexo.h"
+#include "player/DexoPacket.h"
 #include "passcode/PasscodeClient.h"
 #include "passcode/PasscodeRegistration.h"
 #include "passcode/PasscodeService.h"
@@ -33,6 +38,7 @@
 #include "protocol/WireCodec.h"
 #include "session/CastSession.h"
 #include "session/ClientSession.h"
+#include "session/ShareSession.h"
 #include "transport/KnownPanels.h"
 #include "transport/MessageChannel.h"
 
@@ -75,6 +81,9 @@ struct Readers {
                                  &codes};
     // Approval asked first: a cast request never starts media here.
     receiver::CastService panelCast{castSettings(), &panel};
+    zv::ShareSession share{&session, [](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&) {}};
+    // Approval asked first as well: a share request never starts capture.
+    receiver::ShareService panelShare{shareSettings(), &panel};
     // No key: nothing listens, and proofs meet a service key id of "".
     zv::PasscodeService passcodeService{QSslKey(), QSslCertificate(), [] { return qint64(1000); }};
     zv::PasscodeClient passcodeClient;
@@ -98,6 +107,13 @@ struct Readers {
     static receiver::CastService::Settings castSettings() {
         receiver::CastService::Settings settings;
         settings.requireApproval = true;
+        return settings;
+    }
+
+    static receiver::ShareService::Settings shareSettings() {
+        receiver::ShareService::Settings settings;
+        settings.requireApproval = true;
+        settings.displayName = QStringLiteral(":65000");  // no X server: nothing is injected
         return settings;
     }
 
@@ -164,6 +180,34 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // What the readers left to the event loop (deferred deletes, queued calls).
     QCoreApplication::sendPostedEvents();
 
+    {
+        // The player's stream, whole and cut in two, gives the same packets, each within bounds.
+        zv::player::PacketReader whole(1 << 20), split(1 << 20);
+        whole.append(data, size);
+        const size_t cut = size > 0 ? data[0] % size : 0;
+        split.append(data, cut);
+        split.append(data + cut, size - cut);
+        zv::player::Packet a, b;
+        for (;;) {
+            const bool gotA = whole.next(&a);
+            if (gotA != split.next(&b)) __builtin_trap();
+            if (!gotA) break;
+            if (a.payload != b.payload || a.kind != b.kind) __builtin_trap();
+            if ((a.kind != DEXO_KIND_VIDEO && a.kind != DEXO_KIND_AUDIO) || a.payload.size() > DEXO_MAX_PAYLOAD) {
+                __builtin_trap();
+            }
+        }
+        // Touch JSON: whatever is accepted is on the screen.
+        zv::wire::ShareInput input;
+        QString why;
+        if (zv::ShareSession::parseInput(bytes, &input, &why)) {
+            if (input.x() < 0 || input.x() > 65535 || input.y() < 0 || input.y() > 65535) __builtin_trap();
+            if (input.type() == zv::wire::ShareInput::TYPE_UNSPECIFIED) __builtin_trap();
+        } else if (why.isEmpty()) {
+            __builtin_trap();  // a refusal always says why
+        }
+    }
+
     if (size <= 64) {
         const QString code = zv::code::normalize(QString::fromUtf8(bytes));
         if (zv::code::isValidCode(code) && code.size() == zv::code::kConnectCodeLength) {
@@ -197,7 +241,33 @@ int main(int argc, char** argv) {
         QByteArray::fromHex("ffffffff"),
         QByteArray::fromHex("000000010f"),
         QByteArray("012g-28t5"),
+        // a player packet: video, key, 4 bytes of H.264 start code + IDR
+        QByteArray::fromHex("5a44504b" "0101" "0000" "04000000" "00000000" "0000000000000000" "00000165"),
+        QByteArray("{\"touchControl\":{\"id\":1,\"timestamp\":1,\"ctrlType\":\"touchDown\",\"x\":5,\"y\":65535}}"),
     };
+    // The reverse screen's messages, framed.
+    auto framed = [](const google::protobuf::Message& body) {
+        const std::string bytes = zv::wrap(body).SerializeAsString();
+        QByteArray frame(4, '\0');
+        frame[2] = char(bytes.size() >> 8);
+        frame[3] = char(bytes.size());
+        return frame + QByteArray::fromStdString(bytes);
+    };
+    zv::wire::ShareRequest request;
+    request.set_video_port(5000);
+    request.set_rtcp_port(5002);
+    zv::wire::ShareInput input;
+    input.set_type(zv::wire::ShareInput::TOUCH_DOWN);
+    input.set_x(100);
+    input.set_y(65535);
+    zv::wire::ShareControlState control;
+    control.set_holder("nonsupport");
+    zv::wire::ShareAccepted accepted;
+    accepted.set_share_id(0x80000001u);
+    for (const QByteArray& sample : {framed(request), framed(input), framed(control), framed(accepted),
+                                     framed(zv::wire::ShareKeyFrame()), framed(zv::wire::ShareStop())}) {
+        samples.push_back(sample);
+    }
     return zv_fuzz::runStandalone("fuzz_frame_decoder", argc, argv, samples, 20000, 2000);
 }
 #endif

@@ -202,6 +202,54 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     e.mutable_passcode_error()->set_reason(wire::PasscodeError::BAD_PROOF);
     out.push_back(e);
 
+    // Reverse screen.
+    e.Clear();
+    wire::ShareRequest* share = e.mutable_share_request();
+    share->set_transport(wire::TRANSPORT_UDP);
+    share->set_video_port(50000);
+    share->set_audio_port(50002);
+    share->set_rtcp_port(50004);
+    share->set_voice(true);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_pending();
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_accepted()->set_share_id(0x80000001u);
+    e.mutable_share_accepted()->set_encoder("x264enc");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_refused()->set_reason("race fail.");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_stop()->set_reason("stopped on the panel");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_key_frame();
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_voice()->set_on(true);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_voice_state()->set_on(true);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_control()->set_on(true);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_control_state()->set_holder("nonsupport");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_input()->set_type(wire::ShareInput::TOUCH_DOWN);
+    e.mutable_share_input()->set_x(65535);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_control_invalid();
+    out.push_back(e);
+    e.Clear();
+    e.mutable_share_restart();
+    out.push_back(e);
+
     for (wire::Envelope& envelope : out) envelope.set_version(kProtocolMajor);
     return out;
 }

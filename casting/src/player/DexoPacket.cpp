@@ -50,22 +50,23 @@ PacketReader::Result PacketReader::append(const uint8_t* data, size_t size) {
 }
 
 bool PacketReader::resynchronise() {
-    bool clean = true;
-    while (buffered() >= DEXO_PACKET_HEADER_SIZE && !headerValid(m_buffer.data() + m_offset)) {
-        clean = false;
-        // Skip to the next possible magic.
-        const uint8_t* begin = m_buffer.data() + m_offset + 1;
-        const uint8_t* end = m_buffer.data() + m_buffer.size();
-        const uint8_t* found = std::search(begin, end, DEXO_PACKET_MAGIC, DEXO_PACKET_MAGIC + 4);
-        m_offset = static_cast<size_t>(found - m_buffer.data());
-    }
-    if (buffered() > 0 && buffered() < DEXO_PACKET_HEADER_SIZE) {
-        // A partial header: it must at least begin like one.
-        const size_t n = std::min<size_t>(buffered(), 4);
-        if (std::memcmp(m_buffer.data() + m_offset, DEXO_PACKET_MAGIC, n) != 0) {
-            clean = false;
-            m_offset = m_buffer.size();
+    // The first place, from `from` on, where a packet may begin: a whole
+    // magic, or the start of one at the end of what is buffered.
+    auto candidate = [this](size_t from) {
+        for (; from < m_buffer.size(); ++from) {
+            const size_t n = std::min<size_t>(m_buffer.size() - from, 4);
+            if (std::memcmp(m_buffer.data() + from, DEXO_PACKET_MAGIC, n) == 0) break;
         }
+        return from;
+    };
+    bool clean = true;
+    for (;;) {
+        const size_t at = candidate(m_offset);
+        if (at != m_offset) clean = false;
+        m_offset = at;
+        if (buffered() < DEXO_PACKET_HEADER_SIZE || headerValid(m_buffer.data() + m_offset)) break;
+        clean = false;
+        ++m_offset;  // a magic with a bad header: look further
     }
     if (!clean) m_malformed = true;
     return clean;
