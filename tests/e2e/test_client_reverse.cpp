@@ -4,7 +4,8 @@
 // X server and drives the real main window there: a reverse screen started
 // from the share page by the receiver's code, the picture read back from the
 // client's display widget, damaged data and the key frame that mends it,
-// clicks with control off and on, a snapshot, and the stop.
+// clicks with control off and on, a snapshot, the stop, the connect page's
+// entry, the panel's stop, and a panel whose user approves each request.
 #include <QtTest/QtTest>
 
 #include <QColor>
@@ -24,6 +25,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "ColourBlocks.h"
 #include "NetnsPair.h"
@@ -36,10 +38,12 @@
 #include "ui/ContentWidget/SharePage.h"
 #include "ui/MirrorPhoto.h"
 #include "ui/OrvixUpgrade.h"
+#include "ui/PopupWindow.h"
 #include "ui/ReverseScreen.h"
 
 using namespace std::chrono_literals;
 using qorquicomponents::OrvixUpgrade;
+using qorquicomponents::PopupWindow;
 using qorquicomponents::ReverseScreen;
 using zvtest::ChildProcess;
 using zvtest::jsonLine;
@@ -105,8 +109,10 @@ private slots:
     void initTestCase();
     void reverseScreenFromTheSharePage();
     void theConnectPagesEntryAndThePanelsStop();
+    void thePanelsUserDecides();
 
 private:
+    void startReceiver(const std::vector<std::string>& extra);
     bool displayShowsBlocks(QWidget* display, const QColor* colours);
 
     std::unique_ptr<ChildProcess> m_receiver;
@@ -116,22 +122,37 @@ private:
 
 void TestClientReverse::initTestCase() {
     if (!g_skipReason.empty()) QSKIP(g_skipReason.c_str());
-    const std::string home = g_root + "/panel";
-    std::system(("mkdir -p " + home).c_str());
-    m_receiver = std::make_unique<ChildProcess>(
-        zvtest::NetnsPair::in(g_net->a,
-                              {"env", "HOME=" + home, "XDG_CONFIG_HOME=" + home + "/.config",
-                               "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + home + "/no-bus",
-                               "PULSE_SERVER=unix:" + home + "/no-sound", "DISPLAY=" + g_panelX->display(),
-                               "QT_QPA_PLATFORM=xcb", zvtest::builtProgram("zelvanor-receiver"), "--headless",
-                               "--no-discovery", "--access", "open", "--name", "Room Reverse"}),
-        ChildProcess::Output::Capture, ChildProcess::Input::Pipe);
-    const QJsonObject ready = jsonLine(m_receiver->waitForLine(statusEvent("ready"), 20s));
-    m_code = ready.value(QLatin1String("code")).toString().toStdString();
+    startReceiver({});
     QVERIFY(!m_code.empty());
     m_window = std::make_unique<OrvixUpgrade>(nullptr);
     m_window->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+}
+
+void TestClientReverse::startReceiver(const std::vector<std::string>& extra) {
+    if (m_receiver) m_receiver->stop();
+    m_code.clear();
+    const std::string home = g_root + "/panel";
+    std::system(("mkdir -p " + home).c_str());
+    std::vector<std::string> argv = {"env",
+                                     "HOME=" + home,
+                                     "XDG_CONFIG_HOME=" + home + "/.config",
+                                     "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + home + "/no-bus",
+                                     "PULSE_SERVER=unix:" + home + "/no-sound",
+                                     "DISPLAY=" + g_panelX->display(),
+                                     "QT_QPA_PLATFORM=xcb",
+                                     zvtest::builtProgram("zelvanor-receiver"),
+                                     "--headless",
+                                     "--no-discovery",
+                                     "--access",
+                                     "open",
+                                     "--name",
+                                     "Room Reverse"};
+    argv.insert(argv.end(), extra.begin(), extra.end());
+    m_receiver = std::make_unique<ChildProcess>(zvtest::NetnsPair::in(g_net->a, argv), ChildProcess::Output::Capture,
+                                                ChildProcess::Input::Pipe);
+    const QJsonObject ready = jsonLine(m_receiver->waitForLine(statusEvent("ready"), 20s));
+    m_code = ready.value(QLatin1String("code")).toString().toStdString();
 }
 
 bool TestClientReverse::displayShowsBlocks(QWidget* display, const QColor* colours) {
@@ -243,6 +264,50 @@ void TestClientReverse::theConnectPagesEntryAndThePanelsStop() {
     QTRY_VERIFY(!view->isReverseRunning());
     QVERIFY(!view->isVisible());
     QVERIFY(m_window->isVisible());
+}
+
+void TestClientReverse::thePanelsUserDecides() {
+    // A panel whose user approves each request, reached from idle by its code.
+    m_window->onStopConnect();
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus), 15000);
+    startReceiver({"--require-approval"});
+    QVERIFY(!m_code.empty());
+    qorquicomponents::SharePage* page = m_window->getSharePage();
+    auto ask = [&] {
+        page->getReverseScreenCodeEdit()->setText(QString::fromStdString(m_code));
+        page->getStartReverseScreenBtn()->click();
+        return jsonLine(m_receiver->waitForLine(statusEvent("approval-needed", "kind", "share"), 30s))
+            .value(QLatin1String("client"))
+            .toInt();
+    };
+    auto answer = [&](int client, bool approved) {
+        m_receiver->writeLine("{\"cmd\":\"approve\",\"client\":" + std::to_string(client) +
+                              ",\"approved\":" + (approved ? "true" : "false") + "}");
+    };
+
+    // Waiting: the popup tells the user; denied: back to connected.
+    int client = ask();
+    QVERIFY(client > 0);
+    QTRY_VERIFY_WITH_TIMEOUT(PopupWindow::getInstance()->isVisible(), 10000);
+    QCOMPARE(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::CodeReverseRequestStatus));
+    answer(client, false);
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus),
+                              15000);
+    QTRY_VERIFY(!PopupWindow::getInstance()->isVisible());
+    QVERIFY(!m_window->getReverseScreenWindow()->isVisible());
+
+    // Allowed: the picture follows, on the connection already there.
+    client = ask();
+    QTRY_VERIFY_WITH_TIMEOUT(PopupWindow::getInstance()->isVisible(), 10000);
+    answer(client, true);
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ReverseScreeningStatus),
+                              15000);
+    QVERIFY(!PopupWindow::getInstance()->isVisible());
+    ReverseScreen* view = m_window->getReverseScreenWindow();
+    QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(view->displayWidget(), kBlocks), 20000);
+    view->close();
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus),
+                              15000);
 }
 
 int main(int argc, char* argv[]) {
