@@ -40,6 +40,7 @@
 #include "ui/OrvixUpgrade.h"
 #include "ui/PopupWindow.h"
 #include "ui/ReverseScreen.h"
+#include "ui/ReverseScreenSidebar.h"
 
 using namespace std::chrono_literals;
 using qorquicomponents::OrvixUpgrade;
@@ -179,6 +180,7 @@ void TestClientReverse::reverseScreenFromTheSharePage() {
     QWidget* display = view->displayWidget();
     QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(display, kBlocks), 20000);
     QVERIFY(view->playPort() >= 0);
+    QVERIFY(view->sidebar()->backButton()->isEnabled());  // a panel has a "back"
 
     // Damaged stream data: the player refuses it, the client asks the panel
     // for a key frame, and the picture goes on (a new one arrives).

@@ -243,6 +243,9 @@ void TestReverseScreen::sidebarAndOverlayFollowTheWindow() {
     qorquicomponents::ReverseScreenSidebar* bar = view.sidebar();
     QVERIFY(bar->isVisible());
     QVERIFY(view.overlay()->isVisible());
+    // No panel (device type 0): there is no "back" to go to.
+    QVERIFY(!bar->backButton()->isEnabled());
+    QVERIFY(bar->photoButton()->isEnabled());
     QCOMPARE(view.sidebarOffset(), 300 - bar->height() / 2);
     // Placed from the window's frame position (x(), y()), not its client area.
     auto barAt = [&](int offset) { return QPoint(view.x() + view.width() - 44, view.y() + offset); };
