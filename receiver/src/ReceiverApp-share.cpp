@@ -16,6 +16,7 @@ namespace receiver {
 void ReceiverApp::startSharing() {
     ShareService::Settings settings;
     settings.requireApproval = m_options.requireApproval;
+    settings.viewOnly = m_options.viewOnly;
     m_share = new ShareService(settings, m_service);
     connect(m_share, &ShareService::shareStarted, this,
             [](qint64 client, int width, int height, const QString& encoder) {

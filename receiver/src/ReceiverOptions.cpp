@@ -97,8 +97,11 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
                                              QStringLiteral("MAJOR[.MINOR]"));
     const QCommandLineOption headless(QStringLiteral("headless"), QStringLiteral("Run without a window."));
     const QCommandLineOption windowed(QStringLiteral("windowed"), QStringLiteral("A window instead of full screen."));
+    const QCommandLineOption viewOnly(QStringLiteral("view-only"),
+                                      QStringLiteral("PCs may see this screen but not operate it."));
     parser.addOptions({config, name, code, codeInterval, port, passcodeServer, passcodeService, approval, access,
                        publishCode, maxClients, noDiscovery, protocolVersion, headless, windowed});
+    parser.addOption(viewOnly);
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -156,6 +159,7 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     }
     options.headless = parser.isSet(headless);
     options.windowed = parser.isSet(windowed);
+    options.viewOnly = parser.isSet(viewOnly);
 
     if (options.name.isEmpty()) {
         message = QStringLiteral("the panel name must not be empty");

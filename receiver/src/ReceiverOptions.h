@@ -25,6 +25,7 @@ struct ReceiverOptions {
     int maxClients = 4;
     bool headless = false;        // no window at all (servers, tests)
     bool windowed = false;        // a normal window instead of full screen
+    bool viewOnly = false;        // --view-only: the reverse screen never grants control ("nonsupport")
     bool discovery = true;        // announce on the LAN
     // --protocol-version M[.m]: answer as a panel of that version (compatibility tests); -1: current
     int protocolMajor = -1;

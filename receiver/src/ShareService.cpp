@@ -183,7 +183,7 @@ void ShareService::onControl(qint64 client, bool on) {
     zv::wire::ShareControlState state;
     if (!on) {
         if (m_controlHolder == client) m_controlHolder = 0;
-    } else if (!m_input->available()) {
+    } else if (m_settings.viewOnly || !m_input->available()) {
         state.set_holder("nonsupport");
     } else if (m_controlHolder != 0 && m_controlHolder != client) {
         const QString holder = hostOf(m_controlHolder);

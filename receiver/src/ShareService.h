@@ -31,6 +31,7 @@ public:
         int deviceType = 1;
         int bitrateKbps = 8000;
         QString displayName;  // captured and operated; empty: $DISPLAY
+        bool viewOnly = false;  // control is never granted ("nonsupport")
     };
     // Share ids come from the upper half of the id space, cast ids from the
     // lower: the two never share keys within one connection.

@@ -84,9 +84,10 @@ protected:
         return zvtest::NetnsPair::in(ns, argv);
     }
 
-    void startReceiver(bool headless = true, const std::string& access = "open") {
+    void startReceiver(bool headless = true, const std::string& access = "open", bool viewOnly = false) {
         std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-receiver"), "--no-discovery", "--access",
                                          access, headless ? "--headless" : "--windowed"};
+        if (viewOnly) argv.push_back("--view-only");
         receiver = std::make_unique<ChildProcess>(on(net.a, "panel", panelX.display(), argv),
                                                   ChildProcess::Output::Capture, ChildProcess::Input::Pipe);
         ASSERT_FALSE(receiver->waitForLine(statusEvent("ready"), 20s).empty());
@@ -282,6 +283,18 @@ TEST_F(ReverseNetns, ThePanelsUserDecidesUnderTheApproveRuleAndOneScreenIsShared
     EXPECT_FALSE(second->waitForLine(statusEvent("reverse", "result", "failed"), 10s).empty());
     viewer1->writeLine("stop");
     EXPECT_TRUE(viewer1->waitFinished(15s));
+}
+
+TEST_F(ReverseNetns, AViewOnlyPanelRefusesControlAsNonsupportAndIgnoresClicks) {
+    startReceiver(/*headless=*/true, "open", /*viewOnly=*/true);
+    startViewer();
+    viewer->writeLine("control on");
+    const QJsonObject answer = jsonLine(viewer->waitForLine(statusEvent("exception", "type", 32784), 10s));
+    EXPECT_EQ(answer.value("result").toInt(), 0);
+    EXPECT_EQ(answer.value("reason").toString(), "nonsupport");
+    viewer->writeLine("click 10,10");
+    EXPECT_FALSE(viewer->waitForLine(statusEvent("exception", "type", 32808), 10s).empty());
+    EXPECT_TRUE(receiver->waitForLine(statusEvent("share-input"), 500ms).empty()) << "a click was injected";
 }
 
 TEST_F(ReverseNetns, AStreamThatStopsArrivingEndsTheReverseScreenWithNoBitStream) {

@@ -21,7 +21,7 @@
  *
  * Results: every call returns DEXO_TRUE (1) on success and DEXO_FALSE (0) on
  * failure; Dexo_GetLastError(port) then tells why (DEXO_ERR_*). The last
- * error is kept per port and per calling thread is not distinguished.
+ * error is kept per port (not per thread).
  *
  * Threads: every call may be made from any thread; calls on one port are
  * serialised inside. Dexo_Play and Dexo_WndResolutionChange touch the
@@ -29,8 +29,10 @@
  * need not run on the GUI thread, but the window must exist while the port
  * plays: stop the port before the window is destroyed. The run-time info
  * callback arrives on a player thread (the decoder's streaming thread or
- * the port's bus thread), never on the caller's; it must not block and must
- * not call Dexo_Stop/CloseStream/FreePort on its own port.
+ * the port's bus thread, or the thread inside Dexo_InputData when that
+ * call finds the damage), never held up by the caller's event loop; it must
+ * not block and may call no Dexo_ function on its own port but
+ * Dexo_GetLastError (CManageAll::requestShareKeyFrame is fine: it only posts).
  *
  * Data: Dexo_InputData takes the stream as a byte stream: each piece may hold
  * any number of whole or partial packets (see DexoPacketHeader), so the
