@@ -5,7 +5,8 @@
 // from the share page by the receiver's code, the picture read back from the
 // client's display widget, damaged data and the key frame that mends it,
 // clicks with control off and on, a snapshot, the stop, the connect page's
-// entry, the panel's stop, and a panel whose user approves each request.
+// entry, the panel's stop, a panel whose user approves each request and one
+// that may only be seen.
 #include <QtTest/QtTest>
 
 #include <QColor>
@@ -41,6 +42,7 @@
 #include "ui/PopupWindow.h"
 #include "ui/ReverseScreen.h"
 #include "ui/ReverseScreenSidebar.h"
+#include "ui/TipWindows.h"
 
 using namespace std::chrono_literals;
 using qorquicomponents::OrvixUpgrade;
@@ -111,6 +113,7 @@ private slots:
     void reverseScreenFromTheSharePage();
     void theConnectPagesEntryAndThePanelsStop();
     void thePanelsUserDecides();
+    void aViewOnlyPanelRefusesControl();
 
 private:
     void startReceiver(const std::vector<std::string>& extra);
@@ -307,6 +310,30 @@ void TestClientReverse::thePanelsUserDecides() {
     QVERIFY(!PopupWindow::getInstance()->isVisible());
     ReverseScreen* view = m_window->getReverseScreenWindow();
     QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(view->displayWidget(), kBlocks), 20000);
+    view->close();
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus),
+                              15000);
+}
+
+void TestClientReverse::aViewOnlyPanelRefusesControl() {
+    m_window->onStopConnect();
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus), 15000);
+    startReceiver({"--view-only"});
+    QVERIFY(!m_code.empty());
+    qorquicomponents::SharePage* page = m_window->getSharePage();
+    page->getReverseScreenCodeEdit()->setText(QString::fromStdString(m_code));
+    page->getStartReverseScreenBtn()->click();
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ReverseScreeningStatus),
+                              30000);
+    ReverseScreen* view = m_window->getReverseScreenWindow();
+    QTRY_VERIFY_WITH_TIMEOUT(displayShowsBlocks(view->displayWidget(), kBlocks), 20000);
+
+    // Asking for control: the panel only shows, and the window says so.
+    view->onSetReverseControl();
+    QTRY_COMPARE_WITH_TIMEOUT(view->lastRejectText(),
+                              QStringLiteral("Failed to turn on reverse control, the screen only for displaying"), 10000);
+    QVERIFY(!view->reverseControlStatus());
+    QTRY_VERIFY(qorquicomponents::TipWindows::getInstance()->isVisible());
     view->close();
     QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus),
                               15000);
