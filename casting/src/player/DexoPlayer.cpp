@@ -1,9 +1,7 @@
 #include "player/DexoPlayer.h"
 
-#include <X11/Xlib.h>
 #include <gst/app/gstappsrc.h>
 #include <gst/video/video.h>
-#include <gst/video/videooverlay.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -11,6 +9,7 @@
 
 #include "casting/Log.h"
 #include "media/GstHandles.h"
+#include "media/OverlaySink.h"
 #include "media/GstInit.h"
 #include "media/PipelineSupport.h"
 
@@ -22,12 +21,8 @@ using media::SamplePtr;
 
 namespace {
 
-int64_t nowUs() {
-    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-bool sinkStarts(const char* factory) {
+// Whether a sound sink can open its device (a sound server runs).
+bool soundSinkStarts(const char* factory) {
     ElementPtr sink = media::makeElement(factory, "zv-probe-sink");
     if (!sink) return false;
     const bool ok = gst_element_set_state(sink.get(), GST_STATE_READY) != GST_STATE_CHANGE_FAILURE;
@@ -35,31 +30,19 @@ bool sinkStarts(const char* factory) {
     return ok;
 }
 
-struct DisplayClose {
-    void operator()(Display* display) const {
-        if (display != nullptr) XCloseDisplay(display);
-    }
-};
+int64_t nowUs() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
 
 }  // namespace
 
-std::string chooseVideoSink() {
-    static const std::string chosen = [] {
-        const char* forced = std::getenv("ZV_VIDEO_SINK");
-        if (forced != nullptr && *forced != '\0') return std::string(forced);
-        if (media::ensureGstInitialized().empty() && sinkStarts("xvimagesink")) return std::string("xvimagesink");
-        return std::string("ximagesink");
-    }();
-    return chosen;
-}
-
 struct DexoPlayer::Pipeline {
     ElementPtr pipeline;
-    ElementPtr videoSrc, audioSrc, sink, scaleCaps;
+    ElementPtr videoSrc, audioSrc, fakeSink;
+    media::OverlaySink overlay;  // with a window
     media::BusForwarder bus;
-    std::unique_ptr<Display, DisplayClose> display;
     unsigned long window = 0;
-    bool scaledInSink = true;  // false: videoscale before ximagesink
     std::mutex sampleMutex;
     SamplePtr latest;          // the decoded picture shown last, full size
     std::atomic<int>* frames = nullptr;
@@ -171,9 +154,12 @@ bool DexoPlayer::play(unsigned long window) {
     ElementPtr decoder = media::makeElement("avdec_h264", "zv-dexo-decoder");
     if (!decoder) decoder = media::makeElement("openh264dec", "zv-dexo-decoder");
     ElementPtr convert = media::makeRequiredElement("videoconvert", "zv-dexo-convert", &error);
-    const std::string sinkName = window == 0 ? std::string("fakesink") : chooseVideoSink();
-    p->sink = media::makeRequiredElement(sinkName.c_str(), "zv-dexo-sink", &error);
     if (!decoder && error.empty()) error = "no H.264 decoder (install gstreamer1.0-libav)";
+    if (error.empty() && window == 0) {
+        p->fakeSink = media::makeRequiredElement("fakesink", "zv-dexo-sink", &error);
+        if (p->fakeSink) g_object_set(p->fakeSink.get(), "sync", FALSE, "async", FALSE, nullptr);
+    }
+    if (error.empty() && window != 0) error = p->overlay.build(p->pipeline.get(), window, "zv-dexo");
     if (!error.empty()) {
         ZV_LOG(ERROR) << " player port " << port << ": " << error;
         return fail(DEXO_ERR_DISPLAY);
@@ -185,26 +171,14 @@ bool DexoPlayer::play(unsigned long window) {
     CapsPtr videoCaps = media::capsFromString("video/x-h264,stream-format=byte-stream,alignment=au");
     g_object_set(p->videoSrc.get(), "caps", videoCaps.get(), "is-live", TRUE, "format", GST_FORMAT_TIME,
                  "do-timestamp", TRUE, "block", FALSE, "max-bytes", static_cast<guint64>(8 * 1024 * 1024), nullptr);
+    GstElement* sink = window != 0 ? p->overlay.sink() : p->fakeSink.get();
     const bool live = m_mode == DEXO_STREAM_REALTIME;
-    g_object_set(p->sink.get(), "sync", (m_sync || !live) ? TRUE : FALSE, "async", FALSE, nullptr);
-    if (media::hasProperty(p->sink.get(), "max-lateness")) g_object_set(p->sink.get(), "max-lateness", G_GINT64_CONSTANT(-1), nullptr);
-    if (media::hasProperty(p->sink.get(), "force-aspect-ratio")) {
-        g_object_set(p->sink.get(), "force-aspect-ratio", TRUE, nullptr);
-    }
-    std::vector<GstElement*> chain = {p->videoSrc.get(), parse.get(), decoder.get(), convert.get()};
-    ElementPtr scale;
-    if (sinkName == "ximagesink") {
-        // ximagesink draws at the picture's size: scale to the window first.
-        p->scaledInSink = false;
-        scale = media::makeRequiredElement("videoscale", "zv-dexo-scale", &error);
-        p->scaleCaps = media::makeRequiredElement("capsfilter", "zv-dexo-size", &error);
-        if (!error.empty()) return fail(DEXO_ERR_DISPLAY);
-        g_object_set(scale.get(), "add-borders", TRUE, nullptr);
-        chain.push_back(scale.get());
-        chain.push_back(p->scaleCaps.get());
-    }
-    chain.push_back(p->sink.get());
-    if (!media::addAndLink(p->pipeline.get(), chain)) {
+    g_object_set(sink, "sync", (m_sync || !live) ? TRUE : FALSE, nullptr);
+    const std::string sinkName = window != 0 ? p->overlay.sinkName() : std::string("fakesink");
+    if (!media::addAndLink(p->pipeline.get(), {p->videoSrc.get(), parse.get(), decoder.get(), convert.get()}) ||
+        !(window != 0 ? gst_element_link(convert.get(), p->overlay.first())
+                      : (gst_bin_add(GST_BIN(p->pipeline.get()), p->fakeSink.get()) &&
+                         gst_element_link(convert.get(), p->fakeSink.get())))) {
         ZV_LOG(ERROR) << " player port " << port << ": cannot link the video chain";
         return fail(DEXO_ERR_DISPLAY);
     }
@@ -228,7 +202,7 @@ bool DexoPlayer::play(unsigned long window) {
         ElementPtr aconvert = media::makeRequiredElement("audioconvert", "zv-dexo-aconvert", &error);
         ElementPtr resample = media::makeRequiredElement("audioresample", "zv-dexo-resample", &error);
         ElementPtr audioSink = media::makeElement("pulsesink", "zv-dexo-asink");
-        if (!audioSink || !sinkStarts("pulsesink")) {
+        if (!audioSink || !soundSinkStarts("pulsesink")) {
             audioSink = media::makeElement("fakesink", "zv-dexo-asink");
             ZV_LOG(INFO) << " player port " << port << ": no sound server, the sound is dropped";
         }
@@ -251,14 +225,9 @@ bool DexoPlayer::play(unsigned long window) {
         }
     }
 
-    if (window != 0) {
-        p->display.reset(XOpenDisplay(nullptr));
-        p->window = window;
-        gst_video_overlay_set_window_handle(GST_VIDEO_OVERLAY(p->sink.get()), static_cast<guintptr>(window));
-    }
+    p->window = window;
     p->bus.attach(p->pipeline.get(), [this](GstMessage* message) { onBusMessage(message); });
     m_pipeline = std::move(p);
-    fitScaledSink();
     if (gst_element_set_state(m_pipeline->pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
         ZV_LOG(ERROR) << " player port " << port << ": the pipeline does not start (" << sinkName << ")";
         gst_element_set_state(m_pipeline->pipeline.get(), GST_STATE_NULL);
@@ -270,18 +239,6 @@ bool DexoPlayer::play(unsigned long window) {
     Packet packet;
     while (m_reader && m_reader->next(&packet)) push(packet);
     return true;
-}
-
-void DexoPlayer::fitScaledSink() {
-    Pipeline* p = m_pipeline.get();
-    if (p == nullptr || p->scaledInSink || !p->display || p->window == 0) return;
-    XWindowAttributes attributes{};
-    if (XGetWindowAttributes(p->display.get(), p->window, &attributes) == 0) return;
-    const int width = attributes.width > 1 ? attributes.width & ~1 : 2;
-    const int height = attributes.height > 1 ? attributes.height & ~1 : 2;
-    CapsPtr caps = media::capsFromString("video/x-raw,width=" + std::to_string(width) +
-                                         ",height=" + std::to_string(height) + ",pixel-aspect-ratio=1/1");
-    g_object_set(p->scaleCaps.get(), "caps", caps.get(), nullptr);
 }
 
 bool DexoPlayer::stop() {
@@ -392,8 +349,7 @@ void DexoPlayer::report(unsigned int type, unsigned int error) {
 bool DexoPlayer::windowChanged() {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_pipeline) return fail(DEXO_ERR_ORDER);
-    fitScaledSink();
-    if (m_pipeline->window != 0) gst_video_overlay_expose(GST_VIDEO_OVERLAY(m_pipeline->sink.get()));
+    if (m_pipeline->window != 0) m_pipeline->overlay.fit();
     return true;
 }
 

@@ -3,7 +3,7 @@
 // video-overlay interface, with the scaling done by the sink.
 //
 //   video: appsrc ─▶ h264parse ─▶ H.264 decoder ─▶ (latest picture kept) ─▶ videoconvert ─▶
-//          xvimagesink (Xv scales) | videoscale ─▶ ximagesink (no Xv) | fakesink (no window)
+//          media/OverlaySink (xvimagesink, or videoscale ─▶ ximagesink) | fakesink (no window)
 //   sound: appsrc ─▶ opusdec ─▶ audioconvert ─▶ audioresample ─▶ pulsesink/alsasink
 //
 // Threads: every public member locks the port; the run-time callback comes on
@@ -23,11 +23,6 @@
 #include "player/DexoPacket.h"
 
 namespace zv::player {
-
-// The video sink this machine draws with: $ZV_VIDEO_SINK when set, else
-// xvimagesink when the X server offers an Xv port, else ximagesink.
-// Found once per process.
-std::string chooseVideoSink();
 
 class DexoPlayer {
 public:
@@ -63,7 +58,6 @@ public:
 private:
     void report(unsigned int type, unsigned int error);
     bool push(Packet& packet);
-    void fitScaledSink();
 
     mutable std::mutex m_mutex;
     std::atomic<unsigned int> m_lastError{DEXO_ERR_NONE};
