@@ -60,6 +60,7 @@ class ScreenChangeWatcher;
 class ScreenPage;
 class ScreenThread;
 class SharePage;
+class SettingWidget;
 class StartShareThread;
 
 class OrvixUpgrade : public QWidget {
@@ -166,6 +167,9 @@ public:
     // Window casting: OrvixUpgrade-window.cpp.
     // File casting: OrvixUpgrade-file.cpp.
     // Settings: OrvixUpgrade-settings.cpp.
+    SettingWidget* getSettingWidget() const { return m_settingWidget; }
+    // Opens the settings window beside this one.
+    void showSettingWidget();
 
 signals:
     // Connect and log-in.
@@ -269,6 +273,12 @@ private:
     void showLoading();
     void hideLoading();
     void setTitleBtnStatus(int status);
+
+    // Settings (OrvixUpgrade-settings.cpp): the settings window, the title
+    // bar's button that opens it and the global shortcuts' actions.
+    void initSettings();
+    void onShortcutActivated(int which);
+    SettingWidget* m_settingWidget = nullptr;
 
     // Discovery.
     void notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation);
