@@ -30,17 +30,29 @@ const char* const kHelp =
     "      dropped link.\n"
     "\n"
     "  cast (--code CODE [--address IP[:PORT]] | --address IP[:PORT]) [--window ID] [--seconds N]\n"
-    "       [--protocol udp|tcp|brx] [--reconnect]\n"
+    "       [--protocol udp|tcp|brx] [--reconnect] [--dump h264,yuv,rgb,rgb-after-yuv,rtp] [--time-log]\n"
     "      Log in and cast this display's screen, or one X11 window, for N seconds\n"
     "      (default 10) over the given transport (default brx: SRT, encrypted).\n"
     "      Prints {\"event\":\"cast\",\"result\":\"started\"|\"waiting\"|\"failed\"},\n"
     "      then the session's events (statistics, touches from the panel, ...).\n"
     "      Lines on standard input steer the cast: pause, resume, voice on,\n"
-    "      voice off, control on, control off, stop.\n"
+    "      voice off, control on, control off, stop. --dump writes those streams\n"
+    "      under <home>/Zelvanor/Zelvanor/Logs/dump/ (H.264 as a playable Annex B\n"
+    "      file); --time-log writes each frame's stage times beside the logs.\n"
     "\n"
     "  forget --panel NAME\n"
     "      Forget the key this PC pinned for the panel NAME (after the panel was\n"
     "      reinstalled); the next log-in with its code pins the new key.\n"
+    "\n"
+    "  settings get [KEY]\n"
+    "  settings set KEY [VALUE]\n"
+    "      Read one setting (or all) or change one, under the same rules as the\n"
+    "      client's settings windows; prints {\"event\":\"setting\",\"key\":...,\"value\":...}\n"
+    "      or {\"event\":\"error\",...} and exits 1. Keys: HostName, ServerIP, ServerPort,\n"
+    "      ShortcutIP, ProType (cast video: 0 udp, 1 tcp, 2 brx), MouseProType,\n"
+    "      ReverseProType, ShareProType, ShareReverseProType (0 udp, 1 tcp), CodingMode\n"
+    "      (1: software encoders first), ShowBitRate, ShowDelay, ShowFrameRate,\n"
+    "      ShowLossFraction, StartOrStopScreenShortcut, PauseScreenShortcut, ...\n"
     "\n"
     "  --help\n"
     "      This text.\n";
@@ -70,6 +82,8 @@ int main(int argc, char* argv[]) {
         code = cli::runCast(arguments);
     } else if (verb == QLatin1String("forget")) {
         code = cli::runForget(arguments);
+    } else if (verb == QLatin1String("settings")) {
+        code = cli::runSettings(arguments);
     } else {
         std::fprintf(stderr, "zelvanor-cli: unknown verb '%s'\n\n%s", qPrintable(verb), kHelp);
     }

@@ -1,15 +1,11 @@
 #include "ui/SettingFeedback/SettingInputRules.h"
 
-#include <QRegularExpression>
-
 #include <array>
-#include <cstring>
+
+#include "casting/SettingRules.h"
 
 namespace qorquicomponents {
 namespace {
-
-constexpr const char* kIpPattern =
-    "\\b(?:(?:25[0-5]|2[0-4][0-9]|[01]?[0-9][0-9]?)\\.){3}(?:25[0-5]|2[0-4][0-9]|[01]?[0-9][0-9]?)\\b";
 
 std::array<int, kForbiddenKeyCount> makeForbiddenKeys() {
     std::array<int, kForbiddenKeyCount> keys{};
@@ -36,43 +32,9 @@ const QString kForbiddenTexts[kForbiddenInputMethodCount] = {
     QString(QChar(0x00B7)),
 };
 
-// The second pass over an address that matched the pattern: the pattern
-// alone lets "01" through and, with its word boundaries, says nothing about
-// what surrounds the match.
-bool segmentsValid(const std::string& whole) {
-    const size_t first = whole.find_first_not_of(' ');
-    if (first == std::string::npos) return false;
-    const size_t last = whole.find_last_not_of(' ');
-    const std::string text = whole.substr(first, last - first + 1);
-    int dots = 0;
-    size_t start = 0;
-    while (true) {
-        const size_t dot = text.find('.', start);
-        const std::string segment = text.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
-        if (segment.empty()) return false;  // a dot without a digit on one side
-        int value = 0;
-        for (char c : segment) {
-            if (c < '0' || c > '9') return false;
-            value = value * 10 + (c - '0');
-            if (value > 255) return false;
-        }
-        if (value > 0 && segment[0] == '0') return false;
-        if (dot == std::string::npos) break;
-        if (++dots > 3) return false;
-        start = dot + 1;
-    }
-    return dots == 3;
-}
-
 }  // namespace
 
-bool isIPAddressValid(const char* text) {
-    if (text == nullptr || *text == '\0') return true;
-    static const QRegularExpression pattern(QRegularExpression::anchoredPattern(QString::fromLatin1(kIpPattern)));
-    const QString asText = QString::fromLatin1(text, static_cast<int>(std::strlen(text)));
-    if (!pattern.match(asText).hasMatch()) return false;
-    return segmentsValid(text);
-}
+bool isIPAddressValid(const char* text) { return zv::settings::isIPAddressValid(text); }
 
 QString stripPortLeadingZeros(const QString& text, int* cursor) {
     QString result = text;
