@@ -11,6 +11,7 @@
 #include "casting/Log.h"
 #include "casting/Singleton.h"
 #include "ui/ContentWidget/ScreenPage.h"
+#include "ui/NetTest/NetTestWidget.h"
 #include "ui/OrvixUpgrade.h"
 #include "ui/SettingFeedback/HideSetWindow.h"
 #include "ui/SettingFeedback/SettingWidget.h"
@@ -49,6 +50,12 @@ void OrvixUpgrade::initSettings() {
         }
     });
     connect(m_settingWidget, &SettingWidget::signalShortcutActivated, this, &OrvixUpgrade::onShortcutActivated);
+    connect(m_settingWidget, &SettingWidget::signalShowNetTest, this, [this] {
+        if (m_netTestWidget == nullptr) m_netTestWidget = new NetTestWidget(this);
+        m_netTestWidget->show();
+        m_netTestWidget->refreshAddresses();
+        m_netTestWidget->raise();
+    });
 
     HideSetWindow* debug = HideSetWindow::getInstance();
     connect(debug, &HideSetWindow::signalShowDisplaySetting, this, [this] {

@@ -55,6 +55,7 @@ class ConnectThread;
 class DynamicWindow;
 class FileScreenThread;
 class LoadingWidget;
+class NetTestWidget;
 class ReverseScreen;
 class ScreenChangeWatcher;
 class ScreenPage;
@@ -168,6 +169,7 @@ public:
     // File casting: OrvixUpgrade-file.cpp.
     // Settings: OrvixUpgrade-settings.cpp.
     SettingWidget* getSettingWidget() const { return m_settingWidget; }
+    NetTestWidget* getNetTestWidget() const { return m_netTestWidget; }
     // Opens the settings window beside this one.
     void showSettingWidget();
 
@@ -279,6 +281,7 @@ private:
     void initSettings();
     void onShortcutActivated(int which);
     SettingWidget* m_settingWidget = nullptr;
+    NetTestWidget* m_netTestWidget = nullptr;  // made on first use
 
     // Discovery.
     void notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation);

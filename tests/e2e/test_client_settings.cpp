@@ -7,6 +7,7 @@
 
 #include <QButtonGroup>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -29,6 +30,7 @@
 #include "casting/Singleton.h"
 #include "ui/ContentWidget/ConnectPage.h"
 #include "ui/ContentWidget/ScreenPage.h"
+#include "ui/NetTest/NetTestWidget.h"
 #include "ui/OrvixUpgrade.h"
 #include "ui/SettingFeedback/HideSetWindow.h"
 #include "ui/SettingFeedback/SettingWidget.h"
@@ -37,6 +39,7 @@
 using namespace std::chrono_literals;
 using qorquicomponents::ConnectPage;
 using qorquicomponents::HideSetWindow;
+using qorquicomponents::NetTestWidget;
 using qorquicomponents::OrvixUpgrade;
 using qorquicomponents::SettingWidget;
 using zvtest::ChildProcess;
@@ -69,6 +72,7 @@ class TestClientSettings : public QObject {
 private slots:
     void initTestCase();
     void debugWindowChoosesTheNextCastsTransportAndDump();
+    void netTestShowsTheGatewayDelaysAndThePanelPort();
 
 private:
     // Casts over the open connection and stops again; the transport the
@@ -167,6 +171,40 @@ void TestClientSettings::debugWindowChoosesTheNextCastsTransportAndDump() {
     debug->protocolGroup(HideSetWindow::CastVideo)->button(PROTOCOL_UDP)->click();
     debug->hide();
     QCOMPARE(castOnce(), QStringLiteral("udp"));
+}
+
+// The client's host routes everything through the panel's host, which then
+// is its gateway; the passcode server setting names the panel's host too.
+void TestClientSettings::netTestShowsTheGatewayDelaysAndThePanelPort() {
+    QCOMPARE(std::system(("ip route replace default via " + g_net->addressA).c_str()), 0);
+    const QString panel = QString::fromStdString(g_net->addressA);
+    Singleton<CClientConfig>::getInstance().updateServerIP(g_net->addressA);
+
+    m_window->findChild<QPushButton*>(QStringLiteral("settingBtn"))->click();
+    m_window->getSettingWidget()->netTestBtn()->click();
+    NetTestWidget* test = m_window->getNetTestWidget();
+    QVERIFY(test != nullptr);
+    QTRY_VERIFY(test->isVisible());
+    QVERIFY(test->clientIpBox()->currentText().startsWith(QString::fromStdString(g_net->addressB) + "("));
+    QCOMPARE(test->gatewayAddressLab()->text(), panel);
+    QTRY_VERIFY_WITH_TIMEOUT(test->gatewayVerdictLab()->text().startsWith(QStringLiteral("Success.")), 10000);
+    QVERIFY(test->gatewayDelayLab()->text().endsWith(QStringLiteral("ms")));
+    QTRY_COMPARE_WITH_TIMEOUT(test->serverAddressLab()->text(), panel, 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(test->serverVerdictLab()->text().startsWith(QStringLiteral("Success.")), 10000);
+
+    // The receiver's port is reachable; a port nobody listens on is not.
+    test->tcpAddressEdit()->setText(panel);
+    test->tcpPortEdit()->setText(QStringLiteral("47800"));
+    test->tcpTestBtn()->click();
+    QTRY_COMPARE_WITH_TIMEOUT(test->tcpResultLab()->text(), QStringLiteral("Success.The screen port is reachable"),
+                              10000);
+    QCOMPARE(test->tcpValueLab()->text(), QStringLiteral("0"));
+    test->tcpPortEdit()->setText(QStringLiteral("47999"));
+    test->tcpTestBtn()->click();
+    QTRY_COMPARE_WITH_TIMEOUT(test->tcpResultLab()->text(),
+                              QStringLiteral("Error.The screen port cannot be reached"), 10000);
+    QCOMPARE(test->tcpValueLab()->text(), QString::number(ECONNREFUSED));
+    test->hide();
 }
 
 int main(int argc, char* argv[]) {

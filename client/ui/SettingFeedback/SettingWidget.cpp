@@ -122,7 +122,10 @@ QWidget* SettingWidget::buildBasicPage() {
     m_determineBtn = new QPushButton(tr("OK"));
     m_determineBtn->setObjectName(QStringLiteral("determineBtn"));
     grid->addWidget(m_determineBtn, 3, 1, Qt::AlignRight);
-    grid->setRowStretch(4, 1);
+    m_netTestBtn = new QPushButton(tr("Network test"));
+    m_netTestBtn->setObjectName(QStringLiteral("netTestBtn"));
+    grid->addWidget(m_netTestBtn, 4, 1, Qt::AlignRight);
+    grid->setRowStretch(5, 1);
     return page;
 }
 
@@ -189,6 +192,7 @@ QWidget* SettingWidget::buildShortcutPage() {
 
 void SettingWidget::initConnect() {
     connect(m_determineBtn, &QPushButton::clicked, this, &SettingWidget::onDetermineBtnClicked);
+    connect(m_netTestBtn, &QPushButton::clicked, this, &SettingWidget::signalShowNetTest);
     connect(m_portEdit, &QLineEdit::textEdited, this, &SettingWidget::onPortText);
     connect(m_hostNameEdit, &QLineEdit::textChanged, this, &SettingWidget::onLineEditTextChanged);
     connect(m_startOrStopEdit, &QLineEdit::textChanged, this, &SettingWidget::onStartOrStopScreenLineEditTextChanged);

@@ -56,6 +56,7 @@ public:
     QLineEdit* serverIpEdit() const { return m_serverIpEdit; }
     QLineEdit* portEdit() const { return m_portEdit; }
     QPushButton* determineBtn() const { return m_determineBtn; }
+    QPushButton* netTestBtn() const { return m_netTestBtn; }
     QCheckBox* displayCheckBox(int which) const;  // 1 bit rate .. 4 packet loss
     QWidget* highResolutionRow() const { return m_highResolutionRow; }
     BubbleTipWindows* bubbleTip() const { return m_bubble; }
@@ -77,6 +78,8 @@ signals:
     void signalChangeDisplayInfo(int which);
     // A global shortcut was pressed (ShortcutId).
     void signalShortcutActivated(int which);
+    // The basic page's "Network test" button.
+    void signalShowNetTest();
 
 public slots:
     void onDetermineBtnClicked();
@@ -123,6 +126,7 @@ private:
     QLineEdit* m_serverIpEdit = nullptr;
     QLineEdit* m_portEdit = nullptr;
     QPushButton* m_determineBtn = nullptr;
+    QPushButton* m_netTestBtn = nullptr;
     QCheckBox* m_bitRateBox = nullptr;
     QCheckBox* m_delayBox = nullptr;
     QCheckBox* m_frameRateBox = nullptr;
