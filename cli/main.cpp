@@ -54,6 +54,12 @@ const char* const kHelp =
     "      (1: software encoders first), ShowBitRate, ShowDelay, ShowFrameRate,\n"
     "      ShowLossFraction, StartOrStopScreenShortcut, PauseScreenShortcut, ...\n"
     "\n"
+    "  nettest [--server HOST] [--address IP] [--port N] [--samples N]\n"
+    "      The network test: one {\"event\":\"address\"} line per usable local address\n"
+    "      with its gateway, N delay samples (default 3) to the first gateway and to\n"
+    "      the server (default: the passcode server setting) with their verdicts,\n"
+    "      and with --address whether that panel's TCP port (default 47800) answers.\n"
+    "\n"
     "  --help\n"
     "      This text.\n";
 
@@ -84,6 +90,8 @@ int main(int argc, char* argv[]) {
         code = cli::runForget(arguments);
     } else if (verb == QLatin1String("settings")) {
         code = cli::runSettings(arguments);
+    } else if (verb == QLatin1String("nettest")) {
+        code = cli::runNetTest(arguments);
     } else {
         std::fprintf(stderr, "zelvanor-cli: unknown verb '%s'\n\n%s", qPrintable(verb), kHelp);
     }

@@ -205,6 +205,22 @@ void TestClientSettings::netTestShowsTheGatewayDelaysAndThePanelPort() {
                               QStringLiteral("Error.The screen port cannot be reached"), 10000);
     QCOMPARE(test->tcpValueLab()->text(), QString::number(ECONNREFUSED));
     test->hide();
+
+    // The same from the command line.
+    for (const char* port : {"47800", "47999"}) {
+        ChildProcess cli({zvtest::builtProgram("zelvanor-cli"), "nettest", "--samples", "1", "--address",
+                          g_net->addressA, "--port", port},
+                         ChildProcess::Output::Capture);
+        const QJsonObject address = jsonLine(cli.waitForLine(zvtest::statusEvent("address"), 10s));
+        QCOMPARE(address.value(QLatin1String("gateway")).toString(), panel);
+        const QJsonObject gateway =
+            jsonLine(cli.waitForLine(zvtest::statusEvent("delay", "target", QStringLiteral("gateway")), 10s));
+        QCOMPARE(gateway.value(QLatin1String("verdict")).toString().left(8), QStringLiteral("Success."));
+        const QJsonObject tcp = jsonLine(cli.waitForLine(zvtest::statusEvent("tcp"), 10s));
+        QCOMPARE(tcp.value(QLatin1String("reachable")).toBool(), std::string(port) == "47800");
+        QVERIFY(cli.waitFinished(10s));
+        QCOMPARE(cli.exitCode(), 0);
+    }
 }
 
 int main(int argc, char* argv[]) {

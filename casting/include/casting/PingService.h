@@ -11,6 +11,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -46,6 +47,11 @@ public:
     static int measureDelayMs(const std::string& ipv4, uint16_t tcpPort, int timeoutMs, Method* method = nullptr);
     // The dotted address of a host name or address text; empty when it does not resolve.
     static std::string resolve(const std::string& host);
+    // Interface name -> its default gateway (dotted), from the kernel's route
+    // table (/proc/net/route); the first default route of an interface wins.
+    static std::map<std::string, std::string> defaultGateways(const std::string& routeFile = "/proc/net/route");
+    // The verdict of a sample as the network test shows it.
+    static const char* delayVerdict(int delayMs);
 
 private:
     void run(std::string gateway, std::string server, uint16_t serverPort, Callbacks callbacks, int intervalMs);

@@ -12,7 +12,10 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 
 #include "casting/Log.h"
 
@@ -103,6 +106,36 @@ std::string PingService::resolve(const std::string& host) {
     ::inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in*>(found->ai_addr)->sin_addr, text, sizeof text);
     ::freeaddrinfo(found);
     return text;
+}
+
+std::map<std::string, std::string> PingService::defaultGateways(const std::string& routeFile) {
+    std::map<std::string, std::string> gateways;
+    std::ifstream routes(routeFile);
+    std::string line;
+    std::getline(routes, line);  // the header
+    constexpr unsigned long kRouteGateway = 0x2;
+    while (std::getline(routes, line)) {
+        std::istringstream fields(line);
+        std::string name, destination, gateway, flags;
+        if (!(fields >> name >> destination >> gateway >> flags)) continue;
+        const unsigned long address = std::strtoul(gateway.c_str(), nullptr, 16);
+        if (std::strtoul(destination.c_str(), nullptr, 16) != 0 || address == 0 ||
+            !(std::strtoul(flags.c_str(), nullptr, 16) & kRouteGateway)) {
+            continue;
+        }
+        // The kernel writes the address as a number in its own byte order: as in_addr's.
+        in_addr in{};
+        in.s_addr = static_cast<in_addr_t>(address);
+        char text[INET_ADDRSTRLEN] = {};
+        ::inet_ntop(AF_INET, &in, text, sizeof text);
+        gateways.emplace(name, text);
+    }
+    return gateways;
+}
+
+const char* PingService::delayVerdict(int delayMs) {
+    if (delayMs < 0) return "Error.Ip pinged failed.";
+    return delayMs > 99 ? "Success.There is a large delay" : "Success.";
 }
 
 void PingService::start(const std::string& gateway, const std::string& server, uint16_t serverPort,

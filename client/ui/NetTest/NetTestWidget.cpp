@@ -1,7 +1,6 @@
 #include "ui/NetTest/NetTestWidget.h"
 
 #include <QComboBox>
-#include <QFile>
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -192,26 +191,8 @@ QStringList NetTestWidget::validLocalAddresses() {
 
 QHash<QString, QString> NetTestWidget::readGateways(const QString& routeFile) {
     QHash<QString, QString> gateways;
-    QFile file(routeFile);
-    if (!file.open(QIODevice::ReadOnly)) return gateways;
-    file.readLine();  // the header
-    while (!file.atEnd()) {
-        const QList<QByteArray> fields = file.readLine().simplified().split(' ');
-        if (fields.size() < 4) continue;
-        bool ok = false;
-        const quint32 destination = fields[1].toUInt(&ok, 16);
-        const quint32 gateway = fields[2].toUInt(nullptr, 16);
-        const quint32 routeFlags = fields[3].toUInt(nullptr, 16);
-        constexpr quint32 kRouteGateway = 0x2;
-        if (!ok || destination != 0 || !(routeFlags & kRouteGateway) || gateway == 0) continue;
-        // The kernel writes the address in the machine's byte order (little-endian here).
-        const QString text = QStringLiteral("%1.%2.%3.%4")
-                                 .arg(gateway & 0xff)
-                                 .arg((gateway >> 8) & 0xff)
-                                 .arg((gateway >> 16) & 0xff)
-                                 .arg((gateway >> 24) & 0xff);
-        const QString name = QString::fromLatin1(fields[0]);
-        if (!gateways.contains(name)) gateways.insert(name, text);
+    for (const auto& entry : PingService::defaultGateways(routeFile.toStdString())) {
+        gateways.insert(QString::fromStdString(entry.first), QString::fromStdString(entry.second));
     }
     return gateways;
 }
@@ -292,7 +273,7 @@ void NetTestWidget::startSampling(const QString& localAddress) {
 // ---------------------------------------------------------------------------
 
 QString NetTestWidget::delayVerdict(unsigned int delayMs) {
-    return delayMs > kLargeDelayMs ? tr("Success.There is a large delay") : tr("Success.");
+    return delayMs > static_cast<unsigned>(kLargeDelayMs) ? tr("Success.There is a large delay") : tr("Success.");
 }
 
 void NetTestWidget::onUpdateGatewayDelay(unsigned int delayMs) {
