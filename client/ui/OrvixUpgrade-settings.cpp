@@ -6,6 +6,7 @@
 #include <QHBoxLayout>
 #include <QPushButton>
 
+#include "BusinessModule/ToolBusiness/ToolBusiness.h"
 #include "casting/CClientConfig.h"
 #include "casting/CManageAll.h"
 #include "casting/Log.h"
@@ -13,6 +14,7 @@
 #include "ui/ContentWidget/ScreenPage.h"
 #include "ui/NetTest/NetTestWidget.h"
 #include "ui/OrvixUpgrade.h"
+#include "ui/SettingFeedback/BYOMSetting.h"
 #include "ui/SettingFeedback/HideSetWindow.h"
 #include "ui/SettingFeedback/SettingWidget.h"
 #include "ui/widgets/SwitchButton.h"
@@ -62,8 +64,41 @@ void OrvixUpgrade::initSettings() {
         showSettingWidget();
         m_settingWidget->onDisplayBtnClicked();
     });
+    // Camera and microphone sharing: the debug window shows a state on demand.
+    m_byomButton = new BYOMButton(this);
+    m_byomButton->hide();
+    m_byomSetting = new BYOMSetting(this);
+    m_byomSetting->hide();
+    connect(debug, &HideSetWindow::signalChangeBYOMModel, this, &OrvixUpgrade::showBYOM);
+    connect(m_byomButton, &BYOMButton::signalClicked, this, [this] {
+        m_byomSetting->move(m_byomButton->mapToGlobal(QPoint(0, -m_byomSetting->sizeHint().height() - 8)));
+        m_byomSetting->show();
+    });
+    connect(m_byomSetting, &BYOMSetting::signalVirtualDeviceClicked, this, [this](bool on) {
+        // No panel offers its camera and microphone in this build: the answer
+        // is "not supported", given at once.
+        ZV_LOG(INFO) << " virtual devices asked " << (on ? "on" : "off") << ": the display does not offer them";
+        m_byomSetting->setVirtualDeviceBtnEnableClicked(true);
+        showBYOM(BYOMNotSupport);
+    });
+
     // The debug window is process-wide; it goes with the main window.
     connect(this, &QObject::destroyed, [] { HideSetWindow::destory(); });
+}
+
+void OrvixUpgrade::showBYOM(int status) {
+    auto state = static_cast<BYOMButtonStatus>(status);
+    const bool host = ToolBusiness::getVirtualDeviceHostAvailable();
+    if (!host) state = BYOMNotSupport;
+    m_byomSetting->setHostAvailable(host);
+    m_byomSetting->setBYOMStatus(state);
+    m_byomButton->setIconStatus(state);
+    m_byomButton->setLabText(state == BYOMNotSupport ? tr("BYOM Not Supported") : tr("Camera and microphone"));
+    m_byomButton->adjustSize();
+    m_byomButton->setBtnPoint(QPoint(width() - m_byomButton->width() - 16, height() - m_byomButton->height() - 56));
+    m_byomButton->show();
+    m_byomButton->raise();
+    m_byomButton->startTimer();
 }
 
 void OrvixUpgrade::showSettingWidget() {

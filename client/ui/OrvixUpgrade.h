@@ -50,6 +50,8 @@ class OrvixUpgrade;
 
 namespace qorquicomponents {
 
+class BYOMButton;
+class BYOMSetting;
 class ConnectPage;
 class ConnectThread;
 class DynamicWindow;
@@ -170,6 +172,8 @@ public:
     // Settings: OrvixUpgrade-settings.cpp.
     SettingWidget* getSettingWidget() const { return m_settingWidget; }
     NetTestWidget* getNetTestWidget() const { return m_netTestWidget; }
+    BYOMButton* getBYOMButton() const { return m_byomButton; }
+    BYOMSetting* getBYOMSetting() const { return m_byomSetting; }
     // Opens the settings window beside this one.
     void showSettingWidget();
 
@@ -282,6 +286,10 @@ private:
     void onShortcutActivated(int which);
     SettingWidget* m_settingWidget = nullptr;
     NetTestWidget* m_netTestWidget = nullptr;  // made on first use
+    // Camera and microphone sharing: its floating button and pop-up.
+    void showBYOM(int status);
+    BYOMButton* m_byomButton = nullptr;
+    BYOMSetting* m_byomSetting = nullptr;
 
     // Discovery.
     void notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation);
