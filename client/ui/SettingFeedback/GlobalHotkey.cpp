@@ -5,18 +5,28 @@
 
 #include <QSocketNotifier>
 
+#include <atomic>
+#include <mutex>
+
 #include "casting/Log.h"
 
 namespace qorquicomponents {
 namespace {
 
 // Xlib reports a refused grab through the process-wide error handler, after
-// the request reached the server; installed only around our own XSync.
-bool g_grabRefused = false;
+// the request reached the server. Ours is installed once and never swapped
+// out: errors of other connections (the screen capture's, which installs a
+// chaining handler the same way) go on to the handler installed before it.
+std::atomic<Display*> g_hotkeyDisplay{nullptr};
+std::atomic<bool> g_grabRefused{false};
+XErrorHandler g_previousHandler = nullptr;
 
-int onGrabError(Display*, XErrorEvent* error) {
-    if (error->error_code == BadAccess) g_grabRefused = true;
-    return 0;
+int onGrabError(Display* display, XErrorEvent* error) {
+    if (display == g_hotkeyDisplay.load()) {
+        if (error->error_code == BadAccess) g_grabRefused = true;
+        return 0;
+    }
+    return g_previousHandler != nullptr ? g_previousHandler(display, error) : 0;
 }
 
 constexpr unsigned kModifiers = ControlMask | Mod1Mask;
@@ -30,7 +40,11 @@ GlobalHotkey::GlobalHotkey(QObject* parent) : QObject(parent) {}
 GlobalHotkey::~GlobalHotkey() {
     unregisterAll();
     delete m_notifier;
-    if (m_display != nullptr) XCloseDisplay(m_display);
+    if (m_display != nullptr) {
+        Display* expected = m_display;
+        g_hotkeyDisplay.compare_exchange_strong(expected, nullptr);
+        XCloseDisplay(m_display);
+    }
 }
 
 bool GlobalHotkey::ensureConnection() {
@@ -40,6 +54,8 @@ bool GlobalHotkey::ensureConnection() {
         ZV_LOG(WARNING) << " no X display: global shortcuts are not available";
         return false;
     }
+    static std::once_flag once;
+    std::call_once(once, [] { g_previousHandler = XSetErrorHandler(onGrabError); });
     m_notifier = new QSocketNotifier(ConnectionNumber(m_display), QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, [this] { readEvents(); });
     return true;
@@ -71,12 +87,12 @@ GlobalHotkey::Result GlobalHotkey::registerHotkey(int id, int qtKey) {
         if (other.second == keycode) return Result::Occupied;  // our other shortcut has this letter
     }
     XSync(m_display, False);
+    // One hot-key connection reports at a time (GUI thread only).
+    g_hotkeyDisplay = m_display;
     g_grabRefused = false;
-    XErrorHandler previous = XSetErrorHandler(onGrabError);
     grab(keycode, true);
     XSync(m_display, False);
-    XSetErrorHandler(previous);
-    if (g_grabRefused) {
+    if (g_grabRefused.exchange(false)) {
         // Part of the combinations may have been granted: give them back.
         grab(keycode, false);
         XSync(m_display, False);
