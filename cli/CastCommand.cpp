@@ -14,6 +14,7 @@
 #include "Commands.h"
 #include "JsonLines.h"
 #include "PanelSession.h"
+#include "casting/BusinessSettings.h"
 #include "casting/CManageAll.h"
 
 // Xlib last: its macros (Status, Bool, ...) clash with Qt headers.
@@ -85,7 +86,13 @@ int runCast(const QStringList& arguments) {
                                      QStringLiteral("N"), QStringLiteral("10"));
     const QCommandLineOption protocol(QStringLiteral("protocol"), QStringLiteral("udp, tcp or brx (default udp)."),
                                       QStringLiteral("NAME"), QStringLiteral("udp"));
-    parser.addOptions({window, seconds, protocol});
+    const QCommandLineOption dump(QStringLiteral("dump"),
+                                  QStringLiteral("Debug dumps written under the log folder while casting: h264, yuv, "
+                                                 "rgb, rgb-after-yuv, rtp (comma-separated)."),
+                                  QStringLiteral("LIST"));
+    const QCommandLineOption timeLog(QStringLiteral("time-log"),
+                                     QStringLiteral("Record each frame's stage times in the log folder."));
+    parser.addOptions({window, seconds, protocol, dump, timeLog});
     QString error;
     ProtocolType stream = PROTOCOL_UDP;
     bool ok = parser.parse(arguments) && session.readOptions(parser, &error);
@@ -93,6 +100,20 @@ int runCast(const QStringList& arguments) {
         error = QStringLiteral("--protocol must be udp, tcp or brx");
         ok = false;
     }
+    BusinessSettings& business = BusinessSettings::getInstance();
+    for (const QString& kind : parser.value(dump).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        if (!ok) break;
+        if (kind == QLatin1String("h264")) business.setIsWriteH264Flow(true);
+        else if (kind == QLatin1String("yuv")) business.setIsWriteYUVFlow(true);
+        else if (kind == QLatin1String("rgb")) business.setIsWriteRGBFlow(true);
+        else if (kind == QLatin1String("rgb-after-yuv")) business.setIsWriteRGBFlowAfterYUV(true);
+        else if (kind == QLatin1String("rtp")) business.setIsWriteRTPFlow(true);
+        else {
+            error = QStringLiteral("--dump takes h264, yuv, rgb, rgb-after-yuv, rtp");
+            ok = false;
+        }
+    }
+    if (parser.isSet(timeLog)) business.setIsRecordTimeLog(true);
     tagWindowScreenInfo_ windowInfo{};
     if (ok && parser.isSet(window)) {
         windowInfo.nWindowId = static_cast<int32_t>(parser.value(window).toUInt(&ok, 0));

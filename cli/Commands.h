@@ -10,5 +10,7 @@ int runLogin(const QStringList& arguments);
 int runCast(const QStringList& arguments);
 int runForget(const QStringList& arguments);
 int runReverse(const QStringList& arguments);
+int runSettings(const QStringList& arguments);
+int runNetTest(const QStringList& arguments);
 
 }  // namespace cli

@@ -30,13 +30,15 @@ const char* const kHelp =
     "      dropped link.\n"
     "\n"
     "  cast (--code CODE [--address IP[:PORT]] | --address IP[:PORT]) [--window ID] [--seconds N]\n"
-    "       [--protocol udp|tcp|brx] [--reconnect]\n"
+    "       [--protocol udp|tcp|brx] [--reconnect] [--dump h264,yuv,rgb,rgb-after-yuv,rtp] [--time-log]\n"
     "      Log in and cast this display's screen, or one X11 window, for N seconds\n"
     "      (default 10) over the given transport (default brx: SRT, encrypted).\n"
     "      Prints {\"event\":\"cast\",\"result\":\"started\"|\"waiting\"|\"failed\"},\n"
     "      then the session's events (statistics, touches from the panel, ...).\n"
     "      Lines on standard input steer the cast: pause, resume, voice on,\n"
-    "      voice off, control on, control off, stop.\n"
+    "      voice off, control on, control off, stop. --dump writes those streams\n"
+    "      under <home>/Zelvanor/Zelvanor/Logs/dump/ (H.264 as a playable Annex B\n"
+    "      file); --time-log writes each frame's stage times beside the logs.\n"
     "\n"
     "  reverse (--code CODE [--address IP[:PORT]] | --address IP[:PORT]) [--control] [--voice]\n"
     "       [--seconds N] [--snapshot FILE.jpg] [--click X,Y] [--window-size WxH]\n"
@@ -51,6 +53,22 @@ const char* const kHelp =
     "  forget --panel NAME\n"
     "      Forget the key this PC pinned for the panel NAME (after the panel was\n"
     "      reinstalled); the next log-in with its code pins the new key.\n"
+    "\n"
+    "  settings get [KEY]\n"
+    "  settings set KEY [VALUE]\n"
+    "      Read one setting (or all) or change one, under the same rules as the\n"
+    "      client's settings windows; prints {\"event\":\"setting\",\"key\":...,\"value\":...}\n"
+    "      or {\"event\":\"error\",...} and exits 1. Keys: HostName, ServerIP, ServerPort,\n"
+    "      ShortcutIP, ProType (cast video: 0 udp, 1 tcp, 2 brx), MouseProType,\n"
+    "      ReverseProType, ShareProType, ShareReverseProType (0 udp, 1 tcp), CodingMode\n"
+    "      (1: software encoders first), ShowBitRate, ShowDelay, ShowFrameRate,\n"
+    "      ShowLossFraction, StartOrStopScreenShortcut, PauseScreenShortcut, ...\n"
+    "\n"
+    "  nettest [--server HOST] [--address IP] [--port N] [--samples N]\n"
+    "      The network test: one {\"event\":\"address\"} line per usable local address\n"
+    "      with its gateway, N delay samples (default 3) to the first gateway and to\n"
+    "      the server (default: the passcode server setting) with their verdicts,\n"
+    "      and with --address whether that panel's TCP port (default 47800) answers.\n"
     "\n"
     "  --help\n"
     "      This text.\n";
@@ -82,6 +100,10 @@ int main(int argc, char* argv[]) {
         code = cli::runReverse(arguments);
     } else if (verb == QLatin1String("forget")) {
         code = cli::runForget(arguments);
+    } else if (verb == QLatin1String("settings")) {
+        code = cli::runSettings(arguments);
+    } else if (verb == QLatin1String("nettest")) {
+        code = cli::runNetTest(arguments);
     } else {
         std::fprintf(stderr, "zelvanor-cli: unknown verb '%s'\n\n%s", qPrintable(verb), kHelp);
     }

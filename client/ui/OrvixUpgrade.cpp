@@ -171,6 +171,7 @@ void OrvixUpgrade::initUi() {
     connect(m_screenChangeWatcher, &ScreenChangeWatcher::signalScreenSizeChanged, this,
             [this](int, int) { onRestartMirroring(); }, Qt::QueuedConnection);
     m_screenChangeWatcher->start();
+    initSettings();
 }
 
 void OrvixUpgrade::initData() {

@@ -51,16 +51,20 @@ class OrvixUpgrade;
 
 namespace qorquicomponents {
 
+class BYOMButton;
+class BYOMSetting;
 class ConnectPage;
 class ConnectThread;
 class DynamicWindow;
 class FileScreenThread;
 class LoadingWidget;
+class NetTestWidget;
 class ReverseScreen;
 class ScreenChangeWatcher;
 class ScreenPage;
 class ScreenThread;
 class SharePage;
+class SettingWidget;
 class StartShareThread;
 
 class OrvixUpgrade : public QWidget {
@@ -171,6 +175,12 @@ public:
     // Window casting: OrvixUpgrade-window.cpp.
     // File casting: OrvixUpgrade-file.cpp.
     // Settings: OrvixUpgrade-settings.cpp.
+    SettingWidget* getSettingWidget() const { return m_settingWidget; }
+    NetTestWidget* getNetTestWidget() const { return m_netTestWidget; }
+    BYOMButton* getBYOMButton() const { return m_byomButton; }
+    BYOMSetting* getBYOMSetting() const { return m_byomSetting; }
+    // Opens the settings window beside this one.
+    void showSettingWidget();
 
 signals:
     // Connect and log-in.
@@ -282,6 +292,17 @@ private:
     void showLoading();
     void hideLoading();
     void setTitleBtnStatus(int status);
+
+    // Settings (OrvixUpgrade-settings.cpp): the settings window, the title
+    // bar's button that opens it and the global shortcuts' actions.
+    void initSettings();
+    void onShortcutActivated(int which);
+    SettingWidget* m_settingWidget = nullptr;
+    NetTestWidget* m_netTestWidget = nullptr;  // made on first use
+    // Camera and microphone sharing: its floating button and pop-up.
+    void showBYOM(int status);
+    BYOMButton* m_byomButton = nullptr;
+    BYOMSetting* m_byomSetting = nullptr;
 
     // Discovery.
     void notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation);

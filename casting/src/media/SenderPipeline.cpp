@@ -101,6 +101,11 @@ std::string SenderPipeline::Impl::start(const SenderConfig& config) {
         return error;
     }
     m_running = true;
+    m_capture.setRawTap([this](const uint8_t* bgrx, int stride, int x, int y, int width, int height) {
+        if (StreamDump::isSwitchedOn(StreamDump::Rgb) || !m_dump.currentPath(StreamDump::Rgb).empty()) {
+            m_dump.writeRgbRect(bgrx, stride, x, y, width, height);
+        }
+    });
     m_capture.start([this](BufferPtr frame, int width, int height) { pushFrame(std::move(frame), width, height); },
                     [this](const std::string& problem) { reportError(problem); });
 
@@ -176,6 +181,11 @@ std::string SenderPipeline::Impl::buildVideo(const SenderConfig& config) {
         return "cannot link the video elements (" + m_encoderName + ")";
     }
 
+    PadPtr raw(gst_element_get_static_pad(m_appsrc.get(), "src"));
+    gst_pad_add_probe(raw.get(), GST_PAD_PROBE_TYPE_BUFFER, &SenderPipeline::Impl::onRawFrame, this, nullptr);
+    PadPtr packed(gst_element_get_static_pad(payloader.get(), "src"));
+    gst_pad_add_probe(packed.get(), static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST),
+                      &SenderPipeline::Impl::onRtpPacked, this, nullptr);
     PadPtr encoded(gst_element_get_static_pad(m_encoder.get(), "src"));
     gst_pad_add_probe(encoded.get(), GST_PAD_PROBE_TYPE_BUFFER, &SenderPipeline::Impl::onEncodedFrame, this, nullptr);
     gst_pad_add_probe(encoded.get(), GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, &SenderPipeline::Impl::onUpstreamEvent, this,
@@ -202,9 +212,63 @@ void SenderPipeline::Impl::pushFrame(BufferPtr frame, int width, int height) {
     gst_app_src_push_buffer(GST_APP_SRC(m_appsrc.get()), frame.release());
 }
 
-GstPadProbeReturn SenderPipeline::Impl::onEncodedFrame(GstPad*, GstPadProbeInfo*, gpointer self) {
-    static_cast<SenderPipeline::Impl*>(self)->m_frames.add(1);
+GstPadProbeReturn SenderPipeline::Impl::onEncodedFrame(GstPad* pad, GstPadProbeInfo* info, gpointer self) {
+    auto* impl = static_cast<SenderPipeline::Impl*>(self);
+    impl->m_frames.add(1);
+    GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    if (StreamDump::isSwitchedOn(StreamDump::TimeLog)) {
+        impl->m_dump.markEncoded(GST_BUFFER_PTS(buffer), impl->runningTimeNow());
+    }
+    if (StreamDump::isSwitchedOn(StreamDump::H264) || !impl->m_dump.currentPath(StreamDump::H264).empty()) {
+        CapsPtr caps(gst_pad_get_current_caps(pad));
+        // A new file should start playing at once: ask for a key frame (the
+        // encoder only queues the request; onUpstreamEvent wakes the capture).
+        if (impl->m_dump.writeH264(buffer, caps.get())) {
+            gst_pad_send_event(pad, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
+        }
+    }
     return GST_PAD_PROBE_OK;
+}
+
+GstPadProbeReturn SenderPipeline::Impl::onRawFrame(GstPad*, GstPadProbeInfo* info, gpointer self) {
+    auto* impl = static_cast<SenderPipeline::Impl*>(self);
+    GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    impl->m_dump.markQueued(GST_BUFFER_PTS(buffer), impl->runningTimeNow());
+    impl->m_dump.writeI420(buffer, impl->m_frameWidth, impl->m_frameHeight);
+    return GST_PAD_PROBE_OK;
+}
+
+GstPadProbeReturn SenderPipeline::Impl::onRtpPacked(GstPad*, GstPadProbeInfo* info, gpointer self) {
+    auto* impl = static_cast<SenderPipeline::Impl*>(self);
+    const bool rtp = StreamDump::isSwitchedOn(StreamDump::Rtp) || !impl->m_dump.currentPath(StreamDump::Rtp).empty();
+    const bool timed = StreamDump::isSwitchedOn(StreamDump::TimeLog);
+    if (!rtp && !timed) return GST_PAD_PROBE_OK;
+    GstClockTime pts = GST_CLOCK_TIME_NONE;
+    if (GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER_LIST) {
+        GstBufferList* list = GST_PAD_PROBE_INFO_BUFFER_LIST(info);
+        const guint count = gst_buffer_list_length(list);
+        for (guint i = 0; i < count; ++i) {
+            GstBuffer* packet = gst_buffer_list_get(list, i);
+            if (rtp) impl->m_dump.writeRtp(packet);
+            if (i == 0) pts = GST_BUFFER_PTS(packet);
+        }
+    } else {
+        GstBuffer* packet = GST_PAD_PROBE_INFO_BUFFER(info);
+        if (rtp) impl->m_dump.writeRtp(packet);
+        pts = GST_BUFFER_PTS(packet);
+    }
+    if (timed) impl->m_dump.markPacked(pts, impl->runningTimeNow());
+    return GST_PAD_PROBE_OK;
+}
+
+GstClockTime SenderPipeline::Impl::runningTimeNow() const {
+    if (!StreamDump::isSwitchedOn(StreamDump::TimeLog) || !m_pipeline) return GST_CLOCK_TIME_NONE;
+    GstClock* clock = gst_element_get_clock(m_pipeline.get());
+    if (clock == nullptr) return GST_CLOCK_TIME_NONE;
+    const GstClockTime now = gst_clock_get_time(clock);
+    gst_object_unref(clock);
+    const GstClockTime base = gst_element_get_base_time(m_pipeline.get());
+    return now >= base ? now - base : GST_CLOCK_TIME_NONE;
 }
 
 // Key-frame requests reach the encoder as upstream events (ours, or the
@@ -280,6 +344,7 @@ void SenderPipeline::Impl::stop() {
         m_rtx.reset();
     }
     m_pipeline.reset();
+    m_dump.close();
     m_srtpEncoder.reset();
     m_srtpDecoder.reset();
     m_rtcpSocket.reset();

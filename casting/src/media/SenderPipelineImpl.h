@@ -13,6 +13,7 @@
 #include "media/RateMeter.h"
 #include "media/SenderPipeline.h"
 #include "media/SrtpKeying.h"
+#include "media/StreamDump.h"
 #include "media/X11Capture.h"
 
 namespace zv::media {
@@ -31,6 +32,10 @@ struct SenderPipeline::Impl {
     std::string firstError() const;
     static GstPadProbeReturn onEncodedFrame(GstPad* pad, GstPadProbeInfo* info, gpointer self);
     static GstPadProbeReturn onUpstreamEvent(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    // Debug dumps and the time log (StreamDump), off unless switched on.
+    static GstPadProbeReturn onRawFrame(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    static GstPadProbeReturn onRtpPacked(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    GstClockTime runningTimeNow() const;
 
     // SenderTransport.cpp
     std::string buildVideoTransport(GstElement* payloader);
@@ -52,6 +57,7 @@ struct SenderPipeline::Impl {
     guint m_videoSsrc = 0;  // sound and retransmissions take their own, next to it (one key, unique SSRCs)
     ErrorCallback m_onError;
     X11Capture m_capture;
+    StreamDump m_dump;
 
     ElementPtr m_pipeline;
     ElementPtr m_appsrc;

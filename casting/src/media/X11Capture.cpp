@@ -421,6 +421,10 @@ bool X11Capture::grabRect(const Rect& canvasRect) {
         ok = image != nullptr;
     }
     ok = ok && t_lastError == 0 && image->bits_per_pixel == 32;
+    if (ok && m_rawTap) {
+        m_rawTap(reinterpret_cast<const uint8_t*>(image->data), image->bytes_per_line, canvasRect.x, canvasRect.y,
+                 canvasRect.width, canvasRect.height);
+    }
     if (ok) {
         convertBgrxToI420(reinterpret_cast<const uint8_t*>(image->data), image->bytes_per_line, canvasRect.width,
                           canvasRect.height, canvas, canvasRect.x, canvasRect.y);

@@ -72,6 +72,11 @@ public:
     int height() const { return m_height; }
     bool usesDamage() const { return m_haveDamage && m_config.damageDriven; }
 
+    // Sees every grabbed rectangle's BGRx pixels (x, y in frame coordinates)
+    // on the capture thread, before conversion. Set before start().
+    using RawTap = std::function<void(const uint8_t* bgrx, int stride, int x, int y, int width, int height)>;
+    void setRawTap(RawTap tap) { m_rawTap = std::move(tap); }
+
     void start(FrameHandler onFrame, ProblemHandler onProblem);
     // Stops and joins the thread, closes the display. Safe to call twice.
     void stop();
@@ -129,6 +134,7 @@ private:
 
     FrameHandler m_onFrame;
     ProblemHandler m_onProblem;
+    RawTap m_rawTap;
     std::thread m_thread;
     int m_wakeFd = -1;
     std::atomic<bool> m_stopping{false};
