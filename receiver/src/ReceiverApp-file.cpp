@@ -2,7 +2,9 @@
 // the status lines and the panel-side commands.
 #include "ReceiverApp.h"
 
+#include <QGuiApplication>
 #include <QJsonObject>
+#include <QScreen>
 
 #include "IdleScreen.h"
 #include "StatusPrinter.h"
@@ -62,6 +64,9 @@ void ReceiverApp::startFileCasting() {
             view->resize(m_screen ? m_screen->size() : QSize(1280, 720));
             view->show();
         } else {
+            // Shown again after a hide, the window manager may give it its
+            // last normal size: ask for the whole screen each time.
+            if (QGuiApplication::primaryScreen() != nullptr) view->setGeometry(QGuiApplication::primaryScreen()->geometry());
             view->showFullScreen();
         }
         view->raise();
