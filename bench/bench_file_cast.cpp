@@ -135,12 +135,29 @@ int main(int argc, char* argv[]) {
     std::ifstream clipFile(clip, std::ios::binary | std::ios::ate);
     const double clipBytes = static_cast<double>(clipFile.tellg());
     const int copies = std::max(1, static_cast<int>(megabytes * 1048576.0 / clipBytes + 0.999));
-    std::string join = "gst-launch-1.0 -q concat name=c ! h264parse ! mp4mux ! filesink location=" + film;
-    for (int i = 0; i < copies; ++i) join += " filesrc location=" + clip + " ! qtdemux ! c.";
-    if (!run(join)) {
+    // concat with many branches stalls: join at most 10 at a time, in two levels.
+    auto joinFiles = [](const std::vector<std::string>& parts, const std::string& out) {
+        std::string command = "timeout 60 gst-launch-1.0 -q concat name=c ! h264parse ! mp4mux ! filesink location=" + out;
+        for (const std::string& part : parts) command += " filesrc location=" + part + " ! qtdemux ! c.";
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            if (run(command)) return true;  // now and then a join stops half way; again
+        }
+        return false;
+    };
+    std::vector<std::string> groups;
+    for (int left = copies, g = 0; left > 0; left -= 10, ++g) {
+        const std::string group = root + "/group" + std::to_string(g) + ".mp4";
+        if (!joinFiles(std::vector<std::string>(std::min(left, 10), clip), group)) {
+            std::fprintf(stderr, "cannot join the clips\n");
+            return 1;
+        }
+        groups.push_back(group);
+    }
+    if (!joinFiles(groups, film)) {
         std::fprintf(stderr, "cannot join the clips\n");
         return 1;
     }
+    for (const std::string& group : groups) std::remove(group.c_str());
     std::ifstream filmFile(film, std::ios::binary | std::ios::ate);
     const double filmMb = static_cast<double>(filmFile.tellg()) / 1048576.0;
     const int filmSeconds = copies * 10;
