@@ -12,5 +12,6 @@ int runForget(const QStringList& arguments);
 int runReverse(const QStringList& arguments);
 int runSettings(const QStringList& arguments);
 int runNetTest(const QStringList& arguments);
+int runFile(const QStringList& arguments);
 
 }  // namespace cli

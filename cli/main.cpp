@@ -50,6 +50,18 @@ const char* const kHelp =
     "      control off, voice on, voice off, home, back, key-frame, click X,Y,\n"
     "      snapshot PATH, corrupt, stop.\n"
     "\n"
+    "  file (--code CODE [--address IP[:PORT]] | --address IP[:PORT]) PATH [--seconds N] [--info]\n"
+    "       [--volume V] [--seek S] [--pause-at S] [--rotate D] [--scale P] [--translate DX,DY]\n"
+    "      Log in and let the panel play a picture, video or sound file, read from\n"
+    "      this PC as it plays. Prints {\"event\":\"file\",\"result\":\"started\"|\"failed\"},\n"
+    "      the session's events (a refusal or the end of the cast with its reason)\n"
+    "      and, with --info, the panel's play info every second. The options act\n"
+    "      once the file plays; JSON lines on standard input steer it later:\n"
+    "      {\"cmd\":\"pause\"|\"resume\"|\"info\"|\"stop\"}, {\"cmd\":\"seek\",\"seconds\":S},\n"
+    "      {\"cmd\":\"volume\",\"value\":V}, {\"cmd\":\"rotate\",\"degrees\":D},\n"
+    "      {\"cmd\":\"scale\",\"percent\":P}, {\"cmd\":\"translate\",\"dx\":X,\"dy\":Y},\n"
+    "      {\"cmd\":\"file\",\"path\":\"...\"}. Ends when stdin closes (or after N seconds).\n"
+    "\n"
     "  forget --panel NAME\n"
     "      Forget the key this PC pinned for the panel NAME (after the panel was\n"
     "      reinstalled); the next log-in with its code pins the new key.\n"
@@ -98,6 +110,8 @@ int main(int argc, char* argv[]) {
         code = cli::runCast(arguments);
     } else if (verb == QLatin1String("reverse")) {
         code = cli::runReverse(arguments);
+    } else if (verb == QLatin1String("file")) {
+        code = cli::runFile(arguments);
     } else if (verb == QLatin1String("forget")) {
         code = cli::runForget(arguments);
     } else if (verb == QLatin1String("settings")) {

@@ -21,6 +21,8 @@
 #include "casting/Log.h"
 #include "casting/McUtil.h"
 #include "discovery/AvahiRuntime.h"
+#include "file/FileCastService.h"
+#include "file/FileView.h"
 #include "discovery/PanelAnnouncer.h"
 #include "media/GstInit.h"
 #include "media/VideoView.h"
@@ -59,6 +61,8 @@ ReceiverApp::ReceiverApp(ReceiverOptions options, QObject* parent)
 ReceiverApp::~ReceiverApp() {
     m_announcer.reset();  // goodbye to browsers first
     delete m_share;        // its capture and sender stop
+    delete m_fileCast;     // the file player stops before its view goes
+    m_fileView.reset();
     delete m_cast;         // the pipeline stops before the view goes
     m_view.reset();
     delete m_service;      // tells connected clients
@@ -141,6 +145,7 @@ bool ReceiverApp::start(QString* error) {
     m_cast = new CastService(castSettings, m_service);
     startCasting();
     startSharing();
+    startFileCasting();
 
     if (!startPasscodes(*identity, identityFolder, error)) return false;
     if (m_options.discovery) startDiscovery();
@@ -403,6 +408,8 @@ void ReceiverApp::onCommand(const QByteArray& line) {
                                                           {QStringLiteral("height"), frame.height()}});
     } else if (name == QLatin1String("stop-cast")) {
         m_cast->stopCast(QStringLiteral("stopped on the panel"));
+    } else if (onFileCommand(name, command)) {
+        // a file-cast command, done
     } else if (name == QLatin1String("quit")) {
         QCoreApplication::quit();
     } else {

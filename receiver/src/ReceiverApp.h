@@ -10,6 +10,8 @@
 
 #include <memory>
 
+class QJsonObject;
+
 #include "ReceiverOptions.h"
 
 namespace zv {
@@ -27,6 +29,8 @@ class VideoView;
 namespace receiver {
 
 class CastService;
+class FileCastService;
+class FileView;
 class CodeKeeper;
 class IdleScreen;
 class PanelService;
@@ -54,6 +58,9 @@ private:
     void startSharing();
     bool onShareCommand(const QString& name, const QJsonObject& command);
     void showHome();
+    // File casting (ReceiverApp-file.cpp): the service, its view and status lines.
+    void startFileCasting();
+    bool onFileCommand(const QString& name, const QJsonObject& command);
 
     ReceiverOptions m_options;
     QString m_address;
@@ -69,6 +76,9 @@ private:
     std::unique_ptr<IdleScreen> m_screen;
     QSocketNotifier* m_commands = nullptr;
     QByteArray m_commandBuffer;
+    // File casting.
+    FileCastService* m_fileCast = nullptr;
+    std::unique_ptr<FileView> m_fileView;
 };
 
 }  // namespace receiver

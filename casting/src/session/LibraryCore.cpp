@@ -8,6 +8,7 @@
 #include "session/CastSession.h"
 #include "session/ShareSession.h"
 #include "session/ClientSession.h"
+#include "session/FileCastSession.h"
 #include "session/Watchdog.h"
 #include "transport/KnownPanels.h"
 
@@ -63,11 +64,12 @@ void LibraryCore::startIoLocked() {
             auto* cast = new CastSession(session, events.exception, reportError, context);
             auto* watchdog = new Watchdog(session, cast, context);
             auto* share = new ShareSession(session, events.exception, context);
-            return std::make_tuple(session, cast, watchdog, share);
+            auto* fileCast = new FileCastSession(session, events.exception, context);
+            return std::make_tuple(session, cast, watchdog, share, fileCast);
         },
         std::chrono::seconds(10));
     if (made) {
-        std::tie(m_session, m_cast, m_watchdog, m_share) = *made;
+        std::tie(m_session, m_cast, m_watchdog, m_share, m_fileCast) = *made;
     } else {
         ZV_LOG(ERROR) << " the library's I/O thread does not run";
     }
@@ -91,6 +93,11 @@ LibraryCore::CastChoices LibraryCore::castChoices() const {
 ShareSession& LibraryCore::share() {
     io();
     return *m_share;
+}
+
+FileCastSession& LibraryCore::fileCast() {
+    io();
+    return *m_fileCast;
 }
 
 Watchdog& LibraryCore::watchdog() {
@@ -168,6 +175,7 @@ void LibraryCore::shutdown() {
     CastSession* cast = nullptr;
     Watchdog* watchdog = nullptr;
     ShareSession* share = nullptr;
+    FileCastSession* fileCast = nullptr;
     {
         std::lock_guard<std::mutex> lock(m_ioMutex);
         io = m_io.get();
@@ -175,14 +183,16 @@ void LibraryCore::shutdown() {
         cast = m_cast;
         watchdog = m_watchdog;
         share = m_share;
+        fileCast = m_fileCast;
     }
     // Not under the lock: work queued on the I/O thread may need it.
     if (io != nullptr && session != nullptr) {
         io->call(
-            [session, cast, watchdog, share] {
+            [session, cast, watchdog, share, fileCast] {
                 watchdog->shutdown();
                 cast->stop(QStringLiteral("closing"));
                 share->stop(QStringLiteral("closing"));
+                fileCast->stop(QStringLiteral("closing"));
                 session->logout();
                 return true;
             },
@@ -196,6 +206,7 @@ void LibraryCore::shutdown() {
         m_cast = nullptr;
         m_watchdog = nullptr;
         m_share = nullptr;
+        m_fileCast = nullptr;
     }
     owned.reset();  // joins the thread; its objects are deleted there
     if (m_mediaWarmUp.joinable()) m_mediaWarmUp.join();

@@ -14,6 +14,7 @@ namespace zv {
 class AvahiRuntime;
 class CastSession;
 class ClientSession;
+class FileCastSession;
 class KnownPanels;
 class PanelBrowser;
 class ShareSession;
@@ -54,6 +55,7 @@ public:
     CastSession& cast();        // I/O thread only
     Watchdog& watchdog();       // I/O thread only
     ShareSession& share();      // I/O thread only: the reverse screen
+    FileCastSession& fileCast();  // I/O thread only; its info() from any thread
 
     // What the next cast uses (initProtocol, setWindowScreenInfo).
     struct CastChoices {
@@ -96,6 +98,7 @@ private:
     CastSession* m_cast = nullptr;       // likewise
     Watchdog* m_watchdog = nullptr;      // likewise
     ShareSession* m_share = nullptr;     // likewise
+    FileCastSession* m_fileCast = nullptr;  // likewise
     std::shared_ptr<KnownPanels> m_knownPanels;
     // Loads GStreamer (its first start scans every plug-in, seconds on a cold
     // machine) while the user is still choosing a panel, so a cast request
