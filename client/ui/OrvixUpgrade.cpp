@@ -171,6 +171,7 @@ void OrvixUpgrade::initUi() {
     connect(m_screenChangeWatcher, &ScreenChangeWatcher::signalScreenSizeChanged, this,
             [this](int, int) { onRestartMirroring(); }, Qt::QueuedConnection);
     m_screenChangeWatcher->start();
+    initFileScreen();
 }
 
 void OrvixUpgrade::initData() {
@@ -279,11 +280,6 @@ std::function<void()> OrvixUpgrade::trackedWork(std::function<void()> work) {
 
 int OrvixUpgrade::reverseScreenThreadFun() {
     ZV_LOG(WARNING) << " reverse screen requests are not wired in this build";
-    return 0;
-}
-
-int OrvixUpgrade::fileScreenThreadFun() {
-    ZV_LOG(WARNING) << " file cast requests are not wired in this build";
     return 0;
 }
 

@@ -41,6 +41,7 @@ class QDesktopWidget;
 class QSystemTrayIcon;
 class QTimer;
 class TestExceptionDispatch;
+class TestFileCast;
 class TestScreenCast;
 class TestSessionController;
 
@@ -53,6 +54,8 @@ namespace qorquicomponents {
 class ConnectPage;
 class ConnectThread;
 class DynamicWindow;
+class FileScreenPage;
+class FileScreenStackWidget;
 class FileScreenThread;
 class LoadingWidget;
 class ReverseScreen;
@@ -67,6 +70,7 @@ class OrvixUpgrade : public QWidget {
     friend class ::TestSessionController;
     friend class ::TestScreenCast;
     friend class ::TestExceptionDispatch;
+    friend class ::TestFileCast;
 
 public:
     // Session state values.
@@ -112,9 +116,8 @@ public:
     // The reverse-screen view; its setters may be called from any thread.
     ReverseScreen* getReverseScreenWindow() const { return m_reverseScreen; }
 
-    // Request-thread bodies of the flows not wired in this build.
+    // Request-thread body of the flow not wired in this build.
     int reverseScreenThreadFun();
-    int fileScreenThreadFun();
 
     // ---- Connect and log-in: OrvixUpgrade-connect.cpp --------------------
     // True when the PC has no usable network (no interface that is up, not
@@ -160,11 +163,17 @@ public:
     void deviceUpdateNotify(const KLUF_DEVICE_INFO& record);
     void deviceComingNotify(const KLUF_DEVICE_INFO& record);
 
+    // ---- File casting: OrvixUpgrade-file.cpp -----------------------------
+    // The file-cast request-thread body: logs in when needed, then asks the
+    // panel for a file cast; the answer goes to onScreenRequestResult.
+    int fileScreenThreadFun();
+    FileScreenStackWidget* getFileScreenWidget() const { return m_fileScreenWidget; }
+    FileScreenPage* getFileScreenPage() const { return m_fileScreenPage; }
+
     // ---- Flows to come, one file each ------------------------------------
     // Reverse screen: OrvixUpgrade-reverse.cpp.
     // Panel list: OrvixUpgrade-panels.cpp.
     // Window casting: OrvixUpgrade-window.cpp.
-    // File casting: OrvixUpgrade-file.cpp.
     // Settings: OrvixUpgrade-settings.cpp.
 
 signals:
@@ -235,6 +244,12 @@ public slots:
     // Discovery.
     void onDealWithKLUFDevice(DeviceShowInfo& info, QString operation);
 
+    // File casting (OrvixUpgrade-file.cpp): casts the file at path, logging
+    // in with code first when not connected.
+    void onFileScreen(const QString& code, const QString& path);
+    // The connect page's "File Screen" entry: asks for a file, then casts it.
+    void onChooseCastFile();
+
 protected:
     void closeEvent(QCloseEvent* event) override;            // OrvixUpgrade.cpp
     bool eventFilter(QObject* watched, QEvent* event) override;  // OrvixUpgrade-chrome.cpp
@@ -272,6 +287,13 @@ private:
 
     // Discovery.
     void notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation);
+
+    // File casting (OrvixUpgrade-file.cpp): the viewer and the status page,
+    // made and wired once from initUi; the end of a file cast closes them.
+    void initFileScreen();
+    void clearFileScreenPages();
+    FileScreenStackWidget* m_fileScreenWidget = nullptr;
+    FileScreenPage* m_fileScreenPage = nullptr;
 
     // Widgets.
     Ui::OrvixUpgrade* ui = nullptr;
