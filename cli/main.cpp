@@ -38,6 +38,18 @@ const char* const kHelp =
     "      Lines on standard input steer the cast: pause, resume, voice on,\n"
     "      voice off, control on, control off, stop.\n"
     "\n"
+    "  file (--code CODE [--address IP[:PORT]] | --address IP[:PORT]) PATH [--seconds N] [--info]\n"
+    "       [--volume V] [--seek S] [--pause-at S] [--rotate D] [--scale P] [--translate DX,DY]\n"
+    "      Log in and let the panel play a picture, video or sound file, read from\n"
+    "      this PC as it plays. Prints {\"event\":\"file\",\"result\":\"started\"|\"failed\"},\n"
+    "      the session's events (a refusal or the end of the cast with its reason)\n"
+    "      and, with --info, the panel's play info every second. The options act\n"
+    "      once the file plays; JSON lines on standard input steer it later:\n"
+    "      {\"cmd\":\"pause\"|\"resume\"|\"info\"|\"stop\"}, {\"cmd\":\"seek\",\"seconds\":S},\n"
+    "      {\"cmd\":\"volume\",\"value\":V}, {\"cmd\":\"rotate\",\"degrees\":D},\n"
+    "      {\"cmd\":\"scale\",\"percent\":P}, {\"cmd\":\"translate\",\"dx\":X,\"dy\":Y},\n"
+    "      {\"cmd\":\"file\",\"path\":\"...\"}. Ends when stdin closes (or after N seconds).\n"
+    "\n"
     "  forget --panel NAME\n"
     "      Forget the key this PC pinned for the panel NAME (after the panel was\n"
     "      reinstalled); the next log-in with its code pins the new key.\n"
@@ -68,6 +80,8 @@ int main(int argc, char* argv[]) {
         code = cli::runLogin(arguments);
     } else if (verb == QLatin1String("cast")) {
         code = cli::runCast(arguments);
+    } else if (verb == QLatin1String("file")) {
+        code = cli::runFile(arguments);
     } else if (verb == QLatin1String("forget")) {
         code = cli::runForget(arguments);
     } else {

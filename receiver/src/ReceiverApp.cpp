@@ -20,6 +20,8 @@
 #include "casting/Log.h"
 #include "casting/McUtil.h"
 #include "discovery/AvahiRuntime.h"
+#include "file/FileCastService.h"
+#include "file/FileView.h"
 #include "discovery/PanelAnnouncer.h"
 #include "media/GstInit.h"
 #include "media/VideoView.h"
@@ -57,6 +59,8 @@ ReceiverApp::ReceiverApp(ReceiverOptions options, QObject* parent)
 
 ReceiverApp::~ReceiverApp() {
     m_announcer.reset();  // goodbye to browsers first
+    delete m_fileCast;     // the file player stops before its view goes
+    m_fileView.reset();
     delete m_cast;         // the pipeline stops before the view goes
     m_view.reset();
     delete m_service;      // tells connected clients
@@ -138,6 +142,7 @@ bool ReceiverApp::start(QString* error) {
     castSettings.screenHeight = screenSize.height();
     m_cast = new CastService(castSettings, m_service);
     startCasting();
+    startFileCasting();
 
     if (!startPasscodes(*identity, identityFolder, error)) return false;
     if (m_options.discovery) startDiscovery();
@@ -399,6 +404,8 @@ void ReceiverApp::onCommand(const QByteArray& line) {
                                                           {QStringLiteral("height"), frame.height()}});
     } else if (name == QLatin1String("stop-cast")) {
         m_cast->stopCast(QStringLiteral("stopped on the panel"));
+    } else if (onFileCommand(name, command)) {
+        // a file-cast command, done
     } else if (name == QLatin1String("quit")) {
         QCoreApplication::quit();
     } else {

@@ -8,6 +8,8 @@
 
 #include <memory>
 
+class QJsonObject;
+
 #include "ReceiverOptions.h"
 
 namespace zv {
@@ -25,6 +27,8 @@ class VideoView;
 namespace receiver {
 
 class CastService;
+class FileCastService;
+class FileView;
 class CodeKeeper;
 class IdleScreen;
 class PanelService;
@@ -47,6 +51,9 @@ private:
     void showScreen();
     void startCasting();
     void askApproval(qint64 client, const QString& host);
+    // File casting (ReceiverApp-file.cpp): the service, its view and status lines.
+    void startFileCasting();
+    bool onFileCommand(const QString& name, const QJsonObject& command);
 
     ReceiverOptions m_options;
     QString m_address;
@@ -61,6 +68,9 @@ private:
     std::unique_ptr<IdleScreen> m_screen;
     QSocketNotifier* m_commands = nullptr;
     QByteArray m_commandBuffer;
+    // File casting.
+    FileCastService* m_fileCast = nullptr;
+    std::unique_ptr<FileView> m_fileView;
 };
 
 }  // namespace receiver

@@ -1,8 +1,9 @@
 // Fuzz target: arbitrary bytes through the frame decoder (whole, and cut at a
 // point the input chooses), then every envelope through the dispatchers of
 // real readers: the PC's session (log-in answers and session messages, with
-// the cast's handlers), the panel's service (the first message of a
-// connection and a session's messages, with the panel's cast handlers), the
+// the cast's and the file cast's handlers), the panel's service (the first
+// message of a connection and a session's messages, with the panel's cast
+// and file handlers), the
 // passcode service and both of its clients. Nothing touches a network: the
 // channels the readers answer on wrap sockets that never connect. The bytes
 // are also tried as the payload of one frame and as a typed connect code.
@@ -26,6 +27,7 @@
 #include "CastService.h"
 #include "CodeKeeper.h"
 #include "PanelService.h"
+#include "file/FileCastService.h"
 #include "passcode/PasscodeClient.h"
 #include "passcode/PasscodeRegistration.h"
 #include "passcode/PasscodeService.h"
@@ -33,6 +35,7 @@
 #include "protocol/WireCodec.h"
 #include "session/CastSession.h"
 #include "session/ClientSession.h"
+#include "session/FileCastSession.h"
 #include "transport/KnownPanels.h"
 #include "transport/MessageChannel.h"
 
@@ -70,11 +73,14 @@ struct Readers {
                               std::make_shared<zv::KnownPanels>(QStringLiteral("/nonexistent/known-panels"))};
     zv::CastSession cast{&session, [](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&) {},
                          [](uint32_t) {}};
+    zv::FileCastSession fileCast{&session, [](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&) {}};
     receiver::CodeKeeper codes{0x0a000001, QString::fromLatin1(kPanelCode), 0};
     receiver::PanelService panel{panelSettings(), QSslKey(), QSslCertificate(), QStringLiteral("0123456789abcdef"),
                                  &codes};
     // Approval asked first: a cast request never starts media here.
     receiver::CastService panelCast{castSettings(), &panel};
+    // Its client is not approved: a file start is refused before any player starts.
+    receiver::FileCastService panelFile{&panel};
     // No key: nothing listens, and proofs meet a service key id of "".
     zv::PasscodeService passcodeService{QSslKey(), QSslCertificate(), [] { return qint64(1000); }};
     zv::PasscodeClient passcodeClient;
@@ -193,6 +199,11 @@ int main(int argc, char** argv) {
         QByteArray::fromHex("0000000f080338018201080803100192030178"),
         QByteArray::fromHex("0000000c08028a01070802180128e807"),
         QByteArray::fromHex("0000000a080292010508041201" "78"),
+        // file_start (id 1, "a.mp4", 10 bytes, video); file_read; file_data; file_end
+        QByteArray::fromHex("00000012080282090d08011205612e6d703418" "0a2002"),
+        QByteArray::fromHex("0000000d08029a09080801100118002004"),
+        QByteArray::fromHex("000000100802a2090b080110011800220374787a"),
+        QByteArray::fromHex("0000000b0802ea0906080110031a00"),
         QByteArray::fromHex("00000000"),
         QByteArray::fromHex("ffffffff"),
         QByteArray::fromHex("000000010f"),

@@ -24,6 +24,12 @@
 #include "casting/McUtil.h"
 
 
+namespace zv {
+// CManageAll-file.cpp
+long fileCastRequest(LibraryCore& core);
+void stopFileCast(LibraryCore& core, const QString& reason);
+}  // namespace zv
+
 namespace {
 
 // Operations whose component is not in this build answer with a failure and
@@ -276,6 +282,8 @@ long CManageAll::initProtocol(ProtocolType stream, ProtocolType reverse, Protoco
 long CManageAll::miracastResq(long, tagDeviceListUnitInfo_&, CaptureMouseCallback mouseCallback, void* mouseUser,
                               ReverseControlCallback reverseCallback, void* reverseUser, bool,
                               VideoStreamSource source) {
+    // A file cast sends no screen: the file follows with setCastFile.
+    if (source == VIDEO_SOURCE_FILE) return zv::fileCastRequest(*live());
     const zv::LibraryCore::CastChoices choices = m_core->castChoices();
     zv::CastOptions options;
     options.source = source;
@@ -318,6 +326,7 @@ long CManageAll::pauseMiracast(bool pause) {
 
 long CManageAll::stopMiracast() {
     zv::LibraryCore* core = live();
+    zv::stopFileCast(*core, QStringLiteral("stopped by the user"));
     core->io().call(
         [core] {
             core->cast().stop(QStringLiteral("stopped by the user"));
@@ -380,16 +389,6 @@ long CManageAll::refreshGroupList() {
     m_core->refreshDiscovery();
     return 0;
 }
-
-long CManageAll::setCastFile(const char*) { return unavailable(__FUNCTION__); }
-long CManageAll::pauseCastFile() { return unavailable(__FUNCTION__); }
-long CManageAll::resumeCastFile() { return unavailable(__FUNCTION__); }
-long CManageAll::seekCastFile(int) { return unavailable(__FUNCTION__); }
-long CManageAll::setCastFileVolume(int) { return unavailable(__FUNCTION__); }
-long CManageAll::getCastFilePlayInfo(int&, int&, CastFileState&, int&) { return unavailable(__FUNCTION__); }
-long CManageAll::rotatePicture(int) { return unavailable(__FUNCTION__); }
-long CManageAll::scalePicture(int) { return unavailable(__FUNCTION__); }
-long CManageAll::translatePicture(int, int) { return unavailable(__FUNCTION__); }
 
 long CManageAll::reportOtherClientInfo(const char* event) {
     return reportClientEventInfo(event, false, "");

@@ -7,6 +7,7 @@
 #include "media/GstInit.h"
 #include "session/CastSession.h"
 #include "session/ClientSession.h"
+#include "session/FileCastSession.h"
 #include "session/Watchdog.h"
 #include "transport/KnownPanels.h"
 
@@ -61,11 +62,12 @@ void LibraryCore::startIoLocked() {
             session->ensureIdentity();  // made at first start, not at the first log-in
             auto* cast = new CastSession(session, events.exception, reportError, context);
             auto* watchdog = new Watchdog(session, cast, context);
-            return std::make_tuple(session, cast, watchdog);
+            auto* fileCast = new FileCastSession(session, events.exception, context);
+            return std::make_tuple(session, cast, watchdog, fileCast);
         },
         std::chrono::seconds(10));
     if (made) {
-        std::tie(m_session, m_cast, m_watchdog) = *made;
+        std::tie(m_session, m_cast, m_watchdog, m_fileCast) = *made;
     } else {
         ZV_LOG(ERROR) << " the library's I/O thread does not run";
     }
@@ -84,6 +86,11 @@ CastSession& LibraryCore::cast() {
 LibraryCore::CastChoices LibraryCore::castChoices() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_castChoices;
+}
+
+FileCastSession& LibraryCore::fileCast() {
+    io();
+    return *m_fileCast;
 }
 
 Watchdog& LibraryCore::watchdog() {
@@ -160,19 +167,22 @@ void LibraryCore::shutdown() {
     ClientSession* session = nullptr;
     CastSession* cast = nullptr;
     Watchdog* watchdog = nullptr;
+    FileCastSession* fileCast = nullptr;
     {
         std::lock_guard<std::mutex> lock(m_ioMutex);
         io = m_io.get();
         session = m_session;
         cast = m_cast;
         watchdog = m_watchdog;
+        fileCast = m_fileCast;
     }
     // Not under the lock: work queued on the I/O thread may need it.
     if (io != nullptr && session != nullptr) {
         io->call(
-            [session, cast, watchdog] {
+            [session, cast, watchdog, fileCast] {
                 watchdog->shutdown();
                 cast->stop(QStringLiteral("closing"));
+                fileCast->stop(QStringLiteral("closing"));
                 session->logout();
                 return true;
             },
@@ -185,6 +195,7 @@ void LibraryCore::shutdown() {
         m_session = nullptr;
         m_cast = nullptr;
         m_watchdog = nullptr;
+        m_fileCast = nullptr;
     }
     owned.reset();  // joins the thread; its objects are deleted there
     if (m_mediaWarmUp.joinable()) m_mediaWarmUp.join();

@@ -14,6 +14,7 @@ namespace zv {
 class AvahiRuntime;
 class CastSession;
 class ClientSession;
+class FileCastSession;
 class KnownPanels;
 class PanelBrowser;
 class Watchdog;
@@ -52,6 +53,7 @@ public:
     ClientSession& session();   // I/O thread only
     CastSession& cast();        // I/O thread only
     Watchdog& watchdog();       // I/O thread only
+    FileCastSession& fileCast();  // I/O thread only; its info() from any thread
 
     // What the next cast uses (initProtocol, setWindowScreenInfo).
     struct CastChoices {
@@ -93,6 +95,7 @@ private:
     ClientSession* m_session = nullptr;  // owned by the I/O thread's context
     CastSession* m_cast = nullptr;       // likewise
     Watchdog* m_watchdog = nullptr;      // likewise
+    FileCastSession* m_fileCast = nullptr;  // likewise
     std::shared_ptr<KnownPanels> m_knownPanels;
     // Loads GStreamer (its first start scans every plug-in, seconds on a cold
     // machine) while the user is still choosing a panel, so a cast request
