@@ -198,7 +198,8 @@ void TestClientFile::aPictureIsCastSteeredPagedAndStopped() {
     QVERIFY(!m_receiver->waitForLine(statusEvent("file-stopped"), 10s).empty());
     QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus),
                               20000);
-    QVERIFY(viewer->isHidden());
+    // The state changes on the stop's worker; the pages on this thread after it.
+    QTRY_VERIFY_WITH_TIMEOUT(viewer->isHidden(), 10000);
     QVERIFY(viewer->fileList().files().isEmpty());
 
     connectPage->findChild<QPushButton*>(QStringLiteral("disconnectBtn"))->click();
