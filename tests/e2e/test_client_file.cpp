@@ -39,6 +39,7 @@ using namespace std::chrono_literals;
 using qorquicomponents::ConnectPage;
 using qorquicomponents::FileScreenStackWidget;
 using qorquicomponents::OrvixUpgrade;
+using qorquicomponents::TipWindows;
 using zvtest::ChildProcess;
 using zvtest::jsonLine;
 using zvtest::kBlocks;
@@ -61,9 +62,11 @@ private slots:
     void initTestCase();
     void cleanupTestCase();
     void aPictureIsCastSteeredPagedAndStopped();
+    void aFileThatVanishesEndsTheCastWithANotice();
 
 private:
     QImage fileSnapshot();
+    void connectWithCode();
     // Answers the next open-file dialog with path.
     void answerDialogWith(const QString& path);
 
@@ -133,16 +136,24 @@ void TestClientFile::answerDialogWith(const QString& path) {
     timer->start(50);
 }
 
-void TestClientFile::aPictureIsCastSteeredPagedAndStopped() {
+void TestClientFile::connectWithCode() {
     ConnectPage* connectPage = m_window->getConnectPage();
     QLineEdit* edit = connectPage->getConnectCodeEdit();
     edit->setFocus();
     QTRY_VERIFY(edit->hasFocus());
+    edit->selectAll();
+    QTest::keyClick(edit, Qt::Key_Backspace);
     QTest::keyClicks(edit, QString::fromStdString(m_code).toLower());
     connectPage->getStartConnectBtn()->click();
     QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus),
                               20000);
     QVERIFY(connectPage->isFileCastEnabled());
+}
+
+void TestClientFile::aPictureIsCastSteeredPagedAndStopped() {
+    ConnectPage* connectPage = m_window->getConnectPage();
+    connectWithCode();
+    if (QTest::currentTestFailed()) return;
 
     // "File Screen", the blocks picked in the dialog.
     answerDialogWith(m_blocks);
@@ -205,6 +216,30 @@ void TestClientFile::aPictureIsCastSteeredPagedAndStopped() {
     connectPage->findChild<QPushButton*>(QStringLiteral("disconnectBtn"))->click();
     QCOMPARE(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus));
     QVERIFY(!m_receiver->waitForLine(statusEvent("client-left"), 10s).empty());
+}
+
+void TestClientFile::aFileThatVanishesEndsTheCastWithANotice() {
+    // The panel makes a new code once a session ended.
+    m_code = jsonLine(m_receiver->waitForLine(statusEvent("code"), 35s)).value(QLatin1String("code")).toString()
+                 .toStdString();
+    QVERIFY(!m_code.empty());
+    connectWithCode();
+    if (QTest::currentTestFailed()) return;
+    const QString path = QString::fromStdString(g_root) + QStringLiteral("/lonely.png");
+    QVERIFY(QFile::copy(m_blocks, path));
+    answerDialogWith(path);
+    m_window->getConnectPage()->findChild<QToolButton*>(QStringLiteral("fileScreenBtn"))->click();
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ScreeningStatus),
+                              20000);
+    QVERIFY(!m_receiver->waitForLine(statusEvent("file-playing"), 20s).empty());
+
+    TipWindows::getInstance()->hide();
+    QVERIFY(QFile::remove(path));
+    QTRY_VERIFY_WITH_TIMEOUT(m_window->getFileScreenWidget()->isHidden(), 20000);
+    QCOMPARE(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus));
+    QTRY_VERIFY(TipWindows::getInstance()->isVisible());
+    QCOMPARE(TipWindows::getInstance()->displayText(), QStringLiteral("Screen mirroring ended"));
+    QVERIFY(!m_receiver->waitForLine(statusEvent("file-stopped"), 10s).empty());
 }
 
 int main(int argc, char* argv[]) {
