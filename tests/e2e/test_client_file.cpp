@@ -10,9 +10,11 @@
 #include <QColor>
 #include <QFileDialog>
 #include <QImage>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPainter>
 #include <QPushButton>
+#include <QSlider>
 #include <QToolButton>
 
 #include <unistd.h>
@@ -31,6 +33,7 @@
 #include "ui/FileScreenWidget/ControlBtn.h"
 #include "ui/FileScreenWidget/FileScreenPage.h"
 #include "ui/FileScreenWidget/FileScreenStackWidget.h"
+#include "ui/FileScreenWidget/VideoPage.h"
 #include "ui/OrvixUpgrade.h"
 #include "ui/TipWindows.h"
 #include "ui/widgets/SwitchButton.h"
@@ -63,6 +66,7 @@ private slots:
     void cleanupTestCase();
     void aPictureIsCastSteeredPagedAndStopped();
     void aFileThatVanishesEndsTheCastWithANotice();
+    void aSoundPlaysPausesSeeksAndItsProgressFollowsThePanel();
 
 private:
     QImage fileSnapshot();
@@ -73,6 +77,7 @@ private:
     std::unique_ptr<ChildProcess> m_receiver;
     std::unique_ptr<OrvixUpgrade> m_window;
     std::string m_code;
+    bool m_codeUsed = false;
     QString m_blocks;
     QString m_green;
     int m_snapshots = 0;
@@ -137,6 +142,13 @@ void TestClientFile::answerDialogWith(const QString& path) {
 }
 
 void TestClientFile::connectWithCode() {
+    // The panel makes a new code once a session with the last one ended.
+    if (m_codeUsed) {
+        m_code = jsonLine(m_receiver->waitForLine(statusEvent("code"), 35s)).value(QLatin1String("code")).toString()
+                     .toStdString();
+        QVERIFY(!m_code.empty());
+    }
+    m_codeUsed = true;
     ConnectPage* connectPage = m_window->getConnectPage();
     QLineEdit* edit = connectPage->getConnectCodeEdit();
     edit->setFocus();
@@ -219,10 +231,6 @@ void TestClientFile::aPictureIsCastSteeredPagedAndStopped() {
 }
 
 void TestClientFile::aFileThatVanishesEndsTheCastWithANotice() {
-    // The panel makes a new code once a session ended.
-    m_code = jsonLine(m_receiver->waitForLine(statusEvent("code"), 35s)).value(QLatin1String("code")).toString()
-                 .toStdString();
-    QVERIFY(!m_code.empty());
     connectWithCode();
     if (QTest::currentTestFailed()) return;
     const QString path = QString::fromStdString(g_root) + QStringLiteral("/lonely.png");
@@ -240,6 +248,60 @@ void TestClientFile::aFileThatVanishesEndsTheCastWithANotice() {
     QTRY_VERIFY(TipWindows::getInstance()->isVisible());
     QCOMPARE(TipWindows::getInstance()->displayText(), QStringLiteral("Screen mirroring ended"));
     QVERIFY(!m_receiver->waitForLine(statusEvent("file-stopped"), 10s).empty());
+
+    m_window->getConnectPage()->findChild<QPushButton*>(QStringLiteral("disconnectBtn"))->click();
+    QVERIFY(!m_receiver->waitForLine(statusEvent("client-left"), 10s).empty());
+}
+
+void TestClientFile::aSoundPlaysPausesSeeksAndItsProgressFollowsThePanel() {
+    // A little over ten seconds of tone.
+    const std::string wav = g_root + "/tone.wav";
+    const std::string make = "gst-launch-1.0 -q audiotestsrc num-buffers=440 ! audioconvert ! wavenc ! filesink location=" +
+                             wav + " >/dev/null 2>&1";
+    if (std::system(make.c_str()) != 0) QSKIP("cannot make a WAV file (gst-launch-1.0)");
+    connectWithCode();
+    if (QTest::currentTestFailed()) return;
+    answerDialogWith(QString::fromStdString(wav));
+    m_window->getConnectPage()->findChild<QToolButton*>(QStringLiteral("fileScreenBtn"))->click();
+    QTRY_COMPARE_WITH_TIMEOUT(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ScreeningStatus),
+                              20000);
+    FileScreenStackWidget* viewer = m_window->getFileScreenWidget();
+    qorquicomponents::VideoPage* page = viewer->videoPage();
+    QCOMPARE(viewer->currentPage(), static_cast<QWidget*>(page));
+    QCOMPARE(page->captionLabel()->text(), QStringLiteral("tone.wav is casting..."));
+
+    // The once-a-second poll brings the panel's duration and position.
+    QTRY_COMPARE_WITH_TIMEOUT(page->totalTimeLabel()->text(), QStringLiteral("00:10"), 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(page->progressSlider()->value() >= 10, 10000);
+    QVERIFY(!page->isPaused());
+
+    // Pause: the panel pauses and the button shows "play".
+    page->playButton()->click();
+    // The call runs on a thread of its own; this thread may wait.
+    QVERIFY(!m_receiver->waitForLine(statusEvent("file-state", "state", "paused"), 10s).empty());
+    QVERIFY(page->isPaused());
+
+    // Seek to 70 % with the slider: the position follows while paused.
+    QSlider* progress = page->progressSlider();
+    progress->setSliderDown(true);
+    progress->setSliderPosition(70);
+    progress->setSliderDown(false);
+    QTRY_COMPARE_WITH_TIMEOUT(page->currentTimeLabel()->text(), QStringLiteral("00:07"), 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(progress->value(), 69, 5000);
+
+    // Volume 40 from the slider.
+    QSlider* volume = page->volumeSlider();
+    volume->setSliderDown(true);
+    volume->setSliderPosition(40);
+    volume->setSliderDown(false);
+    QVERIFY(!m_receiver->waitForLine(statusEvent("file-state", "volume", 40), 10s).empty());
+
+    // The page's stop ends the cast; the connection stays.
+    page->stopButton()->click();
+    QTRY_VERIFY_WITH_TIMEOUT(viewer->isHidden(), 20000);
+    QCOMPARE(m_window->getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ConnectedStatus));
+    QVERIFY(!viewer->isPolling());
+    QCOMPARE(page->totalTimeLabel()->text(), QStringLiteral("00:00"));
 }
 
 int main(int argc, char* argv[]) {
