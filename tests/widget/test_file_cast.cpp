@@ -182,7 +182,7 @@ void TestFileCast::aGrantedCastShowsTheViewerAndAStopRestoresThePages() {
     FileScreenStackWidget* viewer = window.getFileScreenWidget();
     FileScreenPage* page = window.getFileScreenPage();
 
-    for (int round = 0; round < 2; ++round) {
+    for (int round = 0; round < 3; ++round) {
         grant(window, m_picture);
         QTRY_COMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ScreeningStatus));
         QCOMPARE(log.countContaining("[onScreenRequestResult] File cast start " + m_picture.toStdString()), round + 1);
@@ -195,11 +195,13 @@ void TestFileCast::aGrantedCastShowsTheViewerAndAStopRestoresThePages() {
         QVERIFY(window.ui->titleBtnGroup->isHidden());
         QVERIFY(window.ui->deviceCountLab->isHidden());
 
-        // First from the status page, then from the viewer's own bar.
+        // From the status page, the viewer's own bar, and by closing the viewer.
         if (round == 0) {
             page->stopButton()->click();
-        } else {
+        } else if (round == 1) {
             viewer->controlBar()->stopButton()->click();
+        } else {
+            viewer->close();
         }
         QVERIFY(!window.m_isStopAccepted);
         QTRY_VERIFY_WITH_TIMEOUT(window.m_isStopAccepted, 20000);

@@ -1,5 +1,6 @@
 #include "ui/FileScreenWidget/FileScreenStackWidget.h"
 
+#include <QCloseEvent>
 #include <QCoreApplication>
 #include <QCursor>
 #include <QFile>
@@ -352,6 +353,11 @@ void FileScreenStackWidget::clear() {
         m_imagePage->clearPage();
     }
     closeToolTip();
+}
+
+void FileScreenStackWidget::closeEvent(QCloseEvent* event) {
+    onStopScreen();
+    QWidget::closeEvent(event);
 }
 
 void FileScreenStackWidget::onStopScreen() {

@@ -21,6 +21,7 @@
 #include "casting/SessionRecords.h"
 #include "ui/FileScreenWidget/FileCastList.h"
 
+class QCloseEvent;
 class QStackedWidget;
 class QTimer;
 
@@ -90,6 +91,10 @@ public slots:
     void onTimeout();
     void onShowTextTip(QString text, int x, int y);
     void onStopScreen();
+
+protected:
+    // Closing the viewer's window stops the cast, as its stop buttons do.
+    void closeEvent(QCloseEvent* event) override;
 
 private:
     void initUi();
