@@ -107,6 +107,10 @@ int OrvixUpgrade::fileScreenThreadFun() {
     } else {
         m_isDisconnectAfterStop = true;
         if (connectThreadFun() != 1) {
+            // No file cast is pending any more: a later cast request must
+            // not take its answer for one.
+            m_isFileScreen = false;
+            m_strFilePath.clear();
             emit signalStopConnect();
             return 0;
         }

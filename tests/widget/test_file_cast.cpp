@@ -174,6 +174,19 @@ void TestFileCast::theEntryAsksForAFileAndTheLibraryIsAsked() {
     // The connect page's own signal reaches the same start.
     emit window.getConnectPage()->signalFileScreen(QString(), m_picture);
     QTRY_COMPARE_WITH_TIMEOUT(log.count(kFailLine), 2, 30000);
+
+    // From idle the worker logs in first; a code no panel has ends there,
+    // and no file cast stays pending.
+    setState(window, OrvixUpgrade::NormalStatus);
+    window.onFileScreen(QStringLiteral("QQQQ9"), m_picture);
+    QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::CodeScreenRequestStatus));
+    QCOMPARE(window.m_strConnectCode, QStringLiteral("QQQQ9"));
+    QTRY_COMPARE_WITH_TIMEOUT(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::NormalStatus), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(!window.m_fileScreenThread->isRunning(), 5000);
+    QVERIFY(!window.m_isFileScreen);
+    QVERIFY(window.m_strFilePath.isEmpty());
+    QCOMPARE(log.count(kRequestLine), 2);
+    QTRY_VERIFY(!window.isLoadingShown());
 }
 
 void TestFileCast::aGrantedCastShowsTheViewerAndAStopRestoresThePages() {
