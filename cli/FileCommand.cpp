@@ -15,6 +15,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <optional>
 
 #include "Commands.h"
@@ -48,16 +49,24 @@ QJsonObject infoLine() {
             {QStringLiteral("volume"), volume}};
 }
 
-void printResult(const QString& command, long result) {
+qint64 steadyMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// sentAt: steady_clock's time when the call began, for timing against the panel.
+void printResult(const QString& command, long result, qint64 sentAt = steadyMs()) {
     printLine({{QStringLiteral("event"), QStringLiteral("command")},
                {QStringLiteral("command"), command},
-               {QStringLiteral("result"), static_cast<int>(result)}});
+               {QStringLiteral("result"), static_cast<int>(result)},
+               {QStringLiteral("steadyMs"), sentAt}});
 }
 
 void runCommand(const QByteArray& line) {
     const QJsonObject command = QJsonDocument::fromJson(line).object();
     const QString name = command.value(QStringLiteral("cmd")).toString();
     CManageAll* library = CManageAll::getInstance();
+    const qint64 sentAt = steadyMs();
     long result = -2;
     if (name == QLatin1String("pause")) result = library->pauseCastFile();
     else if (name == QLatin1String("resume")) result = library->resumeCastFile();
@@ -77,7 +86,7 @@ void runCommand(const QByteArray& line) {
         QCoreApplication::quit();
         result = 0;
     }
-    printResult(name.isEmpty() ? QString::fromUtf8(line) : name, result);
+    printResult(name.isEmpty() ? QString::fromUtf8(line) : name, result, sentAt);
 }
 
 }  // namespace
@@ -123,9 +132,11 @@ int runFile(const QStringList& arguments) {
     CManageAll* library = CManageAll::getInstance();
     long result = library->miracastResq(session.userHandle(), session.panel(), nullptr, nullptr, nullptr, nullptr,
                                         false, VIDEO_SOURCE_FILE);
+    const qint64 castAt = steadyMs();
     if (result == SUCCESS) result = library->setCastFile(path.toUtf8().constData());
     printLine({{QStringLiteral("event"), QStringLiteral("file")},
                {QStringLiteral("path"), path},
+               {QStringLiteral("steadyMs"), castAt},
                {QStringLiteral("result"), result == SUCCESS ? QStringLiteral("started") : QStringLiteral("failed")}});
     if (result != SUCCESS) {
         session.logOut();

@@ -6,6 +6,8 @@
 #include <QJsonObject>
 #include <QScreen>
 
+#include <chrono>
+
 #include "IdleScreen.h"
 #include "StatusPrinter.h"
 #include "file/FileCastService.h"
@@ -13,12 +15,23 @@
 
 namespace receiver {
 
+namespace {
+
+qint64 steadyMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+}  // namespace
+
 void ReceiverApp::startFileCasting() {
     m_fileCast = new FileCastService(m_service);
     FileCastService* files = m_fileCast;
     connect(files, &FileCastService::fileStarted, this, [](qint64 client, const QString& name, int kind) {
-        StatusPrinter::print(QStringLiteral("file-started"),
-                             {{QStringLiteral("client"), client}, {QStringLiteral("name"), name}, {QStringLiteral("kind"), kind}});
+        StatusPrinter::print(QStringLiteral("file-started"), {{QStringLiteral("client"), client},
+                                                              {QStringLiteral("name"), name},
+                                                              {QStringLiteral("kind"), kind},
+                                                              {QStringLiteral("steadyMs"), steadyMs()}});
     });
     connect(files, &FileCastService::fileAccepted, this,
             [](qint64 client, const QString& name, int width, int height, qint64 durationMs, int audioStreams) {
@@ -30,11 +43,14 @@ void ReceiverApp::startFileCasting() {
                                                                       {QStringLiteral("audioStreams"), audioStreams}});
             });
     connect(files, &FileCastService::fileRefused, this, [](qint64 client, const QString& name, const QString& text) {
-        StatusPrinter::print(QStringLiteral("file-refused"),
-                             {{QStringLiteral("client"), client}, {QStringLiteral("name"), name}, {QStringLiteral("text"), text}});
+        StatusPrinter::print(QStringLiteral("file-refused"), {{QStringLiteral("client"), client},
+                                                              {QStringLiteral("name"), name},
+                                                              {QStringLiteral("text"), text},
+                                                              {QStringLiteral("steadyMs"), steadyMs()}});
     });
-    connect(files, &FileCastService::firstFrame, this, [](qint64 steadyMs) {
-        StatusPrinter::print(QStringLiteral("file-first-frame"), {{QStringLiteral("steadyMs"), steadyMs}});
+    connect(files, &FileCastService::firstFrame, this, [](qint64 steadyMs, bool afterSeek) {
+        StatusPrinter::print(QStringLiteral("file-first-frame"),
+                             {{QStringLiteral("steadyMs"), steadyMs}, {QStringLiteral("afterSeek"), afterSeek}});
     });
     connect(files, &FileCastService::playState, this,
             [](const QString& state, qint64 positionMs, qint64 durationMs, int volume) {

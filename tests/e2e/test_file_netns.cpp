@@ -45,6 +45,7 @@ protected:
     void TearDown() override {
         if (cli) cli->stop();
         if (receiver) receiver->stop();
+        if (pulse) pulse->stop();
         if (!root.empty()) std::system(("rm -rf " + root).c_str());
     }
 
@@ -53,8 +54,31 @@ protected:
         std::system(("mkdir -p " + dir).c_str());
         argv.insert(argv.begin(), {"env", "HOME=" + dir, "XDG_CONFIG_HOME=" + dir + "/.config",
                                    "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + dir + "/no-bus", "DISPLAY=" + x.display(),
-                                   "PULSE_SERVER=unix:" + dir + "/no-sound"});
+                                   "PULSE_SERVER=unix:" + (pulseSocket.empty() ? dir + "/no-sound" : pulseSocket)});
         return zvtest::NetnsPair::in(ns, argv);
+    }
+
+    // A sound server with a null sink, as a room PC's sound card; false when
+    // PulseAudio is not installed.
+    bool startSound() {
+        const std::string run = root + "/pulse-run";
+        std::system(("mkdir -p " + run).c_str());
+        pulse = std::make_unique<ChildProcess>(std::vector<std::string>{
+            "env", "HOME=" + run, "XDG_RUNTIME_DIR=" + run, "pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
+            "--use-pid-file=no", "-L", "module-native-protocol-unix", "-L", "module-null-sink sink_name=vsink",
+            "-L", "module-always-sink"});
+        pulseSocket = run + "/pulse/native";
+        return zvtest::waitFor([&] { return !pactl("info").empty(); }, 10s);
+    }
+    std::string pactl(const std::string& what) {
+        std::string out;
+        FILE* pipe = popen(("PULSE_SERVER=unix:" + pulseSocket + " pactl " + what + " 2>/dev/null").c_str(), "r");
+        if (pipe == nullptr) return out;
+        char buffer[4096];
+        size_t n;
+        while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
+        pclose(pipe);
+        return out;
     }
 
     // The receiver full screen on the test's X server.
@@ -129,6 +153,8 @@ protected:
     std::string root;
     std::unique_ptr<ChildProcess> receiver;
     std::unique_ptr<ChildProcess> cli;
+    std::unique_ptr<ChildProcess> pulse;
+    std::string pulseSocket;
 };
 
 // The 400x400 picture fitted on 1280x720 is 720x720 at x 280..1000.
@@ -181,6 +207,7 @@ TEST_F(FileNetns, VideoPlaysPausesSeeksAndTheProgressFollowsThePanel) {
                               "! x264enc key-int-max=30 ! h264parse ! mp4mux name=m ! SINK "
                               "audiotestsrc num-buffers=430 ! audioconvert ! avenc_aac ! m."))
         << "cannot make an MP4 clip";
+    ASSERT_TRUE(startSound()) << "no sound server";
     startReceiver();
     startFile(mp4);
     const QJsonObject playing = jsonLine(receiver->waitForLine(statusEvent("file-playing"), 20s));
@@ -190,6 +217,11 @@ TEST_F(FileNetns, VideoPlaysPausesSeeksAndTheProgressFollowsThePanel) {
     EXPECT_NEAR(playing.value("durationMs").toDouble(), 10000, 300);
     std::string seen;
     EXPECT_TRUE(screenShows({{QPoint(640, 360), QColor(Qt::blue)}}, 10s, &seen)) << "no video picture: " << seen;
+    // The sound reaches the sound server, at full volume for now.
+    EXPECT_TRUE(zvtest::waitFor([&] { return pactl("list sink-inputs").find("Sink Input #") != std::string::npos; }, 10s))
+        << "no sound stream at the sound server";
+    const auto fullVolume = [&] { return pactl("list sink-inputs").find("/ 100% /") != std::string::npos; };
+    EXPECT_TRUE(fullVolume());
 
     // The PC's progress follows the panel's.
     QJsonObject info = infoUntil([](const QJsonObject& i) { return i.value("position").toInt() >= 2; }, 10s);
@@ -210,6 +242,8 @@ TEST_F(FileNetns, VideoPlaysPausesSeeksAndTheProgressFollowsThePanel) {
     command("{\"cmd\":\"volume\",\"value\":40}");
     EXPECT_FALSE(receiver->waitForLine(statusEvent("file-state", "volume", 40), 5s).empty());
     EXPECT_FALSE(infoUntil([](const QJsonObject& i) { return i.value("volume") == 40; }, 5s).isEmpty());
+    EXPECT_TRUE(zvtest::waitFor([&] { return !fullVolume() && pactl("list sink-inputs").find("Volume:") != std::string::npos; }, 5s))
+        << "the sound server still plays at full volume:\n" << pactl("list sink-inputs");
     command("{\"cmd\":\"resume\"}");
     EXPECT_FALSE(infoUntil([](const QJsonObject& i) { return i.value("state") == "ended"; }, 10s).isEmpty())
         << "the clip did not play to its end";
@@ -249,7 +283,9 @@ TEST_F(FileNetns, OtherFormatsPlayAndAnUnplayableFileIsRefusedWithAReason) {
     const QJsonObject refused = jsonLine(receiver->waitForLine(statusEvent("file-refused"), 20s));
     EXPECT_NE(refused.value("text").toString().indexOf("cannot play notes.mp4"), -1);
     const std::string told = cli->waitForLine(statusEvent("exception", "type", 32797), 10s);
-    EXPECT_NE(told.find("cannot play notes.mp4"), std::string::npos) << told;
+    std::string all;
+    for (const std::string& line : cli->lines()) all += line + "\n";
+    EXPECT_NE(told.find("cannot play notes.mp4"), std::string::npos) << all;
     EXPECT_TRUE(cli->waitFinished(10s));
     EXPECT_EQ(cli->exitCode(), 1);
 }

@@ -80,6 +80,8 @@ void FileCastService::registerHandlers() {
     });
     d.on(E::kFileSeek, [this](const E& e, qint64 client) {
         if (!fromCaster(client, e.file_seek().file_id()) || !m_player) return;
+        m_seeking = true;
+        m_awaitFirstFrame = true;
         m_player->seek(std::max<int64_t>(0, e.file_seek().position_ms()));
     });
     d.on(E::kFileVolume, [this](const E& e, qint64 client) {
@@ -118,32 +120,34 @@ void FileCastService::registerHandlers() {
 
 void FileCastService::send(const google::protobuf::Message& body) { m_panel->sendToClient(m_client, zv::wrap(body)); }
 
-void FileCastService::refuse(qint64 client, uint32_t fileId, const QString& reason, const QString& text) {
+void FileCastService::refuse(qint64 client, uint32_t fileId, const QString& name, const QString& reason,
+                             const QString& text) {
     zv::wire::FileRefused refused;
     refused.set_file_id(fileId);
     refused.set_reason(reason.toStdString());
     refused.set_text(text.toStdString());
     m_panel->sendToClient(client, zv::wrap(refused));
+    emit fileRefused(client, name, text);
 }
 
 void FileCastService::onStart(qint64 client, const zv::wire::FileStart& start) {
     const QString name = QString::fromStdString(start.name()).section(QLatin1Char('/'), -1);
     if (start.file_id() == 0) return;
     if (isActive() && client != m_client) {
-        refuse(client, start.file_id(), QStringLiteral("busy"), tr("Another PC is showing a file on this panel."));
+        refuse(client, start.file_id(), name, QStringLiteral("busy"), tr("Another PC is showing a file on this panel."));
         return;
     }
     if (!m_panel->isApproved(client)) {
-        refuse(client, start.file_id(), QStringLiteral("denied"), tr("This panel's user has not allowed this PC to cast."));
+        refuse(client, start.file_id(), name, QStringLiteral("denied"), tr("This panel's user has not allowed this PC to cast."));
         return;
     }
     if (start.size() == 0) {
-        refuse(client, start.file_id(), QStringLiteral("unplayable"), tr("%1 is empty.").arg(name));
+        refuse(client, start.file_id(), name, QStringLiteral("unplayable"), tr("%1 is empty.").arg(name));
         return;
     }
     const bool picture = start.kind() == zv::wire::FILE_KIND_PICTURE;
     if (picture && start.size() > kMaxPictureBytes) {
-        refuse(client, start.file_id(), QStringLiteral("tooLarge"),
+        refuse(client, start.file_id(), name, QStringLiteral("tooLarge"),
                tr("%1 is too large for a picture (at most %2 MB).").arg(name).arg(kMaxPictureBytes >> 20));
         return;
     }
@@ -178,7 +182,8 @@ void FileCastService::onStart(qint64 client, const zv::wire::FileStart& start) {
         // A streaming thread.
         if (m_awaitFirstFrame.exchange(false)) {
             const qint64 at = steadyNowMs();
-            QMetaObject::invokeMethod(this, [this, at] { emit firstFrame(at); }, Qt::QueuedConnection);
+            const bool afterSeek = m_seeking.exchange(false);
+            QMetaObject::invokeMethod(this, [this, at, afterSeek] { emit firstFrame(at, afterSeek); }, Qt::QueuedConnection);
         }
         if (m_frameSink) m_frameSink(frame);
     });
@@ -216,7 +221,7 @@ void FileCastService::onPictureBytes(const QByteArray& bytes) {
         return;
     }
     emit pictureReady(picture);
-    emit firstFrame(steadyNowMs());
+    emit firstFrame(steadyNowMs(), false);
     accept(picture.width(), picture.height(), -1);
 }
 
@@ -243,11 +248,11 @@ void FileCastService::onPlayerFailed(const QString& text) {
     const qint64 client = m_client;
     const uint32_t fileId = m_fileId;
     if (!m_accepted) {
-        const QString why = tr("This panel cannot play %1: %2").arg(m_name, text);
+        const QString name = m_name;
+        const QString why = tr("This panel cannot play %1: %2").arg(name, text);
         ZV_LOG(WARNING) << " " << why.toStdString();
         teardown();
-        refuse(client, fileId, QStringLiteral("unplayable"), why);
-        emit fileRefused(client, m_name, why);
+        refuse(client, fileId, name, QStringLiteral("unplayable"), why);
         return;
     }
     zv::wire::FileEnd end;

@@ -49,7 +49,9 @@ signals:
     void fileAccepted(qint64 client, const QString& name, int width, int height, qint64 durationMs, int audioStreams);
     void fileRefused(qint64 client, const QString& name, const QString& text);
     void fileStopped(qint64 client, const QString& reason, const QString& text);
-    void firstFrame(qint64 steadyMs);
+    // The first picture of a file, or the first after a seek; steadyMs is
+    // std::chrono::steady_clock's time then, for timing.
+    void firstFrame(qint64 steadyMs, bool afterSeek);
     void pictureReady(const QImage& picture);
     void videoShown();
     void soundShown(const QString& name);
@@ -64,7 +66,8 @@ private:
     void onStart(qint64 client, const zv::wire::FileStart& start);
     void onPictureBytes(const QByteArray& bytes);
     void accept(int width, int height, int64_t durationMs);
-    void refuse(qint64 client, uint32_t fileId, const QString& reason, const QString& text);
+    // Tells the PC (and the status line) why its file does not play.
+    void refuse(qint64 client, uint32_t fileId, const QString& name, const QString& reason, const QString& text);
     void sendInfo();
     void send(const google::protobuf::Message& body);
     void onPlayerFailed(const QString& text);
@@ -85,6 +88,7 @@ private:
     QTimer m_startTimeout;
     QElapsedTimer m_startClock;
     std::atomic<bool> m_awaitFirstFrame{false};
+    std::atomic<bool> m_seeking{false};
 };
 
 }  // namespace receiver

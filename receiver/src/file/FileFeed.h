@@ -26,7 +26,7 @@ class FileFeed : public QObject {
     Q_OBJECT
 public:
     static constexpr uint32_t kBlockBytes = 512 * 1024;
-    static constexpr int kMaxInFlight = 4;
+    static constexpr int kMaxInFlight = 8;
     static constexpr int kReadAheadBlocks = 8;
     static constexpr int kMaxCachedBlocks = 96;  // 48 MiB
     static constexpr int kMaxReadsPerSecond = 200;

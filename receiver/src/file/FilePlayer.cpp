@@ -11,9 +11,11 @@ namespace receiver {
 
 namespace {
 
+// The mapping holds its own reference to the buffer; the sample goes back to
+// the sink at once (appsink reuses its sample object, and a sample we kept
+// would not be writable for it).
 struct MappedFrame {
     GstVideoFrame frame;
-    zv::media::SamplePtr sample;
 };
 
 void releaseMappedFrame(void* data) {
@@ -109,7 +111,6 @@ GstFlowReturn FilePlayer::onNewSample(GstAppSink* sink, gpointer self) {
     const int height = GST_VIDEO_FRAME_HEIGHT(&mapped->frame);
     auto* data = static_cast<uchar*>(GST_VIDEO_FRAME_PLANE_DATA(&mapped->frame, 0));
     const int stride = GST_VIDEO_FRAME_PLANE_STRIDE(&mapped->frame, 0);
-    mapped->sample = std::move(sample);
     player->m_frameWidth = width;
     player->m_frameHeight = height;
     const QImage image(data, width, height, stride, QImage::Format_RGB32, &releaseMappedFrame, mapped);
@@ -151,8 +152,8 @@ void FilePlayer::fail(const QString& text) {
     if (m_state == State::Failed) return;
     m_state = State::Failed;
     m_feed->cancel();
-    emit failed(text);
     emit stateChanged();
+    emit failed(text);  // last: its receiver may delete this player
 }
 
 void FilePlayer::setPaused(bool paused) {

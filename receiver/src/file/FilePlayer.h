@@ -53,6 +53,7 @@ public:
 signals:
     void prerolled();
     void ended();
+    // Emitted last by the player; the receiver may delete it.
     void failed(const QString& text);
     void stateChanged();
 
