@@ -154,7 +154,8 @@ void OrvixUpgrade::onConnectResult(ProjectOrShareReqResult result, const DEVICE_
             ui->titleBtnGroup->hide();
             m_controlBall->hide();
             MirroringCheck::setDisplayInfo(device);
-            m_connectPage->enableFileCastBtn(false);
+            // The "File Screen" entry casts a file over this connection.
+            m_connectPage->enableFileCastBtn(true);
         } else {
             m_screenPage->setBigScreenInfo(CManageAll::getInstance()->getServerInfo());
             m_screenPage->showSelectWindow();

@@ -117,13 +117,6 @@ void OrvixUpgrade::getAllScreenResolution() {
                  << layout.screen.height();
 }
 
-bool OrvixUpgrade::showFileScreenPages(const QString& path) {
-    // The file pages take the file from here once they are part of the
-    // client; until then a file cast is refused and the session stays.
-    ZV_LOG(WARNING) << " no file pages for " << path.toStdString();
-    return false;
-}
-
 void OrvixUpgrade::onScreenRequestResult(ProjectOrShareReqResult result, const DEVICE_LISTUNIT_INFO_S& device) {
     if (result == FAIL) {
         const bool disconnect = m_isDisconnectAfterStop;
@@ -302,6 +295,7 @@ void OrvixUpgrade::onStopScreen() {
             }
             m_screenPage->setCurrentScreenStatus(ScreenIdle);
             m_strFilePath.clear();
+            clearFileScreenPages();
             m_isFileScreen = false;
             m_isStopAccepted = true;
             // The screen page replaces the connect page set just above.

@@ -172,6 +172,7 @@ void OrvixUpgrade::initUi() {
             [this](int, int) { onRestartMirroring(); }, Qt::QueuedConnection);
     m_screenChangeWatcher->start();
     initSettings();
+    initFileScreen();
 }
 
 void OrvixUpgrade::initData() {
@@ -277,11 +278,6 @@ std::function<void()> OrvixUpgrade::trackedWork(std::function<void()> work) {
         work();
         --m_runningWorks;
     };
-}
-
-int OrvixUpgrade::fileScreenThreadFun() {
-    ZV_LOG(WARNING) << " file cast requests are not wired in this build";
-    return 0;
 }
 
 void OrvixUpgrade::stopRequestThreads(bool all) {

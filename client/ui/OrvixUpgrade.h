@@ -42,6 +42,7 @@ class QSystemTrayIcon;
 class QTimer;
 class TestExceptionDispatch;
 class TestReverseScreen;
+class TestFileCast;
 class TestScreenCast;
 class TestSessionController;
 
@@ -56,6 +57,8 @@ class BYOMSetting;
 class ConnectPage;
 class ConnectThread;
 class DynamicWindow;
+class FileScreenPage;
+class FileScreenStackWidget;
 class FileScreenThread;
 class LoadingWidget;
 class NetTestWidget;
@@ -73,6 +76,7 @@ class OrvixUpgrade : public QWidget {
     friend class ::TestScreenCast;
     friend class ::TestExceptionDispatch;
     friend class ::TestReverseScreen;
+    friend class ::TestFileCast;
 
 public:
     // Session state values.
@@ -117,9 +121,6 @@ public:
     SharePage* getSharePage() const { return m_sharePage; }
     // The reverse-screen view; its setters may be called from any thread.
     ReverseScreen* getReverseScreenWindow() const { return m_reverseScreen; }
-
-    // Request-thread body of the flow not wired in this build.
-    int fileScreenThreadFun();
 
     // ---- Connect and log-in: OrvixUpgrade-connect.cpp --------------------
     // True when the PC has no usable network (no interface that is up, not
@@ -169,11 +170,16 @@ public:
     // Reverse-screen request-thread body: logs in unless connected, then
     // asks the panel for its screen.
     int reverseScreenThreadFun();
+    // ---- File casting: OrvixUpgrade-file.cpp -----------------------------
+    // The file-cast request-thread body: logs in when needed, then asks the
+    // panel for a file cast; the answer goes to onScreenRequestResult.
+    int fileScreenThreadFun();
+    FileScreenStackWidget* getFileScreenWidget() const { return m_fileScreenWidget; }
+    FileScreenPage* getFileScreenPage() const { return m_fileScreenPage; }
 
     // ---- Flows to come, one file each ------------------------------------
     // Panel list: OrvixUpgrade-panels.cpp.
     // Window casting: OrvixUpgrade-window.cpp.
-    // File casting: OrvixUpgrade-file.cpp.
     // Settings: OrvixUpgrade-settings.cpp.
     SettingWidget* getSettingWidget() const { return m_settingWidget; }
     NetTestWidget* getNetTestWidget() const { return m_netTestWidget; }
@@ -255,6 +261,12 @@ public slots:
     // Discovery.
     void onDealWithKLUFDevice(DeviceShowInfo& info, QString operation);
 
+    // File casting (OrvixUpgrade-file.cpp): casts the file at path, logging
+    // in with code first when not connected.
+    void onFileScreen(const QString& code, const QString& path);
+    // The connect page's "File Screen" entry: asks for a file, then casts it.
+    void onChooseCastFile();
+
 protected:
     void closeEvent(QCloseEvent* event) override;            // OrvixUpgrade.cpp
     bool eventFilter(QObject* watched, QEvent* event) override;  // OrvixUpgrade-chrome.cpp
@@ -306,6 +318,13 @@ private:
 
     // Discovery.
     void notifyDevice(const KLUF_DEVICE_INFO& record, CodeState state, const QString& operation);
+
+    // File casting (OrvixUpgrade-file.cpp): the viewer and the status page,
+    // made and wired once from initUi; the end of a file cast closes them.
+    void initFileScreen();
+    void clearFileScreenPages();
+    FileScreenStackWidget* m_fileScreenWidget = nullptr;
+    FileScreenPage* m_fileScreenPage = nullptr;
 
     // Widgets.
     Ui::OrvixUpgrade* ui = nullptr;

@@ -4,6 +4,8 @@
 #include <QFontMetrics>
 #include <QLabel>
 
+#include "ui/widgets/StyleUtil.h"
+
 namespace qorquicomponents {
 
 SwitchButton::SwitchButton(QWidget* parent)
@@ -82,6 +84,12 @@ void SwitchButton::setStyle(ButtonStatus status) {
     m_status = status;
     setStyleSheet(it->styleSheet);
     setToolTip(it->toolTip);
+}
+
+void SwitchButton::setButtonShow(bool show) {
+    m_buttonShow = show;
+    setEnabled(show);
+    setStyleProperty(this, "Status", show ? QStringLiteral("Show") : QStringLiteral("Hide"));
 }
 
 void SwitchButton::enterEvent(QEvent* event) {

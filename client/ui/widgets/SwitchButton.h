@@ -62,6 +62,11 @@ public:
     // The picture for a style and state; empty for an unknown style.
     static QString imageStyleFor(ButtonStyle style, bool on);
 
+    // Shows or hides the button's face without giving up its place: a hidden
+    // face has the "Status" property "Hide" and takes no clicks.
+    void setButtonShow(bool show);
+    bool isButtonShow() const { return m_buttonShow; }
+
     static constexpr int kIconX = 16;
     static constexpr int kIconY = 4;
     static constexpr int kIconSize = 32;
@@ -80,6 +85,7 @@ private:
     QLabel* m_caption;
     QMap<int, UIData> m_styles;
     ButtonStatus m_status = ButtonNormal;
+    bool m_buttonShow = true;
 };
 
 }  // namespace qorquicomponents
