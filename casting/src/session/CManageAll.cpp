@@ -30,18 +30,6 @@ long fileCastRequest(LibraryCore& core);
 void stopFileCast(LibraryCore& core, const QString& reason);
 }  // namespace zv
 
-namespace {
-
-// Operations whose component is not in this build answer with a failure and
-// say so, instead of pretending to succeed.
-long unavailable(const char* operation) {
-    LOG(WARNING) << "[" << operation << "] unavailable in this build";
-    MC_Util_SetLastError(zv_error::CONNECT_FAILED);
-    return -1;
-}
-
-}  // namespace
-
 CManageAll::CManageAll() : m_core(std::make_unique<zv::LibraryCore>()) {}
 // Too late for an orderly end (see shutdown); it only catches a process that
 // never called shutdown.
