@@ -21,11 +21,13 @@
 #include "passcode/PasscodePins.h"
 #include "passcode/PasscodeRegistration.h"
 #include "passcode/PasscodeService.h"
+#include "passcode/SourceBudget.h"
 #include "protocol/ConnectCode.h"
 #include "protocol/WireCodec.h"
 #include "protocol/WireNames.h"
 #include "security/KeyId.h"
 #include "transport/MessageChannel.h"
+#include "transport/RateLimiter.h"
 #include "transport/TlsIdentity.h"
 
 namespace {
