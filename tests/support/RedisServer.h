@@ -59,6 +59,7 @@ public:
     }
 
     int port() const { return m_port; }
+    pid_t pid() const { return m_process ? m_process->pid() : 0; }
     std::string url(int database = 0) const {
         return "redis://127.0.0.1:" + std::to_string(m_port) + "/" + std::to_string(database);
     }
