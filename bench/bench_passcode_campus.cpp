@@ -156,7 +156,7 @@ int main(int argc, char** argv) {
                            });
         });
         std::printf("| %s | %.0f | %.3f | %.3f |\n", label, resolves / run.seconds,
-                    zvbench::percentile(run.latencies, 50), zvbench::percentile(run.latencies, 99));
+                    zvbench::percentile(run.latencies, 0.50), zvbench::percentile(run.latencies, 0.99));
         if (found != resolves) std::printf("  (%d of %d found)\n", found, resolves);
     };
     resolveRun(&instanceA, passcodes, "redis, instance 1");
@@ -198,7 +198,7 @@ int main(int argc, char** argv) {
     std::printf("| Redis memory with %d panels | %.1f MB (%.0f B/panel) |\n", panels, usedMemory / 1e6,
                 double(usedMemory) / panels);
     std::printf("| heartbeat round: %d renewals | %.2f s, p50 %.3f ms, p99 %.3f ms |\n", panels, renewing.seconds,
-                zvbench::percentile(renewing.latencies, 50), zvbench::percentile(renewing.latencies, 99));
+                zvbench::percentile(renewing.latencies, 0.50), zvbench::percentile(renewing.latencies, 0.99));
     std::printf("| Redis commands per heartbeat | %.2f |\n", double(commands) / panels);
     std::printf("| Redis CPU per heartbeat | %.3f ms |\n", cpuPerHeartbeatMs);
     std::printf("| %d panels at ttl 60 s (%.0f heartbeats/s) on Redis | %.0f commands/s, %.1f %% of a core |\n",
