@@ -125,7 +125,7 @@ void RedisPasscodeStore::run(const Script& script, const QList<QByteArray>& args
 }
 
 void RedisPasscodeStore::registerPanel(const Registration& registration, RegisterDone done) {
-    static const Script script(QByteArray(redis_scripts::kRegister));
+    static const Script script{QByteArray(redis_scripts::kRegister)};
     const PasscodeRegistry::Request& r = registration.request;
     const qint64 now = m_clock();
     QList<QByteArray> args{QByteArray::number(now),
@@ -188,7 +188,7 @@ void RedisPasscodeStore::registerPanel(const Registration& registration, Registe
 }
 
 void RedisPasscodeStore::resolve(const QString& passcode, const QString& source, ResolveDone done) {
-    static const Script script(QByteArray(redis_scripts::kLimiter) + redis_scripts::kResolve);
+    static const Script script{QByteArray(redis_scripts::kLimiter) + redis_scripts::kResolve};
     const QString code = PasscodeRegistry::canonicalPasscode(passcode);
     QList<QByteArray> args = limiterArgs(m_clock(), "r", source);
     args.append(utf8(code));
@@ -229,7 +229,7 @@ void RedisPasscodeStore::resolve(const QString& passcode, const QString& source,
 }
 
 void RedisPasscodeStore::remove(const QString& passcode, const QString& keyId, qint64 stampMs, RemoveDone done) {
-    static const Script script(QByteArray(redis_scripts::kRemove));
+    static const Script script{QByteArray(redis_scripts::kRemove)};
     const QString code = PasscodeRegistry::canonicalPasscode(passcode);
     if (code.isEmpty() || keyId.isEmpty()) {
         RemoveAnswer answer;
@@ -264,7 +264,7 @@ void RedisPasscodeStore::remove(const QString& passcode, const QString& keyId, q
 }
 
 void RedisPasscodeStore::checkPanelSource(const QString& source, LimitDone done) {
-    static const Script script(QByteArray(redis_scripts::kLimiter) + redis_scripts::kPanelLimit);
+    static const Script script{QByteArray(redis_scripts::kLimiter) + redis_scripts::kPanelLimit};
     QList<QByteArray> args = limiterArgs(m_clock(), "p", source);
     args.append(QByteArrayLiteral("check"));
     run(script, args, [done = std::move(done)](const redisReply* reply) {
@@ -278,14 +278,14 @@ void RedisPasscodeStore::checkPanelSource(const QString& source, LimitDone done)
 }
 
 void RedisPasscodeStore::recordPanelFailure(const QString& source) {
-    static const Script script(QByteArray(redis_scripts::kLimiter) + redis_scripts::kPanelLimit);
+    static const Script script{QByteArray(redis_scripts::kLimiter) + redis_scripts::kPanelLimit};
     QList<QByteArray> args = limiterArgs(m_clock(), "p", source);
     args.append(QByteArrayLiteral("fail"));
     run(script, args, [](const redisReply*) {});
 }
 
 QList<PasscodeRegistry::Entry> RedisPasscodeStore::takeExpired() {
-    static const Script script(QByteArray(redis_scripts::kCount));
+    static const Script script{QByteArray(redis_scripts::kCount)};
     if (!isAvailable()) return {};
     run(script, {QByteArray::number(m_clock())}, [this](const redisReply* reply) {
         if (reply && reply->type == REDIS_REPLY_INTEGER) m_size = int(reply->integer);
