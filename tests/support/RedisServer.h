@@ -53,6 +53,13 @@ public:
         if (m_process) m_process->waitFinished(std::chrono::seconds(5));
         m_process.reset();
     }
+    // A Redis that hangs (SIGSTOP): connections stay open, nothing answers.
+    void pause() {
+        if (m_process) m_process->signal(SIGSTOP);
+    }
+    void resume() {
+        if (m_process) m_process->signal(SIGCONT);
+    }
     bool restart() {
         stop();
         return start();

@@ -7,6 +7,7 @@
 #include <hiredis/hiredis.h>
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -337,6 +338,26 @@ TEST_P(RedisPasscodeStoreTest, AnswersUnavailableWhileRedisIsAwayAndRecoversByIt
     auto back = registerAs(kKeyA, QStringLiteral("VW56"), false, QStringLiteral("10.0.0.9"), 30, &store);
     ASSERT_EQ(back.outcome.result, Result::Assigned);
     EXPECT_EQ(resolve(back.outcome.entry.passcode, QStringLiteral("10.1.1.1"), &store).entry.keyId, kKeyA);
+}
+
+TEST_P(RedisPasscodeStoreTest, AHungRedisIsGivenUpWithinTheReplyTimeOut) {
+    zvtest::RedisServer own;
+    ASSERT_TRUE(own.start());
+    zv::RedisPasscodeStore store(targetOf(own), [this] { return nowMs; });
+    store.start();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return store.isAvailable(); }, kWaitMs));
+
+    own.pause();
+    QElapsedTimer waited;
+    waited.start();
+    // The call answers (Unavailable) once the reply time-out drops the
+    // connection; the event loop runs all the while.
+    EXPECT_EQ(resolve(QStringLiteral("AB12"), QStringLiteral("10.1.1.1"), &store).result, Lookup::Unavailable);
+    EXPECT_GE(waited.elapsed(), zv::RedisConnection::kReplyTimeoutMs - 100);
+    EXPECT_LT(waited.elapsed(), zv::RedisConnection::kReplyTimeoutMs * 3);
+    own.resume();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return store.isAvailable(); }, kWaitMs));
+    EXPECT_EQ(resolve(QStringLiteral("AB12"), QStringLiteral("10.1.1.1"), &store).result, Lookup::Unknown);
 }
 
 INSTANTIATE_TEST_SUITE_P(Shared, RedisPasscodeStoreTest, ::testing::Values(Backend::Redis),
