@@ -312,7 +312,10 @@ TEST_P(RedisPasscodeStoreTest, InstancesShareEntriesAndOneWrongTryBudget) {
 TEST_P(RedisPasscodeStoreTest, AnswersUnavailableWhileRedisIsAwayAndRecoversByItself) {
     zvtest::RedisServer own;
     ASSERT_TRUE(own.start());
-    zv::RedisPasscodeStore store(targetOf(own), [this] { return nowMs; });
+    // By name: looked up without blocking the loop, again at each reconnection.
+    auto byName = targetOf(own);
+    byName.host = QStringLiteral("localhost");
+    zv::RedisPasscodeStore store(byName, [this] { return nowMs; });
     QSignalSpy availability(&store, &PasscodeStore::availabilityChanged);
     store.start();
     ASSERT_TRUE(QTest::qWaitFor([&] { return store.isAvailable(); }, kWaitMs));

@@ -4,9 +4,13 @@
 #include <hiredis/hiredis.h>
 
 #include <QDateTime>
+#include <QHostAddress>
+#include <QHostInfo>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <QVector>
+
+#include <algorithm>
 
 #include "casting/Log.h"
 
@@ -48,7 +52,29 @@ void RedisConnection::start() {
 }
 
 void RedisConnection::connectNow() {
-    redisAsyncContext* context = redisAsyncConnect(m_host.toLatin1().constData(), m_port);
+    // hiredis resolves names with a blocking getaddrinfo(): names are
+    // looked up here without blocking, and hiredis gets the address.
+    if (QHostAddress(m_host).isNull()) {
+        if (m_lookingUp) return;
+        m_lookingUp = true;
+        QHostInfo::lookupHost(m_host, this, [this](const QHostInfo& info) {
+            m_lookingUp = false;
+            const QList<QHostAddress> addresses = info.addresses();
+            if (addresses.isEmpty()) return lost(QStringLiteral("cannot resolve %1: %2").arg(m_host, info.errorString()));
+            // IPv4 first: Redis is often bound to 127.0.0.1 or one IPv4 address only.
+            const auto v4 = std::find_if(addresses.cbegin(), addresses.cend(), [](const QHostAddress& a) {
+                return a.protocol() == QAbstractSocket::IPv4Protocol;
+            });
+            connectTo((v4 != addresses.cend() ? *v4 : addresses.first()).toString());
+        });
+        return;
+    }
+    connectTo(m_host);
+}
+
+void RedisConnection::connectTo(const QString& address) {
+    if (m_context || m_closing) return;
+    redisAsyncContext* context = redisAsyncConnect(address.toLatin1().constData(), m_port);
     if (!context) return lost(QStringLiteral("out of memory"));
     if (context->err) {
         const QString why = QString::fromLocal8Bit(context->errstr);

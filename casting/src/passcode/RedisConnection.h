@@ -57,6 +57,7 @@ private:
     static void cleanup(void* self);
 
     void connectNow();
+    void connectTo(const QString& address);
     void lost(const QString& why);
     void setConnected(bool connected);
     void checkProgress();
@@ -75,6 +76,7 @@ private:
     qint64 m_lastProgressMs = 0;
     bool m_connected = false;
     bool m_closing = false;
+    bool m_lookingUp = false;  // a name lookup is under way
 };
 
 }  // namespace zv
