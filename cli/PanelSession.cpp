@@ -69,7 +69,7 @@ bool splitHostPort(const QString& text, QString& host, int& port) {
 PanelSession::PanelSession()
     : m_library(CManageAll::getInstance()),
       m_code(QStringLiteral("code"), QStringLiteral("Connect code."), QStringLiteral("CODE")),
-      m_passcodeServer(QStringLiteral("passcode-server"), QStringLiteral("Passcode service (its key pinned on first use, or given as #KEYID)."), QStringLiteral("HOST:PORT[#KEYID]")),
+      m_passcodeServer(QStringLiteral("passcode-server"), QStringLiteral("Passcode service (its key pinned on first use, or given as #KEYID); several instances: a comma-separated list, tried in order."), QStringLiteral("HOST:PORT[#KEYID][,...]")),
       m_address(QStringLiteral("address"), QStringLiteral("Panel address."), QStringLiteral("IP[:PORT]")),
       m_key(QStringLiteral("key"), QStringLiteral("Panel key from discovery."), QStringLiteral("KEY")),
       m_hold(QStringLiteral("hold"), QStringLiteral("Keep the session."), QStringLiteral("SECONDS")),
@@ -98,16 +98,20 @@ bool PanelSession::readOptions(const QCommandLineParser& parser, QString* error)
             return false;
         }
         if (text.size() == 4 && parser.isSet(m_passcodeServer)) {
-            const auto server = zv::PasscodeServerAddress::parse(parser.value(m_passcodeServer));
-            if (!server || !copyText(m_server.szIp, server->host)) {
-                *error = QStringLiteral("--passcode-server must be IPv4:PORT or IPv4:PORT#KEYID");
+            const auto servers = zv::PasscodeServerAddress::parseList(parser.value(m_passcodeServer));
+            if (!servers || !copyText(m_server.szIp, servers->first().host)) {
+                *error = QStringLiteral("--passcode-server must be IPv4:PORT or IPv4:PORT#KEYID, or several separated by commas");
                 return false;
             }
-            m_server.nPort = server->port;
-            // A key given with the address is pinned for the library's check.
-            if (!server->keyId.isEmpty() &&
-                !zv::PasscodePins(zv::PasscodePins::defaultPcPath()).pin(server->host, server->port, server->keyId, error)) {
-                return false;
+            m_server.nPort = servers->first().port;
+            // Several instances: the library asks them in order.
+            m_library->setPasscodeServers(servers->size() > 1 ? parser.value(m_passcodeServer).toUtf8().constData() : "");
+            // A key given with an address is pinned for the library's check.
+            for (const zv::PasscodeServerAddress& server : *servers) {
+                if (!server.keyId.isEmpty() &&
+                    !zv::PasscodePins(zv::PasscodePins::defaultPcPath()).pin(server.host, server.port, server.keyId, error)) {
+                    return false;
+                }
             }
         }
     }

@@ -17,7 +17,7 @@ const char* const kHelp =
     "      Listen N seconds (default 3) for panels on the LAN; one line per panel\n"
     "      found, updated or gone: name, key, code, address, port.\n"
     "\n"
-    "  login --code CODE [--address IP[:PORT]] [--passcode-server HOST:PORT[#KEYID]] [--hold SECONDS] [--reconnect]\n"
+    "  login --code CODE [--address IP[:PORT]] [--passcode-server HOST:PORT[#KEYID][,...]] [--hold SECONDS] [--reconnect]\n"
     "  login --address IP[:PORT] [--key KEY] [--hold SECONDS] [--reconnect]\n"
     "      Log in to a panel by its connect code (4 characters: a passcode resolved\n"
     "      through the passcode service, whose key is pinned on first use or given\n"

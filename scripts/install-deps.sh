@@ -13,6 +13,8 @@ PACKAGES=(
   libgoogle-glog-dev libsqlite3-dev libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
   # wire schema, key exchange over the connect code, media encryption (srtpenc/srtpdec)
   libprotobuf-dev protobuf-compiler libsodium-dev libsrtp2-dev
+  # passcode service shared by several instances: Redis and its C client
+  redis-server libhiredis-dev
   # e2e attack tests: telling Opus in a packet capture
   libopus-dev
   # X11: capture, input injection, monitors

@@ -16,6 +16,7 @@
 #include "casting/Log.h"
 #include "casting/McUtil.h"
 #include "casting/Singleton.h"
+#include "ui/ContentWidget/CodeEntry.h"
 #include "ui/ContentWidget/ConnectPage.h"
 #include "ui/ContentWidget/ScreenPage.h"
 #include "ui/ControlBall.h"
@@ -105,10 +106,13 @@ int OrvixUpgrade::connectThreadFun() {
     if (status == CodeConnectingStatus || status == CodeReverseRequestStatus || status == CodeScreenRequestStatus) {
         const QByteArray code = m_strConnectCode.toUtf8();
         if (m_strConnectCode.length() == 4) {
-            CClientConfig& config = Singleton<CClientConfig>::getInstance();
-            const std::string serverIp = config.getServerIP();
-            Ktr_Memcpy_s(m_codeServerInfo.szIp, sizeof m_codeServerInfo.szIp, serverIp.c_str(), serverIp.size() + 1);
-            m_codeServerInfo.nPort = QString::fromStdString(config.getServerPort()).toInt();
+            const PasscodeServerSetting server = PasscodeServerSetting::read();
+            if (server.ip.size() < sizeof m_codeServerInfo.szIp) {
+                Ktr_Memcpy_s(m_codeServerInfo.szIp, sizeof m_codeServerInfo.szIp, server.ip.c_str(), server.ip.size() + 1);
+            }
+            m_codeServerInfo.nPort = server.port;
+            // Several instances: the library asks them in order (empty: just the one above).
+            CManageAll::getInstance()->setPasscodeServers(server.list.c_str());
         }
         Ktr_Memcpy_s(m_deviceInfo.szConnectCode, sizeof m_deviceInfo.szConnectCode, code.constData(),
                      static_cast<size_t>(code.size()) + 1);

@@ -2,11 +2,14 @@
 // certificate are made at first start in its data folder. Prints one JSON
 // line when it listens (with the key id clients pin) and one per
 // registration, release and expiry, for scripts and tests that start it.
+// Its table lives in memory, or with --store redis://HOST:PORT/DB in Redis,
+// shared by every instance that names the same database.
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSettings>
 #include <QStandardPaths>
 #include <QTextStream>
 
@@ -15,7 +18,9 @@
 
 #include "casting/Log.h"
 #include "core/QuitOnSignals.h"
+#include "passcode/MemoryPasscodeStore.h"
 #include "passcode/PasscodeService.h"
+#include "passcode/RedisPasscodeStore.h"
 #include "security/KeyId.h"
 #include "transport/TlsIdentity.h"
 
@@ -53,9 +58,23 @@ int main(int argc, char* argv[]) {
         QStringLiteral("DIR"),
         QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
             QStringLiteral("/zelvanor/passcode-service"));
+    const QCommandLineOption storeOption(
+        QStringLiteral("store"),
+        QStringLiteral("Where passcodes are kept: \"memory\" (default) or redis://HOST[:PORT][/DB], shared by every "
+                       "instance naming it. Also the key \"store\" of the config file."),
+        QStringLiteral("STORE"));
+    const QCommandLineOption configOption(
+        QStringLiteral("config"),
+        QStringLiteral("Config file (INI; keys store, listen, port; the command line wins). Default: "
+                       "zelvanor/passcode.conf in the user's config folder."),
+        QStringLiteral("FILE"),
+        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+            QStringLiteral("/zelvanor/passcode.conf"));
     parser.addOption(listenOption);
     parser.addOption(portOption);
     parser.addOption(dataOption);
+    parser.addOption(storeOption);
+    parser.addOption(configOption);
     if (!parser.parse(QCoreApplication::arguments())) {
         QTextStream(stderr) << parser.errorText() << '\n';
         return 2;
@@ -65,15 +84,29 @@ int main(int argc, char* argv[]) {
         QTextStream(stderr) << "unexpected argument: " << parser.positionalArguments().first() << '\n';
         return 2;
     }
-    const QHostAddress listenAddress(parser.value(listenOption));
+    const QSettings config(parser.value(configOption), QSettings::IniFormat);
+    auto setting = [&](const QCommandLineOption& option, const QString& key) {
+        if (parser.isSet(option)) return parser.value(option);
+        return config.value(key, parser.value(option)).toString();
+    };
+    const QString storeText = setting(storeOption, QStringLiteral("store"));
+    std::optional<zv::RedisPasscodeStore::Target> redis;
+    if (!storeText.isEmpty() && storeText != QLatin1String("memory")) {
+        redis = zv::RedisPasscodeStore::parseUrl(storeText);
+        if (!redis) {
+            QTextStream(stderr) << "--store: not \"memory\" nor redis://HOST[:PORT][/DB]: " << storeText << '\n';
+            return 2;
+        }
+    }
+    const QHostAddress listenAddress(setting(listenOption, QStringLiteral("listen")));
     if (listenAddress.isNull()) {
-        QTextStream(stderr) << "--listen: not an IP address: " << parser.value(listenOption) << '\n';
+        QTextStream(stderr) << "--listen: not an IP address: " << setting(listenOption, QStringLiteral("listen")) << '\n';
         return 2;
     }
     bool portOk = false;
-    const uint port = parser.value(portOption).toUInt(&portOk);
+    const uint port = setting(portOption, QStringLiteral("port")).toUInt(&portOk);
     if (!portOk || port > 65535) {
-        QTextStream(stderr) << "--port: not a port number: " << parser.value(portOption) << '\n';
+        QTextStream(stderr) << "--port: not a port number: " << setting(portOption, QStringLiteral("port")) << '\n';
         return 2;
     }
 
@@ -89,7 +122,20 @@ int main(int argc, char* argv[]) {
         return 1;
     }
 
-    zv::PasscodeService service(identity->privateKey, identity->certificate);
+    zv::PasscodeStore* store = nullptr;
+    if (redis) {
+        auto* shared = new zv::RedisPasscodeStore(*redis);
+        shared->start();
+        store = shared;
+    } else {
+        store = new zv::MemoryPasscodeStore();
+    }
+    zv::PasscodeService service(identity->privateKey, identity->certificate, store);
+    QObject::connect(store, &zv::PasscodeStore::availabilityChanged, [store](bool available) {
+        printEvent({{QStringLiteral("event"), QStringLiteral("store")},
+                    {QStringLiteral("store"), store->describe()},
+                    {QStringLiteral("available"), available}});
+    });
     QObject::connect(&service, &zv::PasscodeService::registered,
                      [](const QString& passcode, const QString& address, quint16 panelPort, const QString& name,
                         int ttl, const QString& panelKey) {
@@ -120,7 +166,8 @@ int main(int argc, char* argv[]) {
                 {QStringLiteral("address"), service.address().toString()},
                 {QStringLiteral("port"), int(service.port())},
                 {QStringLiteral("key"), service.keyId()},
-                {QStringLiteral("shortKey"), zv::shortKeyId(service.keyId())}});
+                {QStringLiteral("shortKey"), zv::shortKeyId(service.keyId())},
+                {QStringLiteral("store"), store->describe()}});
 
     const int code = app.exec();
     ZV_LOG(INFO) << " passcode service stopped";

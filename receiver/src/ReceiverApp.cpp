@@ -235,6 +235,7 @@ bool ReceiverApp::startPasscodes(const zv::TlsIdentity& identity, const QString&
     settings.serviceHost = serviceHost;
     settings.servicePort = servicePort;
     settings.serviceKey = serviceKey;
+    if (serviceHost == m_options.passcodeServerHost) settings.moreServices = m_options.morePasscodeServers;
     settings.pinsPath = configFolder + QLatin1Char('/') + QLatin1String(zv::kPasscodePinsFileName);
     settings.address = m_address;
     settings.port = m_service->port();

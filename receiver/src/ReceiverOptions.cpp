@@ -14,13 +14,15 @@
 namespace receiver {
 namespace {
 
-// HOST:PORT or HOST:PORT#KEYID (the service's key id, pinned explicitly).
+// HOST:PORT or HOST:PORT#KEYID (the service's key id, pinned explicitly),
+// or several of them separated by commas (instances of one directory).
 bool readPasscodeServer(const QString& text, ReceiverOptions& o) {
-    const std::optional<zv::PasscodeServerAddress> server = zv::PasscodeServerAddress::parse(text);
-    if (!server) return false;
-    o.passcodeServerHost = server->host;
-    o.passcodeServerPort = server->port;
-    o.passcodeServerKey = server->keyId;
+    const auto servers = zv::PasscodeServerAddress::parseList(text);
+    if (!servers) return false;
+    o.passcodeServerHost = servers->first().host;
+    o.passcodeServerPort = servers->first().port;
+    o.passcodeServerKey = servers->first().keyId;
+    o.morePasscodeServers = servers->mid(1);
     return true;
 }
 
@@ -41,7 +43,8 @@ void readConfigFile(const QString& path, ReceiverOptions& o) {
         o.access = *access;
     o.publishCode = file.value(QStringLiteral("publishCode"), o.publishCode).toBool();
     o.maxClients = file.value(QStringLiteral("maxClients"), o.maxClients).toInt();
-    const QString passcodeServer = file.value(QStringLiteral("passcodeServer")).toString();
+    // A list with commas comes back from the INI file as a string list.
+    const QString passcodeServer = file.value(QStringLiteral("passcodeServer")).toStringList().join(QLatin1Char(','));
     if (!passcodeServer.isEmpty()) readPasscodeServer(passcodeServer, o);
 }
 
@@ -75,8 +78,9 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
                                   QStringLiteral("PORT"));
     const QCommandLineOption passcodeServer(QStringLiteral("passcode-server"),
                                             QStringLiteral("Register a 4-character passcode with this service; its key is "
-                                                           "pinned on first use, or given as #KEYID."),
-                                            QStringLiteral("HOST:PORT[#KEYID]"));
+                                                           "pinned on first use, or given as #KEYID. Several instances: "
+                                                           "a comma-separated list, tried in order."),
+                                            QStringLiteral("HOST:PORT[#KEYID][,...]"));
     const QCommandLineOption passcodeService(QStringLiteral("passcode-service"),
                                              QStringLiteral("Also run the passcode service on PORT (0: any)."),
                                              QStringLiteral("PORT"));
@@ -128,7 +132,7 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
         options.port = static_cast<quint16>(value);
     }
     if (parser.isSet(passcodeServer) && !readPasscodeServer(parser.value(passcodeServer), options)) {
-        message = QStringLiteral("--passcode-server must be HOST:PORT or HOST:PORT#KEYID (the key id the service prints)");
+        message = QStringLiteral("--passcode-server must be HOST:PORT or HOST:PORT#KEYID (the key id the service prints), or several separated by commas");
         return false;
     }
     if (parser.isSet(passcodeService)) {

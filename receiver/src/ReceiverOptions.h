@@ -6,6 +6,7 @@
 #include <QStringList>
 
 #include "discovery/PanelAccess.h"
+#include "passcode/PasscodePins.h"
 
 namespace receiver {
 
@@ -17,6 +18,8 @@ struct ReceiverOptions {
     QString passcodeServerHost;   // --passcode-server HOST:PORT[#KEYID]: register a 4-character passcode there
     quint16 passcodeServerPort = 0;
     QString passcodeServerKey;    // the service's key id when given (#KEYID); else pinned on first use
+    // Further instances (--passcode-server A,B,...), tried in turn after the first.
+    QList<zv::PasscodeServerAddress> morePasscodeServers;
     int passcodeServicePort = -1; // --passcode-service [PORT]: run the passcode service inside (-1: no)
     bool requireApproval = false; // each new cast waits for the panel's user
     // --access: who gets in without the code (a PC the panel knows always does)

@@ -21,11 +21,13 @@
 #include "passcode/PasscodePins.h"
 #include "passcode/PasscodeRegistration.h"
 #include "passcode/PasscodeService.h"
+#include "passcode/SourceBudget.h"
 #include "protocol/ConnectCode.h"
 #include "protocol/WireCodec.h"
 #include "protocol/WireNames.h"
 #include "security/KeyId.h"
 #include "transport/MessageChannel.h"
+#include "transport/RateLimiter.h"
 #include "transport/TlsIdentity.h"
 
 namespace {
@@ -463,6 +465,17 @@ TEST_F(PasscodeServiceTest, AChangedServiceKeyIsRefusedByPcsAndPanels) {
     EXPECT_EQ(parsed->keyId, otherIdentity.keyId);
     for (const char* bad : {"10.1.2.3", "10.1.2.3:0", ":47810", "10.1.2.3:47810#", "10.1.2.3:47810#short"}) {
         EXPECT_FALSE(zv::PasscodeServerAddress::parse(QString::fromLatin1(bad))) << bad;
+    }
+    // Lists of instances keep their order and each one's key; one bad item spoils the list.
+    const auto list = zv::PasscodeServerAddress::parseList(QStringLiteral("10.1.2.3:47810#") + otherIdentity.keyId +
+                                                           QStringLiteral(", passcode-b:47811"));
+    ASSERT_TRUE(list);
+    ASSERT_EQ(list->size(), 2);
+    EXPECT_EQ(list->at(0).keyId, otherIdentity.keyId);
+    EXPECT_EQ(list->at(1).hostPort(), QStringLiteral("passcode-b:47811"));
+    EXPECT_TRUE(list->at(1).keyId.isEmpty());
+    for (const char* bad : {"", ",", "10.1.2.3:47810,10.1.2.4", "10.1.2.3:47810,,x:0"}) {
+        EXPECT_FALSE(zv::PasscodeServerAddress::parseList(QString::fromLatin1(bad))) << bad;
     }
 }
 

@@ -39,6 +39,10 @@ public:
     // the next log-in without a code accepts whatever key it shows; how many
     // entries went. For a panel that was reinstalled.
     int forgetPanel(const char* name);
+    // Passcode service instances, "HOST:PORT[#KEYID],HOST:PORT[#KEYID]...",
+    // asked in order for 4-character codes instead of logIn's server; empty
+    // or null: logIn's server again. -1 (and nothing changed) when malformed.
+    long setPasscodeServers(const char* servers);
     long checkVersion(VersionInfo& info, long userHandle);
     long getBusinessCap(BusinessCap& cap);
     tagDeviceInfo_ getServerInfo();

@@ -52,36 +52,57 @@ PasscodeClient::~PasscodeClient() {
 }
 
 void PasscodeClient::resolve(const QString& host, quint16 port, const QString& passcode, int timeoutMs) {
+    PasscodeServerAddress server;
+    server.host = host;
+    server.port = port;
+    resolve(QList<PasscodeServerAddress>{server}, passcode, timeoutMs);
+}
+
+void PasscodeClient::resolve(const QList<PasscodeServerAddress>& servers, const QString& passcode, int timeoutMs) {
     reset();
     const quint64 request = m_request;
     m_busy = true;
-    m_host = host;
-    m_port = port;
-    m_target = host + QLatin1Char(':') + QString::number(port);
+    m_servers = servers;
+    m_keyChanged.reset();
     m_passcode = code::normalize(passcode.left(64));
-    if (!code::isValidPasscode(m_passcode)) {
-        QTimer::singleShot(0, this, [this, request] {
-            if (request == m_request) fail(Failure::Invalid, QStringLiteral("not a 4-character passcode"));
+    m_timeoutMs = timeoutMs > 0 ? timeoutMs : kDefaultTimeoutMs;
+    if (!code::isValidPasscode(m_passcode) || servers.isEmpty()) {
+        const bool valid = code::isValidPasscode(m_passcode);
+        QTimer::singleShot(0, this, [this, request, valid] {
+            if (request != m_request) return;
+            if (!valid) return fail(Failure::Invalid, QStringLiteral("not a 4-character passcode"));
+            fail(Failure::Unreachable, QStringLiteral("no passcode server given"));
         });
         return;
     }
-    const int budgetMs = timeoutMs > 0 ? timeoutMs : kDefaultTimeoutMs;
-    m_timer->start(budgetMs);
     // Started from the event loop: no signal can come before resolve() returns.
-    QTimer::singleShot(0, this, [this, request, budgetMs] {
-        if (request != m_request) return;
-        MessageChannel::connectTls(m_host, m_port, budgetMs, pcCredentials(), this,
-                                   [this, request](MessageChannel* channel, const QString& error) {
-                                       if (request != m_request) {
-                                           delete channel;
-                                           return;
-                                       }
-                                       if (!channel) {
-                                           return fail(Failure::Unreachable, QStringLiteral("%1: %2").arg(m_target, error));
-                                       }
-                                       onConnected(channel);
-                                   });
+    QTimer::singleShot(0, this, [this, request] {
+        if (request == m_request) tryServer(0);
     });
+}
+
+void PasscodeClient::tryServer(int index) {
+    if (m_channel) retire(m_channel, this, QStringLiteral("next server"));
+    m_channel = nullptr;
+    ++m_request;
+    const quint64 request = m_request;
+    m_index = index;
+    m_host = m_servers[index].host;
+    m_port = m_servers[index].port;
+    m_target = m_host + QLatin1Char(':') + QString::number(m_port);
+    const int budgetMs = index + 1 < m_servers.size() ? std::min(kPerServerTimeoutMs, m_timeoutMs) : m_timeoutMs;
+    m_timer->start(budgetMs);
+    MessageChannel::connectTls(m_host, m_port, budgetMs, pcCredentials(), this,
+                               [this, request](MessageChannel* channel, const QString& error) {
+                                   if (request != m_request) {
+                                       delete channel;
+                                       return;
+                                   }
+                                   if (!channel) {
+                                       return fail(Failure::Unreachable, QStringLiteral("%1: %2").arg(m_target, error));
+                                   }
+                                   onConnected(channel);
+                               });
 }
 
 void PasscodeClient::cancel() { reset(); }
@@ -103,7 +124,8 @@ TlsCredentials PasscodeClient::pcCredentials() {
 
 void PasscodeClient::onConnected(MessageChannel* channel) {
     PasscodePins pins(m_pinsPath);
-    const PasscodePins::Verdict verdict = pins.check(m_host, m_port, channel->peerKeyId());
+    const PasscodePins::Verdict verdict =
+        pins.check(m_host, m_port, channel->peerKeyId(), m_servers.value(m_index).keyId);
     if (!verdict.trusted) {
         delete channel;
         return fail(Failure::ServiceKeyChanged, verdict.error);
@@ -149,6 +171,8 @@ void PasscodeClient::onError(const wire::PasscodeError& answer) {
         return fail(Failure::RateLimited, QStringLiteral("too many wrong passcodes; try again later"));
     case wire::PasscodeError::INVALID:
         return fail(Failure::Invalid, QStringLiteral("the service calls %1 invalid").arg(m_passcode));
+    case wire::PasscodeError::UNAVAILABLE:
+        return fail(Failure::Unreachable, QStringLiteral("%1 cannot reach its passcode store now").arg(m_target));
     default:
         return fail(Failure::Unreachable, QStringLiteral("bad answer from %1: error reason %2")
                                               .arg(m_target, passcodeErrorName(answer.reason())));
@@ -163,10 +187,29 @@ void PasscodeClient::succeed(const QString& address, quint16 port, const QString
 }
 
 void PasscodeClient::fail(Failure reason, const QString& detail) {
+    const bool movesOn = reason == Failure::Unreachable || reason == Failure::Timeout ||
+                         reason == Failure::ServiceKeyChanged;
+    if (movesOn && m_busy && m_index + 1 < m_servers.size()) {
+        ZV_LOG(WARNING) << " passcode server " << text(m_target) << " failed ("
+                        << QMetaEnum::fromType<Failure>().valueToKey(int(reason)) << ": " << text(detail)
+                        << "); asking " << text(m_servers[m_index + 1].hostPort());
+        if (reason == Failure::ServiceKeyChanged && !m_keyChanged) {
+            m_keyChanged = reason;
+            m_keyChangedDetail = detail;
+        }
+        return tryServer(m_index + 1);
+    }
+    Failure reported = reason;
+    QString why = detail;
+    // A key that changed matters more than a later server being down.
+    if (m_keyChanged && (reason == Failure::Unreachable || reason == Failure::Timeout)) {
+        reported = *m_keyChanged;
+        why = m_keyChangedDetail;
+    }
     ZV_LOG(WARNING) << " passcode " << text(m_passcode) << " not resolved ("
-                    << QMetaEnum::fromType<Failure>().valueToKey(int(reason)) << "): " << text(detail);
+                    << QMetaEnum::fromType<Failure>().valueToKey(int(reported)) << "): " << text(why);
     reset();
-    emit failed(reason, detail);
+    emit failed(reported, why);
 }
 
 void PasscodeClient::reset() {

@@ -8,8 +8,13 @@
 // QMetaObject::invokeMethod). Signals may be connected across threads.
 #pragma once
 
+#include <QList>
 #include <QObject>
 #include <QString>
+
+#include <optional>
+
+#include "passcode/PasscodePins.h"
 
 #include "protocol/MessageDispatcher.h"
 #include "protocol/ProtocolConstants.h"
@@ -35,6 +40,9 @@ public:
     Q_ENUM(Failure)
 
     static constexpr int kDefaultTimeoutMs = 3000;
+    // With several servers, how long each but the last may take before the
+    // next is asked.
+    static constexpr int kPerServerTimeoutMs = 1000;
 
     // Pins in pinsPath (empty: PasscodePins::defaultPcPath()).
     explicit PasscodeClient(QObject* parent = nullptr, const QString& pinsPath = QString());
@@ -46,6 +54,12 @@ public:
     // resolve runs abandons that one without a signal.
     Q_INVOKABLE void resolve(const QString& host, quint16 port, const QString& passcode,
                              int timeoutMs = kDefaultTimeoutMs);
+    // The same through a list of instances, asked in order: one that cannot
+    // be reached, shows a key other than its pin, answers UNAVAILABLE or does
+    // not answer within kPerServerTimeoutMs gives way to the next (the last
+    // has timeoutMs). An answer (found, unknown, rate limited) ends it.
+    void resolve(const QList<PasscodeServerAddress>& servers, const QString& passcode,
+                 int timeoutMs = kDefaultTimeoutMs);
     // Abandons the running resolve, if any, without a signal.
     void cancel();
     bool isBusy() const { return m_busy; }
@@ -66,12 +80,18 @@ private:
     void succeed(const QString& address, quint16 port, const QString& name, const QString& panelKey);
     void fail(Failure reason, const QString& detail);
     void reset();
+    void tryServer(int index);
     TlsCredentials pcCredentials();
 
     QString m_pinsPath;
     TlsCredentials m_credentials;  // loaded on first use
     MessageChannel* m_channel = nullptr;
     QTimer* m_timer;
+    QList<PasscodeServerAddress> m_servers;
+    int m_index = 0;  // the server asked now
+    int m_timeoutMs = kDefaultTimeoutMs;
+    std::optional<Failure> m_keyChanged;  // a server on the way showed another key: reported if none answers
+    QString m_keyChangedDetail;
     QString m_host;
     quint16 m_port = 0;
     QString m_passcode;

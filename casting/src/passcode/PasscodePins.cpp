@@ -55,6 +55,18 @@ std::optional<PasscodeServerAddress> PasscodeServerAddress::parse(const QString&
     return out;
 }
 
+std::optional<QList<PasscodeServerAddress>> PasscodeServerAddress::parseList(const QString& text) {
+    QList<PasscodeServerAddress> out;
+    for (const QString& part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        if (part.trimmed().isEmpty()) continue;
+        const auto server = parse(part);
+        if (!server) return std::nullopt;
+        out.append(*server);
+    }
+    if (out.isEmpty()) return std::nullopt;
+    return out;
+}
+
 QString PasscodeServerAddress::hostPort() const { return entryName(host, port); }
 
 QString PasscodePins::defaultPcPath() {

@@ -8,6 +8,7 @@
 // Threads: an instance may be used from any one thread at a time.
 #pragma once
 
+#include <QList>
 #include <QString>
 
 #include <optional>
@@ -25,6 +26,9 @@ struct PasscodeServerAddress {
     // nullopt for anything else (no host, a port outside 1..65535, a key id
     // that is not one).
     static std::optional<PasscodeServerAddress> parse(const QString& text);
+    // Several instances, "HOST:PORT[#KEYID],HOST:PORT[#KEYID]...", in the
+    // order to try them; nullopt when empty or any one is malformed.
+    static std::optional<QList<PasscodeServerAddress>> parseList(const QString& text);
     QString hostPort() const;
 };
 

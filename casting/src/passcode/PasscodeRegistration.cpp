@@ -39,10 +39,13 @@ PasscodeRegistration::PasscodeRegistration(const Settings& settings, QObject* pa
       m_answerTimer(new QTimer(this)),
       m_renewTimer(new QTimer(this)),
       m_retryTimer(new QTimer(this)) {
+    m_services.append(PasscodeServerAddress{settings.serviceHost, settings.servicePort, settings.serviceKey});
+    m_services += settings.moreServices;
+    if (m_services.size() > 1) m_answerTimeoutMs = kListAnswerTimeoutMs;
     for (QTimer* timer : {m_answerTimer, m_renewTimer, m_retryTimer}) timer->setSingleShot(true);
     connect(m_answerTimer, &QTimer::timeout, this, [this] {
         setRegistered(false);
-        onLinkLost(QStringLiteral("no answer within %1 ms").arg(kAnswerTimeoutMs));
+        onLinkLost(QStringLiteral("no answer within %1 ms").arg(m_answerTimeoutMs));
     });
     connect(m_renewTimer, &QTimer::timeout, this, &PasscodeRegistration::sendRegister);
     connect(m_retryTimer, &QTimer::timeout, this, &PasscodeRegistration::sendRegister);
@@ -84,8 +87,9 @@ void PasscodeRegistration::rotate() {
 void PasscodeRegistration::connectToService() {
     dropLink();
     const quint64 link = ++m_link;
-    m_answerTimer->start(kAnswerTimeoutMs);
-    MessageChannel::connectTls(m_settings.serviceHost, m_settings.servicePort, kAnswerTimeoutMs,
+    m_answerTimer->start(m_answerTimeoutMs);
+    const PasscodeServerAddress& service = m_services[m_current];
+    MessageChannel::connectTls(service.host, service.port, m_answerTimeoutMs,
                                TlsCredentials::of(m_settings.panelKey, m_settings.panelCertificate), this,
                                [this, link](MessageChannel* channel, const QString& error) {
                                    if (link != m_link || m_stopped) {
@@ -104,12 +108,14 @@ void PasscodeRegistration::connectToService() {
 void PasscodeRegistration::onConnected(MessageChannel* channel) {
     PasscodePins pins(m_settings.pinsPath);
     const QString shown = channel->peerKeyId();
-    const PasscodePins::Verdict verdict =
-        pins.check(m_settings.serviceHost, m_settings.servicePort, shown, m_settings.serviceKey);
+    const PasscodeServerAddress& service = m_services[m_current];
+    const PasscodePins::Verdict verdict = pins.check(service.host, service.port, shown, service.keyId);
     if (!verdict.trusted) {
         delete channel;
-        giveUp(verdict.error);
-        return;
+        if (m_services.size() == 1) return giveUp(verdict.error);
+        // Another instance may be genuine: this one is skipped, loudly.
+        ZV_LOG(ERROR) << " passcode service " << text(service.hostPort()) << " refused: " << text(verdict.error);
+        return onLinkLost(verdict.error);
     }
     m_serviceKey = shown;
     channel->setParent(this);
@@ -221,9 +227,17 @@ void PasscodeRegistration::onLinkLost(const QString& reason) {
     m_rotateInFlight = false;
     // A link that ends between requests is usually the service's idle
     // time-out (long ttls); reconnecting at once also notices a restart.
-    const std::string line = " passcode service " + text(m_settings.serviceHost) + ":" +
-                             std::to_string(m_settings.servicePort) + ": " + text(reason) + "; trying again in " +
-                             std::to_string(m_retryMs) + " ms";
+    const QString lost = m_services[m_current].hostPort();
+    // With several instances the next one is asked, soon; the back-off
+    // grows only once every instance has failed in turn.
+    if (m_services.size() > 1) {
+        m_current = (m_current + 1) % m_services.size();
+        if (m_current != 0) m_nextSoon = true;
+    }
+    const bool soon = m_nextSoon;
+    const std::string line = " passcode service " + text(lost) + ": " + text(reason) + "; trying " +
+                             text(m_services[m_current].hostPort()) + " in " +
+                             std::to_string(soon ? kFirstRetryMs : m_retryMs) + " ms";
     if (m_registered && !m_answerTimer->isActive()) {
         ZV_LOG(INFO) << line;
     } else {
@@ -234,7 +248,7 @@ void PasscodeRegistration::onLinkLost(const QString& reason) {
 }
 
 void PasscodeRegistration::giveUp(const QString& reason) {
-    ZV_LOG(ERROR) << " passcode registration with " << text(m_settings.serviceHost) << ":" << m_settings.servicePort
+    ZV_LOG(ERROR) << " passcode registration with " << text(m_services[m_current].hostPort())
                   << " stopped: " << text(reason);
     m_stopped = true;
     m_renewTimer->stop();
@@ -247,6 +261,11 @@ void PasscodeRegistration::giveUp(const QString& reason) {
 void PasscodeRegistration::scheduleRetry() {
     m_answerTimer->stop();
     m_renewTimer->stop();
+    if (m_nextSoon) {
+        m_nextSoon = false;
+        m_retryTimer->start(kFirstRetryMs);
+        return;
+    }
     m_retryTimer->start(m_retryMs);
     m_retryMs = std::min(m_retryMs * 2, kMaxRetryMs);
 }

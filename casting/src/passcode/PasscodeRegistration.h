@@ -8,12 +8,14 @@
 // in. Signals may be connected across threads.
 #pragma once
 
+#include <QList>
 #include <QObject>
 #include <QSslCertificate>
 #include <QSslKey>
 #include <QString>
 
 #include "passcode/PanelProof.h"
+#include "passcode/PasscodePins.h"
 #include "protocol/MessageDispatcher.h"
 #include "protocol/ProtocolConstants.h"
 
@@ -30,6 +32,10 @@ public:
         QString serviceHost;
         quint16 servicePort = kDefaultPasscodePort;
         QString serviceKey;  // the service's key id if given (HOST:PORT#KEYID); empty: pinned on first use
+        // Further instances of the service (one directory in a shared store),
+        // tried in turn when the one in use cannot be reached, does not answer
+        // within kListAnswerTimeoutMs or answers UNAVAILABLE. Each has its own pin.
+        QList<PasscodeServerAddress> moreServices;
         QString pinsPath;    // the panel's passcode-servers file
         QString address;     // the panel's address as clients reach it
         quint16 port = kDefaultControlPort;
@@ -45,6 +51,8 @@ public:
     static constexpr int kMaxRetryMs = 30000;
     // For connecting and for each answer.
     static constexpr int kAnswerTimeoutMs = 5000;
+    // The same with further instances to move to.
+    static constexpr int kListAnswerTimeoutMs = 1000;
 
     explicit PasscodeRegistration(const Settings& settings, QObject* parent = nullptr);
     // Releases the passcode when the service is connected at the time; it
@@ -60,6 +68,8 @@ public:
     // The passcode the service gave; empty until the first answer.
     QString passcode() const { return m_passcode; }
     QString serviceKey() const { return m_serviceKey; }
+    // The instance in use now, HOST:PORT.
+    QString serviceInUse() const { return m_services.value(m_current).hostPort(); }
     // True from the service's confirmation until the link to it is lost or
     // the service refuses.
     bool isRegistered() const { return m_registered; }
@@ -89,6 +99,10 @@ private:
     qint64 nextStampMs();
 
     Settings m_settings;
+    QList<PasscodeServerAddress> m_services;  // the first from serviceHost/Port/Key, then moreServices
+    int m_current = 0;
+    int m_answerTimeoutMs = kAnswerTimeoutMs;
+    bool m_nextSoon = false;  // the next retry goes to another instance: no back-off
     passcode::PanelSigner m_signer;
     QString m_passcode;
     QString m_serviceKey;  // the key the connected service showed (and passed the pin check)

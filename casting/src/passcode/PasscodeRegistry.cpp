@@ -95,14 +95,17 @@ std::optional<QString> PasscodeRegistry::pickFree(const QString& avoid, qint64 n
     return std::nullopt;
 }
 
+bool PasscodeRegistry::isValidRequest(const Request& request) {
+    const QString passcode = canonicalPasscode(request.passcode);
+    return !(passcode.isEmpty() && !request.passcode.isEmpty()) && isValidAddress(request.address) &&
+           request.port != 0 && request.name.size() <= kMaxNameLength && request.ttlSeconds >= kMinTtlSeconds &&
+           request.ttlSeconds <= kMaxTtlSeconds && !request.keyId.isEmpty();
+}
+
 PasscodeRegistry::Outcome PasscodeRegistry::registerPanel(const Request& request) {
     Outcome out;
+    if (!isValidRequest(request)) return out;  // Invalid
     const QString passcode = canonicalPasscode(request.passcode);
-    if ((passcode.isEmpty() && !request.passcode.isEmpty()) || !isValidAddress(request.address) || request.port == 0 ||
-        request.name.size() > kMaxNameLength || request.ttlSeconds < kMinTtlSeconds ||
-        request.ttlSeconds > kMaxTtlSeconds || request.keyId.isEmpty()) {
-        return out;  // Invalid
-    }
     const qint64 nowMs = now();
     const qint64 expiresAtMs = nowMs + qint64(request.ttlSeconds) * 1000;
     auto held = heldEntry(request, passcode, nowMs);
@@ -119,6 +122,8 @@ PasscodeRegistry::Outcome PasscodeRegistry::registerPanel(const Request& request
             held->ttlSeconds = request.ttlSeconds;
             held->expiresAtMs = expiresAtMs;
             held->lastStampMs = request.stampMs;
+            held->certificate = request.certificate;
+            held->signature = request.signature;
             out.result = Result::Renewed;
             out.entry = *held;
             return out;
@@ -135,8 +140,8 @@ PasscodeRegistry::Outcome PasscodeRegistry::registerPanel(const Request& request
         out.result = Result::Full;
         return out;
     }
-    out.entry = Entry{*picked,           request.address, request.port, request.name, request.ttlSeconds,
-                      expiresAtMs,       request.keyId,   request.stampMs};
+    out.entry = Entry{*picked,     request.address, request.port,    request.name,        request.ttlSeconds,
+                      expiresAtMs, request.keyId,   request.stampMs, request.certificate, request.signature};
     insert(out.entry);
     out.result = Result::Assigned;
     return out;

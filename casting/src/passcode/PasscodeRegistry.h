@@ -7,6 +7,7 @@
 // asked (expire()) or when looked up.
 #pragma once
 
+#include <QByteArray>
 #include <QHash>
 #include <QList>
 #include <QSet>
@@ -47,6 +48,10 @@ public:
         qint64 expiresAtMs = 0;
         QString keyId;        // the panel key that holds it
         qint64 lastStampMs = 0;  // newest request timestamp seen from the holder
+        // The holder's newest signed register: its certificate (DER) and
+        // signature, kept so any instance can show what the panel proved.
+        QByteArray certificate;
+        QByteArray signature;
     };
 
     struct Request {
@@ -59,6 +64,8 @@ public:
         QString keyId;        // checked by the caller (a verified signature)
         qint64 stampMs = 0;   // the request's timestamp
         bool mayAssign = true;  // false: renew only (the caller's budget for new passcodes is spent)
+        QByteArray certificate;  // kept with the entry (see Entry)
+        QByteArray signature;
     };
 
     enum class Result {
@@ -104,6 +111,9 @@ public:
     // The passcode as code::normalize() reads what was typed, when that is a
     // valid 4-character passcode; empty otherwise.
     static QString canonicalPasscode(const QString& passcode);
+    // The checks registerPanel() answers Invalid for (passcode, address,
+    // port, name, ttl, key), shared with the other stores.
+    static bool isValidRequest(const Request& request);
     // A numeric IPv4 or IPv6 address.
     static bool isValidAddress(const QString& address);
 

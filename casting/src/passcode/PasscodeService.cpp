@@ -2,11 +2,13 @@
 
 #include <QDateTime>
 #include <QElapsedTimer>
+#include <QPointer>
 #include <QTimer>
 
 #include <cstdlib>
 
 #include "casting/Log.h"
+#include "passcode/MemoryPasscodeStore.h"
 #include "passcode/PanelProof.h"
 #include "protocol/WireCodec.h"
 #include "protocol/WireNames.h"
@@ -39,16 +41,18 @@ PasscodeService::PasscodeService(const QSslKey& key, const QSslCertificate& cert
 
 PasscodeService::PasscodeService(const QSslKey& key, const QSslCertificate& certificate, Clock clock,
                                  PasscodeRegistry::Picker picker, QObject* parent)
+    : PasscodeService(key, certificate, new MemoryPasscodeStore(orMonotonic(clock), std::move(picker)), parent) {}
+
+PasscodeService::PasscodeService(const QSslKey& key, const QSslCertificate& certificate, PasscodeStore* store,
+                                 QObject* parent)
     : QObject(parent),
       m_server(new TlsServer(key, certificate, this)),
       m_expiryTimer(new QTimer(this)),
       m_keyId(keyIdOf(certificate)),
       m_hasIdentity(!key.isNull() && !m_keyId.isEmpty()),
       m_wallClock([] { return QDateTime::currentMSecsSinceEpoch(); }),
-      m_registry(orMonotonic(clock), std::move(picker)),
-      m_resolveLimiter(orMonotonic(clock)),
-      m_panelLimiter(orMonotonic(clock)),
-      m_assignBudget(orMonotonic(clock)) {
+      m_store(store) {
+    m_store->setParent(this);
     m_server->setClientCertificateRequired(false);  // panels sign their requests; PCs stay anonymous
     connect(m_server, &TlsServer::newChannel, this, &PasscodeService::onNewChannel);
     connect(m_expiryTimer, &QTimer::timeout, this, &PasscodeService::expireRegistrations);
@@ -147,31 +151,55 @@ QString PasscodeService::checkProof(MessageChannel* channel, const wire::PanelPr
 
 void PasscodeService::handleRegister(MessageChannel* channel, const wire::Register& request) {
     const QString source = channel->peerAddress().toString();
-    qint64 retryAfterMs = 0;
-    if (!m_panelLimiter.mayAttempt(source, &retryAfterMs)) {
-        ZV_LOG(INFO) << " register from " << text(channel->peerName()) << " refused unchecked, locked for "
-                     << retryAfterMs << " ms more";
-        return refuse(channel, wire::PasscodeError::RATE_LIMITED);
-    }
-    const QString panelKey = checkProof(channel, request.proof(), passcode::signedBytes(request, m_keyId), "register");
-    if (panelKey.isEmpty()) return;
+    // Checked in the store first (shared with other instances), then the proof.
+    m_store->checkPanelSource(source, [this, channel = QPointer<MessageChannel>(channel), request,
+                                       source](const PasscodeStore::LimitAnswer& limit) {
+        if (!channel || !channel->isOpen()) return;
+        if (limit.status != PasscodeStore::Status::Ok) return refuse(channel, wire::PasscodeError::UNAVAILABLE);
+        if (!limit.allowed) {
+            ZV_LOG(INFO) << " register from " << text(channel->peerName()) << " refused unchecked, locked for "
+                         << limit.retryAfterMs << " ms more";
+            return refuse(channel, wire::PasscodeError::RATE_LIMITED);
+        }
+        const QString panelKey =
+            checkProof(channel, request.proof(), passcode::signedBytes(request, m_keyId), "register");
+        if (panelKey.isEmpty()) return;
 
-    PasscodeRegistry::Request entry;
-    entry.passcode = qtext(request.passcode());
-    entry.address = qtext(request.address());
-    entry.port = request.port() >= 1 && request.port() <= 65535 ? quint16(request.port()) : 0;
-    entry.name = qtext(request.name());
-    entry.ttlSeconds = request.ttl();
-    entry.rotate = request.rotate();
-    entry.keyId = panelKey;
-    entry.stampMs = request.proof().timestamp_ms();
-    entry.mayAssign = m_assignBudget.available(source);
-    const PasscodeRegistry::Outcome outcome = m_registry.registerPanel(entry);
+        PasscodeStore::Registration registration;
+        PasscodeRegistry::Request& entry = registration.request;
+        registration.source = source;
+        entry.passcode = qtext(request.passcode());
+        entry.address = qtext(request.address());
+        entry.port = request.port() >= 1 && request.port() <= 65535 ? quint16(request.port()) : 0;
+        entry.name = qtext(request.name());
+        entry.ttlSeconds = request.ttl();
+        entry.rotate = request.rotate();
+        entry.keyId = panelKey;
+        entry.stampMs = request.proof().timestamp_ms();
+        entry.certificate = QByteArray::fromStdString(request.proof().certificate());
+        entry.signature = QByteArray::fromStdString(request.proof().signature());
+        if (!PasscodeRegistry::isValidRequest(entry)) {
+            ZV_LOG(INFO) << " invalid register from " << text(channel->peerName()) << ": passcode \""
+                         << text(entry.passcode.left(16)) << "\" address \"" << text(entry.address.left(64))
+                         << "\" port " << request.port() << " ttl " << request.ttl();
+            return refuseCounted(channel, wire::PasscodeError::INVALID);
+        }
+        m_store->registerPanel(registration, [this, channel, panelKey](const PasscodeStore::RegisterAnswer& answer) {
+            if (channel && channel->isOpen()) answerRegister(channel, panelKey, answer);
+        });
+    });
+}
+
+void PasscodeService::answerRegister(MessageChannel* channel, const QString& panelKey,
+                                     const PasscodeStore::RegisterAnswer& answer) {
+    if (answer.status != PasscodeStore::Status::Ok) {
+        ZV_LOG(WARNING) << " register from " << text(channel->peerName()) << " not done: the store "
+                        << text(m_store->describe()) << " is unavailable";
+        return refuse(channel, wire::PasscodeError::UNAVAILABLE);
+    }
+    const PasscodeRegistry::Outcome& outcome = answer.outcome;
     switch (outcome.result) {
     case PasscodeRegistry::Result::Invalid:
-        ZV_LOG(INFO) << " invalid register from " << text(channel->peerName()) << ": passcode \""
-                     << text(entry.passcode.left(16)) << "\" address \"" << text(entry.address.left(64)) << "\" port "
-                     << request.port() << " ttl " << request.ttl();
         return refuseCounted(channel, wire::PasscodeError::INVALID);
     case PasscodeRegistry::Result::Replayed:
         ZV_LOG(WARNING) << " register from " << text(channel->peerName()) << " by panel key "
@@ -179,24 +207,23 @@ void PasscodeService::handleRegister(MessageChannel* channel, const wire::Regist
         return refuseCounted(channel, wire::PasscodeError::STALE);
     case PasscodeRegistry::Result::Full:
         ZV_LOG(WARNING) << " no new passcode for " << text(channel->peerName()) << " (panel key "
-                        << text(shortKeyId(panelKey)) << " holds " << m_registry.heldBy(panelKey) << ", table "
-                        << m_registry.size() << ", source budget " << (entry.mayAssign ? "left" : "spent") << ")";
+                        << text(shortKeyId(panelKey)) << " holds " << answer.held << ", table "
+                        << m_store->size() << ", source budget " << (answer.budgetLeft ? "left" : "spent") << ")";
         return refuse(channel, wire::PasscodeError::RATE_LIMITED);
     case PasscodeRegistry::Result::Assigned:
     case PasscodeRegistry::Result::Renewed:
         break;
     }
     const PasscodeRegistry::Entry& held = outcome.entry;
-    wire::Registered answer;
-    answer.set_passcode(held.passcode.toStdString());
-    answer.set_ttl(held.ttlSeconds);
-    channel->send(wrap(answer));
+    wire::Registered reply;
+    reply.set_passcode(held.passcode.toStdString());
+    reply.set_ttl(held.ttlSeconds);
+    channel->send(wrap(reply));
     if (outcome.result == PasscodeRegistry::Result::Renewed) {
         ZV_VLOG(1) << " passcode " << text(held.passcode) << " renewed by " << text(held.address);
         emit renewed(held.passcode, held.address);
         return;
     }
-    m_assignBudget.take(source);
     expireRegistrations();  // a lapsed holder this one replaced is reported first
     if (outcome.released) {
         ZV_LOG(INFO) << " passcode " << text(outcome.released->passcode) << " of " << text(outcome.released->address)
@@ -212,65 +239,77 @@ void PasscodeService::handleRegister(MessageChannel* channel, const wire::Regist
 void PasscodeService::handleResolve(MessageChannel* channel, const wire::Resolve& request) {
     const QString passcode = qtext(request.passcode());
     const QString source = channel->peerAddress().toString();
-    qint64 retryAfterMs = 0;
-    if (!m_resolveLimiter.mayAttempt(source, &retryAfterMs)) {
-        ZV_LOG(INFO) << " resolve from " << text(channel->peerName()) << " refused unchecked, locked for "
-                     << retryAfterMs << " ms more";
-        return refuse(channel, wire::PasscodeError::RATE_LIMITED);
-    }
-    // Failures are never forgiven by a success: a guesser who knows one
-    // passcode (their own panel's) must not reset the count with it.
-    if (PasscodeRegistry::canonicalPasscode(passcode).isEmpty()) {
-        m_resolveLimiter.recordFailure(source);  // a malformed guess is still a wrong one
-        return refuse(channel, wire::PasscodeError::INVALID);
-    }
-    const auto entry = m_registry.resolve(passcode);
-    if (!entry) {
-        m_resolveLimiter.recordFailure(source);
-        ZV_LOG(INFO) << " unknown passcode " << text(passcode.left(16)) << " from " << text(channel->peerName())
-                     << " (" << m_resolveLimiter.failures(source) << " wrong)";
-        return refuse(channel, wire::PasscodeError::UNKNOWN);
-    }
-    ZV_VLOG(1) << " " << text(channel->peerName()) << " resolved " << text(entry->passcode);
-    wire::Resolved answer;
-    answer.set_address(entry->address.toStdString());
-    answer.set_port(entry->port);
-    answer.set_name(entry->name.toStdString());
-    answer.set_key(entry->keyId.toStdString());
-    channel->send(wrap(answer));
+    m_store->resolve(passcode, source, [this, channel = QPointer<MessageChannel>(channel),
+                                        passcode](const PasscodeStore::ResolveAnswer& answer) {
+        if (!channel || !channel->isOpen()) return;
+        switch (answer.result) {
+        case PasscodeStore::Lookup::Unavailable:
+            ZV_LOG(WARNING) << " resolve from " << text(channel->peerName()) << " not done: the store "
+                            << text(m_store->describe()) << " is unavailable";
+            return refuse(channel, wire::PasscodeError::UNAVAILABLE);
+        case PasscodeStore::Lookup::RateLimited:
+            ZV_LOG(INFO) << " resolve from " << text(channel->peerName()) << " refused unchecked, locked for "
+                         << answer.retryAfterMs << " ms more";
+            return refuse(channel, wire::PasscodeError::RATE_LIMITED);
+        case PasscodeStore::Lookup::Invalid:
+            return refuse(channel, wire::PasscodeError::INVALID);
+        case PasscodeStore::Lookup::Unknown:
+            ZV_LOG(INFO) << " unknown passcode " << text(passcode.left(16)) << " from " << text(channel->peerName())
+                         << " (" << answer.failures << " wrong)";
+            return refuse(channel, wire::PasscodeError::UNKNOWN);
+        case PasscodeStore::Lookup::Found:
+            break;
+        }
+        const PasscodeRegistry::Entry& entry = answer.entry;
+        ZV_VLOG(1) << " " << text(channel->peerName()) << " resolved " << text(entry.passcode);
+        wire::Resolved resolved;
+        resolved.set_address(entry.address.toStdString());
+        resolved.set_port(entry.port);
+        resolved.set_name(entry.name.toStdString());
+        resolved.set_key(entry.keyId.toStdString());
+        channel->send(wrap(resolved));
+    });
 }
 
 void PasscodeService::handleUnregister(MessageChannel* channel, const wire::Unregister& request) {
     const QString source = channel->peerAddress().toString();
-    qint64 retryAfterMs = 0;
-    if (!m_panelLimiter.mayAttempt(source, &retryAfterMs)) {
-        ZV_LOG(INFO) << " unregister from " << text(channel->peerName()) << " refused unchecked, locked for "
-                     << retryAfterMs << " ms more";
-        return refuse(channel, wire::PasscodeError::RATE_LIMITED);
-    }
-    const QString panelKey =
-        checkProof(channel, request.proof(), passcode::signedBytes(request, m_keyId), "unregister");
-    if (panelKey.isEmpty()) return;
-    PasscodeRegistry::Entry removed;
-    switch (m_registry.remove(qtext(request.passcode()), panelKey, request.proof().timestamp_ms(), &removed)) {
-    case PasscodeRegistry::Removal::Removed:
-        ZV_LOG(INFO) << " passcode " << text(removed.passcode) << " released by " << text(removed.address);
-        emit unregistered(removed.passcode, removed.address);
-        break;
-    case PasscodeRegistry::Removal::NotHeld:
-    case PasscodeRegistry::Removal::Replayed:
-        // Answered as if done: whether someone else holds it is not told.
-        ZV_LOG(INFO) << " " << text(channel->peerName()) << " (panel key " << text(shortKeyId(panelKey))
-                     << ") tried to release passcode " << text(qtext(request.passcode()).left(16))
-                     << ", which that key does not hold";
-        m_panelLimiter.recordFailure(source);
-        break;
-    }
-    channel->send(wrap(wire::Unregistered()));
+    m_store->checkPanelSource(source, [this, channel = QPointer<MessageChannel>(channel), request,
+                                       source](const PasscodeStore::LimitAnswer& limit) {
+        if (!channel || !channel->isOpen()) return;
+        if (limit.status != PasscodeStore::Status::Ok) return refuse(channel, wire::PasscodeError::UNAVAILABLE);
+        if (!limit.allowed) {
+            ZV_LOG(INFO) << " unregister from " << text(channel->peerName()) << " refused unchecked, locked for "
+                         << limit.retryAfterMs << " ms more";
+            return refuse(channel, wire::PasscodeError::RATE_LIMITED);
+        }
+        const QString panelKey =
+            checkProof(channel, request.proof(), passcode::signedBytes(request, m_keyId), "unregister");
+        if (panelKey.isEmpty()) return;
+        const QString passcode = qtext(request.passcode());
+        m_store->remove(passcode, panelKey, request.proof().timestamp_ms(),
+                        [this, channel, panelKey, passcode, source](const PasscodeStore::RemoveAnswer& answer) {
+                            if (!channel || !channel->isOpen()) return;
+                            if (answer.status != PasscodeStore::Status::Ok) {
+                                return refuse(channel, wire::PasscodeError::UNAVAILABLE);
+                            }
+                            if (answer.removal == PasscodeRegistry::Removal::Removed) {
+                                ZV_LOG(INFO) << " passcode " << text(answer.removed.passcode) << " released by "
+                                             << text(answer.removed.address);
+                                emit unregistered(answer.removed.passcode, answer.removed.address);
+                            } else {
+                                // Answered as if done: whether someone else holds it is not told.
+                                ZV_LOG(INFO) << " " << text(channel->peerName()) << " (panel key "
+                                             << text(shortKeyId(panelKey)) << ") tried to release passcode "
+                                             << text(passcode.left(16)) << ", which that key does not hold";
+                                m_store->recordPanelFailure(source);
+                            }
+                            channel->send(wrap(wire::Unregistered()));
+                        });
+    });
 }
 
 void PasscodeService::refuseCounted(MessageChannel* channel, wire::PasscodeError::Reason reason) {
-    m_panelLimiter.recordFailure(channel->peerAddress().toString());
+    m_store->recordPanelFailure(channel->peerAddress().toString());
     refuse(channel, reason);
 }
 
@@ -287,7 +326,7 @@ void PasscodeService::reject(MessageChannel* channel, const QString& reason) {
 }
 
 void PasscodeService::expireRegistrations() {
-    for (const PasscodeRegistry::Entry& entry : m_registry.expire()) {
+    for (const PasscodeRegistry::Entry& entry : m_store->takeExpired()) {
         ZV_LOG(INFO) << " passcode " << text(entry.passcode) << " of " << text(entry.address) << " expired";
         emit expired(entry.passcode, entry.address);
     }

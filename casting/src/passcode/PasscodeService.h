@@ -4,7 +4,9 @@
 // their TLS key; the service picks the passcodes, and only the key holding
 // one renews, rotates or releases it. Resolves return the panel's key id,
 // which the PC then requires of the panel. Every request kind is limited per
-// source address. Everything lives in memory.
+// source address. The table and the limits live in a PasscodeStore: this
+// process's memory, or Redis shared by several instances; while the store
+// cannot be reached every request is answered UNAVAILABLE.
 //
 // Threads: a QObject used from the thread it lives in.
 #pragma once
@@ -19,10 +21,9 @@
 #include <functional>
 
 #include "passcode/PasscodeRegistry.h"
-#include "passcode/SourceBudget.h"
+#include "passcode/PasscodeStore.h"
 #include "protocol/MessageDispatcher.h"
 #include "protocol/ProtocolConstants.h"
-#include "transport/RateLimiter.h"
 #include "transport/TlsIdentity.h"
 
 class QTimer;
@@ -53,6 +54,9 @@ public:
     // lock-outs, and a picker for new passcodes (tests).
     PasscodeService(const QSslKey& key, const QSslCertificate& certificate, Clock clock,
                     PasscodeRegistry::Picker picker = {}, QObject* parent = nullptr);
+    // With a store of the caller's (the service takes it over).
+    PasscodeService(const QSslKey& key, const QSslCertificate& certificate, PasscodeStore* store,
+                    QObject* parent = nullptr);
     ~PasscodeService() override;
 
     // The key id clients pin and panels sign for.
@@ -77,7 +81,9 @@ public:
     // One request that arrived on channel (the connections' path; also the
     // fuzz target's way in, with a channel of its own).
     void handle(MessageChannel* channel, const wire::Envelope& envelope);
-    int registrationCount() const { return m_registry.size(); }
+    // Live registrations as the store last knew them (-1: unknown).
+    int registrationCount() const { return m_store->size(); }
+    PasscodeStore* store() const { return m_store; }
 
 signals:
     // A passcode newly given to the panel with key panelKey.
@@ -94,6 +100,7 @@ private:
     void handleRegister(MessageChannel* channel, const wire::Register& request);
     void handleResolve(MessageChannel* channel, const wire::Resolve& request);
     void handleUnregister(MessageChannel* channel, const wire::Unregister& request);
+    void answerRegister(MessageChannel* channel, const QString& panelKey, const PasscodeStore::RegisterAnswer& answer);
     // The panel key id of a proven request, or empty after refusing it.
     QString checkProof(MessageChannel* channel, const wire::PanelProof& proof, const QByteArray& bytes,
                        const char* what);
@@ -108,10 +115,7 @@ private:
     QString m_keyId;
     bool m_hasIdentity;
     Clock m_wallClock;
-    PasscodeRegistry m_registry;
-    RateLimiter m_resolveLimiter;  // wrong passcodes
-    RateLimiter m_panelLimiter;    // bad proofs, stale or replayed requests, releases of nothing held
-    SourceBudget m_assignBudget;   // new passcodes
+    PasscodeStore* m_store;  // entries, wrong-try limiters (resolves; panel requests), new-passcode budgets
     // Open connections and their idle timers.
     QHash<MessageChannel*, QTimer*> m_idleTimers;
     int m_idleTimeoutMs = kIdleTimeoutMs;

@@ -118,6 +118,7 @@ long CManageAll::logIn(tagCodeServerInfo_ server, tagDeviceListUnitInfo_& device
     target.code = fieldText(device.szConnectCode, sizeof device.szConnectCode);
     target.passcodeHost = fieldText(server.szIp, sizeof server.szIp);
     target.passcodePort = static_cast<quint16>(server.nPort > 0 && server.nPort <= 65535 ? server.nPort : 0);
+    target.passcodeServers = zv::passcodeServerList();
     // With a code, an address given too (zelvanor-cli --address) is tried first.
     target.address = fieldText(device.szAddress, sizeof device.szAddress);
     target.port = static_cast<quint16>(device.nPort > 0 && device.nPort <= 65535 ? device.nPort : 0);

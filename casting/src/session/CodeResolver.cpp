@@ -121,7 +121,11 @@ void CodeResolver::resolve(const LoginTarget& target, Done done) {
         return;
     }
     if (code.size() == code::kPasscodeLength) {
-        resolvePasscode(code, target.passcodeHost, target.passcodePort);
+        if (!target.passcodeServers.isEmpty()) {
+            m_passcodes->resolve(target.passcodeServers, code, kPasscodeTimeoutMs);
+        } else {
+            resolvePasscode(code, target.passcodeHost, target.passcodePort);
+        }
     } else {
         QList<PanelAddress> first;
         if (!target.address.isEmpty()) first << PanelAddress{target.address, port, target.key, target.name};

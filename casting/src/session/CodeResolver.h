@@ -23,16 +23,23 @@
 #include <vector>
 
 #include "casting/SessionRecords.h"
+#include "passcode/PasscodePins.h"
 
 namespace zv {
 
 class KnownPanels;
 class PasscodeClient;
 
+// The instances CManageAll::setPasscodeServers() set (empty: none); thread-safe.
+QList<PasscodeServerAddress> passcodeServerList();
+
 struct LoginTarget {
     QString code;          // as typed; empty when the panel was picked from the list
     QString passcodeHost;  // passcode service, for 4-character codes
     quint16 passcodePort = 0;
+    // Several passcode service instances, asked in order; when given, used
+    // instead of passcodeHost:passcodePort.
+    QList<PasscodeServerAddress> passcodeServers;
     QString address;       // a picked panel's address, or one given with the code
     quint16 port = 0;      // 0: the default control port
     QString key;           // a picked panel's key, checked against its certificate

@@ -85,8 +85,18 @@ void CodeEntry::onFocusEvent(const QEvent* event) {
 PasscodeServerSetting PasscodeServerSetting::read() {
     CClientConfig& config = Singleton<CClientConfig>::getInstance();
     PasscodeServerSetting setting;
-    setting.ip = config.getServerIP();
-    setting.port = QString::fromStdString(config.getServerPort()).toInt();
+    const QString ip = QString::fromStdString(config.getServerIP()).trimmed();
+    if (!ip.contains(QLatin1Char(':'))) {
+        setting.ip = ip.toStdString();
+        setting.port = QString::fromStdString(config.getServerPort()).toInt();
+        return setting;
+    }
+    // A list: the first instance stands for it where one address is shown or checked.
+    const QString first = ip.section(QLatin1Char(','), 0, 0).section(QLatin1Char('#'), 0, 0).trimmed();
+    const int colon = first.lastIndexOf(QLatin1Char(':'));
+    setting.ip = first.left(colon).toStdString();
+    setting.port = first.mid(colon + 1).toInt();
+    setting.list = ip.toStdString();
     return setting;
 }
 

@@ -48,10 +48,12 @@ private:
 };
 
 // The passcode server that 4-character codes are resolved through, as the
-// settings store has it.
+// settings store has it: ServerIP and ServerPort, or several instances in
+// ServerIP as "HOST:PORT[#KEYID],HOST:PORT..." (ServerPort then unused).
 struct PasscodeServerSetting {
-    std::string ip;
+    std::string ip;    // the (first) instance's host
     int port = 0;
+    std::string list;  // the instances when ServerIP holds a list; else empty
 
     static PasscodeServerSetting read();
     bool isConfigured() const { return !ip.empty() && port != 0; }

@@ -19,6 +19,7 @@
 #include <algorithm>
 
 #include "casting/CClientConfig.h"
+#include "ui/ContentWidget/CodeEntry.h"
 #include "casting/Log.h"
 #include "casting/McUtil.h"
 #include "casting/Singleton.h"
@@ -240,13 +241,9 @@ void ConnectPage::onTextChanged(const QString& text) {
 
 void ConnectPage::onStartConnectBtnClicked() {
     const QString code = ui->codeEdit->text().trimmed();
-    CClientConfig& config = Singleton<CClientConfig>::getInstance();
-    const std::string serverIp = config.getServerIP();
-    bool numeric = false;
-    int serverPort = QString::fromStdString(config.getServerPort()).toInt(&numeric);
-    if (!numeric) serverPort = 0;
-    if (code.length() == 4 && (serverIp.empty() || serverPort == 0)) {
-        ZV_LOG(WARNING) << " Start connect fail, code server IP: " << serverIp << ", port: " << serverPort
+    const PasscodeServerSetting server = PasscodeServerSetting::read();
+    if (code.length() == 4 && !server.isConfigured()) {
+        ZV_LOG(WARNING) << " Start connect fail, code server IP: " << server.ip << ", port: " << server.port
                         << ", code: " << code.toStdString();
         TipWindows::getInstance()->setDisplayText(ErrorLevelRisk, passcodeServerMissingText(), TipWindowPlain,
                                                   m_parentWindow, kTipTopOffset);
