@@ -26,6 +26,10 @@ CastService::CastService(Settings settings, PanelService* panel, QObject* parent
 
 CastService::~CastService() { teardown(QStringLiteral("panel closing"), true); }
 
+void CastService::windowResized() {
+    if (m_pipeline) m_pipeline->windowResized();
+}
+
 QImage CastService::latestFrame() const { return m_pipeline ? m_pipeline->latestFrame() : QImage(); }
 
 void CastService::registerHandlers() {
@@ -163,8 +167,10 @@ void CastService::start(qint64 client, const zv::wire::CastRequest& request) {
             QMetaObject::invokeMethod(this, [this, now] { emit firstFrame(m_status.client, now); },
                                       Qt::QueuedConnection);
         }
-        if (sink) sink(frame);
+        if (sink && !frame.isNull()) sink(frame);
     };
+    config.videoWindow = m_videoWindow;
+    callbacks.pictureSize = m_pictureSize;
     callbacks.stats = [this](const zv::media::ReceiverStatistics& stats) {
         QMetaObject::invokeMethod(
             this,

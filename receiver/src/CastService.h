@@ -70,6 +70,15 @@ public:
     using FrameSink = std::function<void(const QImage& frame)>;
     void setFrameSink(FrameSink sink) { m_frameSink = std::move(sink); }
 
+    // Draw casts into this X window instead (the view's native surface; the
+    // sink scales): pictureSize gets the stream's size on a pipeline thread.
+    // Set before casts start. windowResized(): the window changed size.
+    void setVideoWindow(unsigned long window, std::function<void(int width, int height)> pictureSize) {
+        m_videoWindow = window;
+        m_pictureSize = std::move(pictureSize);
+    }
+    void windowResized();
+
     bool isCasting() const { return m_pipeline != nullptr; }
     const CastStatus& status() const { return m_status; }
     QImage latestFrame() const;
@@ -105,6 +114,8 @@ private:
     Settings m_settings;
     PanelService* m_panel;
     FrameSink m_frameSink;
+    unsigned long m_videoWindow = 0;
+    std::function<void(int width, int height)> m_pictureSize;
     std::atomic<bool> m_awaitingFirstFrame{false};
     std::unique_ptr<zv::media::ReceiverPipeline> m_pipeline;
     CastStatus m_status;

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
@@ -336,6 +337,13 @@ void ReceiverApp::startCasting() {
     m_view->setWindowTitle(QStringLiteral("Zelvanor Receiver - %1").arg(m_options.name));
     zv::media::VideoView* view = m_view.get();
     m_cast->setFrameSink([view](const QImage& frame) { view->presentFrame(frame); });
+    // On X11 the sink draws and scales into the view's own window; Qt only
+    // draws the pointer. Elsewhere (offscreen) Qt paints the pictures.
+    if (QGuiApplication::platformName() == QLatin1String("xcb")) {
+        m_cast->setVideoWindow(view->useVideoWindow(),
+                               [view](int width, int height) { view->setPictureSize(width, height); });
+        connect(view, &zv::media::VideoView::surfaceResized, m_cast, &CastService::windowResized);
+    }
     connect(m_cast, &CastService::cursorMoved, view, &zv::media::VideoView::setCursorPosition);
     connect(view, &zv::media::VideoView::pointerAction, m_cast, &CastService::touch);
 }

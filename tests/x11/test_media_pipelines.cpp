@@ -25,6 +25,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "Process.h"
@@ -633,6 +634,83 @@ TEST(SenderAlone, LosingTheXServerIsReportedNotFatal) {
     }
     sender.stop();
     receiver.stop();
+}
+
+// The panel's view: the sink draws into the window and scales to it (black
+// bars keep the aspect), follows a resize, and the shown picture stays
+// readable; the statistics keep the stream's own size.
+TEST_F(MediaPipelines, WindowModeDrawsScaledIntoTheWindow) {
+    Display* display = s_xvfb->connection();
+    const Window source = XCreateSimpleWindow(display, DefaultRootWindow(display), 40, 40, 320, 180, 0, 0,
+                                              kMagenta.pixel());
+    const Window view = XCreateSimpleWindow(display, DefaultRootWindow(display), 600, 300, 640, 480, 0, 0,
+                                            kCyan.pixel());
+    // Where asked: the capture must not see the view (it would film itself).
+    for (const auto& [window, x, y] : {std::tuple<Window, int, int>{source, 40, 40}, {view, 600, 300}}) {
+        XSizeHints hints{};
+        hints.flags = USPosition | PPosition;
+        hints.x = x;
+        hints.y = y;
+        XSetWMNormalHints(display, window, &hints);
+    }
+    ASSERT_TRUE(mapAndWait(display, source));
+    ASSERT_TRUE(mapAndWait(display, view));
+    const auto screenPixel = [&](int x, int y) {
+        XImage* image = XGetImage(display, view, x, y, 1, 1, AllPlanes, ZPixmap);
+        if (image == nullptr) return QRgb(0);
+        const unsigned long pixel = XGetPixel(image, 0, 0);
+        XDestroyImage(image);
+        return qRgb(static_cast<int>((pixel >> 16) & 0xff), static_cast<int>((pixel >> 8) & 0xff),
+                    static_cast<int>(pixel & 0xff));
+    };
+
+    ReceiverPipeline receiver;
+    SenderPipeline sender;
+    SenderConfig sending = senderConfig();
+    sending.window = source;
+    ReceiverConfig receiving = receiverConfig();
+    receiving.videoWindow = view;
+    ASSERT_EQ(startCast(receiver, sender, MediaTransport::Udp, sending, receiving), "");
+    // 320x180 in 640x480: 640x360 between 60-pixel bars.
+    EXPECT_TRUE(waitFor([&] { return near(screenPixel(320, 240), kMagenta) && near(screenPixel(320, 20), kBlack); },
+                        15s))
+        << describe(screenPixel(320, 240)) << " / " << describe(screenPixel(320, 20));
+    const QImage shown = receiver.latestFrame();
+    ASSERT_EQ(shown.size(), QSize(640, 480));
+    EXPECT_TRUE(near(shown.pixel(320, 240), kMagenta)) << describe(shown.pixel(320, 240));
+    EXPECT_TRUE(near(shown.pixel(320, 20), kBlack)) << describe(shown.pixel(320, 20));
+    EXPECT_TRUE(waitFor([&] { return receiver.statistics().framesDecoded > 0; }, 5s));
+    EXPECT_EQ(receiver.statistics().width, 320);
+    EXPECT_EQ(receiver.statistics().height, 180);
+
+    // Narrower window: the picture is scaled again, bars grow.
+    XResizeWindow(display, view, 400, 400);
+    XSync(display, False);
+    ASSERT_TRUE(waitFor(  // the window manager grants it
+        [&] {
+            XWindowAttributes attributes{};
+            XGetWindowAttributes(display, view, &attributes);
+            return attributes.width == 400 && attributes.height == 400;
+        },
+        5s));
+    receiver.windowResized();
+    XClearWindow(display, source);  // a new picture to draw at the new size
+    XSync(display, False);
+    EXPECT_TRUE(waitFor(
+        [&] {
+            const QImage frame = receiver.latestFrame();
+            return frame.size() == QSize(400, 400) && near(frame.pixel(200, 200), kMagenta) &&
+                   near(frame.pixel(200, 40), kBlack);
+        },
+        10s))
+        << receiver.latestFrame().width() << "x" << receiver.latestFrame().height();
+    EXPECT_TRUE(near(screenPixel(200, 40), kBlack)) << describe(screenPixel(200, 40));
+    sender.stop();
+    receiver.stop();
+    EXPECT_TRUE(receiver.latestFrame().isNull());
+    XDestroyWindow(display, view);
+    XDestroyWindow(display, source);
+    XSync(display, False);
 }
 
 }  // namespace

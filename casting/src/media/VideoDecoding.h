@@ -19,4 +19,13 @@ namespace zv::media {
 std::string buildH264Decoding(GstElement* pipeline, const GstAppSinkCallbacks& callbacks, gpointer user,
                               ElementPtr* depay);
 
+class OverlaySink;
+
+// The same chain drawing into an X window instead (OverlaySink: the sink
+// scales to the window): rtph264depay ─▶ decoder ─▶ videoconvert ─▶ overlay.
+// The decoded pictures are not copied anywhere; read the last one from
+// overlay->sink()'s "last-sample".
+std::string buildH264DecodingToWindow(GstElement* pipeline, OverlaySink* overlay, unsigned long window,
+                                      ElementPtr* depay);
+
 }  // namespace zv::media

@@ -75,6 +75,7 @@ std::string ReceiverPipeline::Impl::start(const ReceiverConfig& config) {
     {
         std::lock_guard<std::mutex> lock(m_frameMutex);
         m_latest = QImage();
+        m_windowWidth = m_windowHeight = 0;
     }
 
     error = buildVideo();
@@ -158,17 +159,7 @@ void ReceiverPipeline::Impl::onSample(GstAppSink* sink) {
     GstVideoInfo info;
     if (buffer == nullptr || caps == nullptr || !gst_video_info_from_caps(&info, caps)) return;
 
-    // Arrival (the buffer's time, in running time) to now.
-    const GstSegment* segment = gst_sample_get_segment(sample.get());
-    GstClock* clock = gst_element_get_clock(GST_ELEMENT(sink));
-    if (clock != nullptr && segment != nullptr && GST_BUFFER_PTS_IS_VALID(buffer)) {
-        const GstClockTime now = gst_clock_get_time(clock) - gst_element_get_base_time(GST_ELEMENT(sink));
-        const GstClockTime arrival = gst_segment_to_running_time(segment, GST_FORMAT_TIME, GST_BUFFER_PTS(buffer));
-        if (GST_CLOCK_TIME_IS_VALID(arrival) && now >= arrival) {
-            m_delaySumUs.add((now - arrival) / GST_USECOND);
-        }
-    }
-    if (clock != nullptr) gst_object_unref(clock);
+    noteDecoded(GST_ELEMENT(sink), buffer, gst_sample_get_segment(sample.get()));
 
     auto* mapped = new MappedFrame;
     if (!gst_video_frame_map(&mapped->frame, &info, buffer, GST_MAP_READ)) {
@@ -182,7 +173,6 @@ void ReceiverPipeline::Impl::onSample(GstAppSink* sink) {
     mapped->sample = std::move(sample);
     // BGRx in memory is QImage's RGB32 (0xffRRGGBB) on little-endian machines.
     QImage image(data, width, height, stride, QImage::Format_RGB32, &releaseMappedFrame, mapped);
-    m_frames.add(1);
     {
         std::lock_guard<std::mutex> lock(m_frameMutex);
         m_latest = image;
@@ -217,8 +207,8 @@ ReceiverStatistics ReceiverPipeline::Impl::statistics(bool tick) {
     stats.audioPlaying = m_audioToDevice && m_audioBytes.perSecond(now) > 0;
     {
         std::lock_guard<std::mutex> lock(m_frameMutex);
-        stats.width = m_latest.width();
-        stats.height = m_latest.height();
+        stats.width = m_overlay ? m_windowWidth : m_latest.width();
+        stats.height = m_overlay ? m_windowHeight : m_latest.height();
     }
     std::lock_guard<std::mutex> lock(m_jitterMutex);
     if (m_jitterbuffer) {
@@ -311,6 +301,10 @@ void ReceiverPipeline::Impl::stop() {
     m_depay.reset();
     m_rtcpSink.reset();
     m_pipeline.reset();
+    {
+        std::lock_guard<std::mutex> lock(m_frameMutex);
+        m_overlay.reset();
+    }
     m_srtpEncoder.reset();
     m_videoSrtp.reset();
     m_audioSrtp.reset();
@@ -324,12 +318,14 @@ void ReceiverPipeline::stop() { m_impl->stop(); }
 bool ReceiverPipeline::isRunning() const { return m_impl->m_running; }
 ReceiverPorts ReceiverPipeline::ports() const { return m_impl->m_ports; }
 
-QImage ReceiverPipeline::latestFrame() const {
-    std::lock_guard<std::mutex> lock(m_impl->m_frameMutex);
-    return m_impl->m_latest;
-}
+QImage ReceiverPipeline::latestFrame() const { return m_impl->windowFrame(); }
 
 ReceiverStatistics ReceiverPipeline::statistics() const { return m_impl->statistics(false); }
+
+void ReceiverPipeline::windowResized() {
+    std::lock_guard<std::mutex> lock(m_impl->m_frameMutex);
+    if (m_impl->m_overlay) m_impl->m_overlay->fit();
+}
 
 void ReceiverPipeline::setSenderPaused(bool paused) { m_impl->m_senderPaused = paused; }
 

@@ -87,6 +87,13 @@ struct ReceiverConfig {
                                  // (UDP with feedback: at least 100 ms, time for a retransmission; no
                                  // picture waits while packets arrive in order)
     bool audio = false;
+    // An X window to draw into (the view's native child): the sink scales
+    // to it (media/OverlaySink.h) and no QImage is made per picture: the
+    // frame callback gets a null image (the moment a picture is drawn, not
+    // its pixels); latestFrame() then reads the sink's
+    // last picture (at the window's size on the software path). 0: pictures
+    // go to the frame callback and latestFrame() as QImage.
+    unsigned long videoWindow = 0;
     int stallSeconds = 5;        // the stalled callback after this long without media
 };
 
@@ -119,6 +126,7 @@ struct ReceiverCallbacks {
     std::function<void(const ReceiverStatistics& stats)> stats;     // monitor thread, every second
     std::function<void(int secondsWithoutMedia)> stalled;           // monitor thread, every stallSeconds while stalled
     std::function<void(const std::string& error)> error;            // streaming thread
+    std::function<void(int width, int height)> pictureSize;         // window mode: the stream's size changed (streaming thread)
 };
 
 class ReceiverPipeline {
@@ -142,6 +150,8 @@ public:
     // falls behind.
     QImage latestFrame() const;
     ReceiverStatistics statistics() const;
+    // Window mode: the window changed size (the software path rescales); any thread.
+    void windowResized();
     // While the sender is paused (castPause) no stalled notices are given.
     void setSenderPaused(bool paused);
 

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "media/GstHandles.h"
+#include "media/OverlaySink.h"
 #include "media/PeerFilter.h"
 #include "media/PipelineSupport.h"
 #include "media/RateMeter.h"
@@ -51,6 +52,12 @@ struct ReceiverPipeline::Impl {
     static void onNewJitterbuffer(GstElement* rtpbin, GstElement* jitterbuffer, guint session, guint ssrc,
                                   gpointer self);
     static void onPadAdded(GstElement* element, GstPad* pad, gpointer self);
+
+    // ReceiverWindow.cpp (config.videoWindow: drawn by the sink)
+    std::string buildWindowDecoding(GstElement* pipeline);
+    static GstPadProbeReturn onDrawnPicture(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    QImage windowFrame() const;
+    void noteDecoded(GstElement* element, GstBuffer* buffer, const GstSegment* segment);
 
     // ReceiverAudio.cpp
     std::string buildAudio();
@@ -96,6 +103,9 @@ struct ReceiverPipeline::Impl {
 
     mutable std::mutex m_frameMutex;
     QImage m_latest;
+    int m_windowWidth = 0;   // window mode: the decoded picture's size
+    int m_windowHeight = 0;
+    std::unique_ptr<OverlaySink> m_overlay;  // window mode
 
     std::thread m_monitor;
     std::mutex m_monitorMutex;

@@ -127,6 +127,7 @@ std::string ReceiverPipeline::Impl::buildStreamVideo(GstElement* pipeline) {
 }
 
 std::string ReceiverPipeline::Impl::buildDecoding(GstElement* pipeline) {
+    if (m_config.videoWindow != 0) return buildWindowDecoding(pipeline);
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = &Impl::onNewSample;
     return buildH264Decoding(pipeline, callbacks, this, &m_depay);

@@ -3,6 +3,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QResizeEvent>
 #include <QTouchEvent>
 #include <QWheelEvent>
 
@@ -27,6 +28,28 @@ QPainterPath arrowShape() {
     path.closeSubpath();
     return path;
 }
+
+// The pointer as its own small window: drawn by Qt above the sink's surface.
+class PointerWidget : public QWidget {
+public:
+    explicit PointerWidget(QWidget* parent) : QWidget(parent) {
+        setAttribute(Qt::WA_TransparentForMouseEvents);
+        setAttribute(Qt::WA_NativeWindow);
+        setFixedSize(14, 22);
+        setMask(QRegion(arrowShape().toFillPolygon().toPolygon()) + QRegion(0, 0, 2, 2));
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.fillRect(rect(), Qt::black);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(Qt::white);
+        painter.translate(1.5, 1.5);
+        painter.scale(0.8, 0.8);
+        painter.drawPath(arrowShape());
+    }
+};
 
 }  // namespace
 
@@ -61,6 +84,11 @@ void VideoView::clear() {
         m_pending = QImage();
     }
     m_frame = QImage();
+    if (m_surface != nullptr) {
+        m_pictureSize = QSize();
+        m_surface->hide();  // black until the next cast's first picture
+        placePointer();
+    }
     update();
 }
 
@@ -68,12 +96,64 @@ void VideoView::setCursorPosition(int x, int y, bool visible) {
     m_cursorX = std::clamp(x, 0, kUnits);
     m_cursorY = std::clamp(y, 0, kUnits);
     m_cursorVisible = visible;
+    if (m_surface != nullptr) {
+        placePointer();
+        return;
+    }
     update();
 }
 
+unsigned long VideoView::useVideoWindow() {
+    if (m_surface == nullptr) {
+        m_surface = new QWidget(this);
+        m_surface->setAttribute(Qt::WA_NativeWindow);
+        m_surface->setAttribute(Qt::WA_PaintOnScreen);  // the sink paints it, never Qt
+        m_surface->setAttribute(Qt::WA_NoSystemBackground);
+        m_surface->setAttribute(Qt::WA_TransparentForMouseEvents);
+        m_surface->setGeometry(rect());
+        m_pointer = new PointerWidget(this);
+        m_pointer->hide();
+    }
+    return static_cast<unsigned long>(m_surface->winId());
+}
+
+void VideoView::setPictureSize(int width, int height) {
+    QMetaObject::invokeMethod(
+        this,
+        [this, width, height] {
+            m_pictureSize = QSize(width, height);
+            m_surface->show();
+            placePointer();
+        },
+        Qt::QueuedConnection);
+}
+
+void VideoView::placePointer() {
+    if (m_pointer == nullptr) return;
+    const QRectF picture = pictureRect();
+    if (!m_cursorVisible || picture.isEmpty()) {
+        m_pointer->hide();
+        return;
+    }
+    m_pointer->move(QPointF(picture.left() + picture.width() * m_cursorX / kUnits,
+                            picture.top() + picture.height() * m_cursorY / kUnits)
+                        .toPoint());
+    m_pointer->show();
+    m_pointer->raise();
+}
+
+void VideoView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    if (m_surface == nullptr) return;
+    m_surface->setGeometry(rect());
+    placePointer();
+    emit surfaceResized();
+}
+
 QRectF VideoView::pictureRect() const {
-    if (m_frame.isNull() || width() <= 0 || height() <= 0) return {};
-    const QSizeF picture = QSizeF(m_frame.size()).scaled(QSizeF(size()), Qt::KeepAspectRatio);
+    const QSize source = m_surface != nullptr ? m_pictureSize : m_frame.size();
+    if (source.isEmpty() || width() <= 0 || height() <= 0) return {};
+    const QSizeF picture = QSizeF(source).scaled(QSizeF(size()), Qt::KeepAspectRatio);
     return QRectF(QPointF((width() - picture.width()) / 2.0, (height() - picture.height()) / 2.0), picture);
 }
 
@@ -96,6 +176,7 @@ void VideoView::emitAt(const QString& type, const QPointF& position) {
 void VideoView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.fillRect(rect(), Qt::black);
+    if (m_surface != nullptr) return;  // the sink draws the picture
     const QRectF picture = pictureRect();
     if (picture.isEmpty()) return;
     if (picture.size() != QSizeF(m_frame.size())) painter.setRenderHint(QPainter::SmoothPixmapTransform);

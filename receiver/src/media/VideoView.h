@@ -11,12 +11,18 @@
 //                           degree), at the pointer's position
 // A press outside the picture is ignored; moves and releases of a press
 // that started on it are clamped to its edges.
+//
+// Window mode (useVideoWindow): the receiver's sink draws and scales the
+// picture into a native child window filling the view; Qt then draws only
+// the PC's pointer (a small shaped child window above it) and takes the
+// input. The picture's size comes from setPictureSize.
 #pragma once
 
 #include <QImage>
 #include <QMutex>
 #include <QPointF>
 #include <QRectF>
+#include <QSize>
 #include <QString>
 #include <QWidget>
 
@@ -39,6 +45,12 @@ public:
     // GUI thread: the PC's pointer in 0..65535 units over the picture.
     void setCursorPosition(int x, int y, bool visible);
 
+    // GUI thread: makes the native surface the sink draws into; its X id.
+    unsigned long useVideoWindow();
+    bool inWindowMode() const { return m_surface != nullptr; }
+    // Any thread: the stream's picture size (window mode).
+    void setPictureSize(int width, int height);
+
     // Where the picture is drawn now (empty without a picture).
     QRectF pictureRect() const;
     QImage currentFrame() const { return m_frame; }
@@ -47,6 +59,8 @@ public:
 
 signals:
     void pointerAction(const QString& type, int x, int y);
+    // Window mode: the surface changed size (the sink must rescale).
+    void surfaceResized();
 
 protected:
     bool event(QEvent* event) override;
@@ -55,10 +69,16 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void takePendingFrame();
     void emitAt(const QString& type, const QPointF& position);
+    void placePointer();
+
+    QWidget* m_surface = nullptr;  // window mode: the sink's window
+    QWidget* m_pointer = nullptr;  // window mode: the PC's pointer over it
+    QSize m_pictureSize;           // window mode
 
     QMutex m_pendingMutex;
     QImage m_pending;
