@@ -38,6 +38,10 @@ const char* const kHelp =
     "      Lines on standard input steer the cast: pause, resume, voice on,\n"
     "      voice off, control on, control off, stop.\n"
     "\n"
+    "  windows\n"
+    "      The windows of this X11 display that can be cast, one line each:\n"
+    "      id (for cast --window), name, x, y, width, height, minimized, front.\n"
+    "\n"
     "  forget --panel NAME\n"
     "      Forget the key this PC pinned for the panel NAME (after the panel was\n"
     "      reinstalled); the next log-in with its code pins the new key.\n"
@@ -68,6 +72,8 @@ int main(int argc, char* argv[]) {
         code = cli::runLogin(arguments);
     } else if (verb == QLatin1String("cast")) {
         code = cli::runCast(arguments);
+    } else if (verb == QLatin1String("windows")) {
+        code = cli::runWindows(arguments);
     } else if (verb == QLatin1String("forget")) {
         code = cli::runForget(arguments);
     } else {
