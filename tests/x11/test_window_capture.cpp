@@ -4,8 +4,14 @@
 #include <gtest/gtest.h>
 
 // Qt before Xlib, whose macros (Bool, Status) break Qt's headers.
+#include <QApplication>
 #include <QImage>
+#include <QListView>
+#include <QMouseEvent>
+#include <QSignalSpy>
+#include <QStyleOptionViewItem>
 
+#include "ui/windowcapture/SelectScreenWindow.h"
 #include "ui/windowcapture/WindowCapture.h"
 
 #include <X11/Xatom.h>
@@ -216,5 +222,79 @@ TEST(WindowCapture, PreviewsGeometryMinimiseAndActivation) {
     EXPECT_EQ(kept.pixel(10, 10) & 0xffffff, 0x20b040u);
     EXPECT_TRUE(zvtest::waitFor([&] { return !listed(capture, green); }, 10s));
     XDestroyWindow(d, red);
+    XSync(d, False);
+}
+
+TEST(WindowCapture, SelectionGridChoosesConfirmsAndRefills) {
+    ASSERT_TRUE(xserver().ready());
+    Display* d = xserver().connection();
+    static int argc = 1;
+    static char name[] = "test_window_capture";
+    static char* argv[] = {name, nullptr};
+    QApplication app(argc, argv);
+    const Window first = makeWindow(d, 0x4040a0, "Slides");
+    const Window second = makeWindow(d, 0xa0a040, "Minutes");
+    WindowCapture capture;
+    ASSERT_TRUE(zvtest::waitFor([&] { return listed(capture, first) && listed(capture, second); }, 10s));
+
+    qorquicomponents::SelectScreenWindow_linux selector;
+    selector.show();
+    auto* model = selector.model();
+    ASSERT_NE(model, nullptr);
+    ASSERT_GE(model->rowCount(), 2);
+    // The first preview is chosen after every fill; the roles carry title, id, image and flag.
+    const QModelIndex top = model->index(0, 0);
+    EXPECT_EQ(selector.chosenWindow(), model->data(top, Qt::UserRole + 2).value<quint64>());
+    EXPECT_TRUE(model->data(top, Qt::UserRole + 4).toBool());
+    EXPECT_FALSE(model->data(top, Qt::UserRole + 3).value<QImage>().isNull());
+    EXPECT_FALSE(model->data(top, Qt::UserRole + 5).isValid());
+    EXPECT_FALSE(model->data(model->index(99, 0), Qt::UserRole + 1).isValid());
+    int secondRow = -1;
+    for (int row = 0; row < model->rowCount(); ++row) {
+        if (model->data(model->index(row, 0), Qt::UserRole + 2).value<quint64>() == second) secondRow = row;
+    }
+    ASSERT_GE(secondRow, 0);
+    EXPECT_EQ(model->data(model->index(secondRow, 0), Qt::UserRole + 1).toString(), QStringLiteral("Minutes"));
+
+    // A press inside a tile's preview rectangle chooses it; one beside it does not.
+    QSignalSpy chosen(selector.delegate(), &qorquicomponents::SelectScreenWindowDelegate::signalChooseWindow);
+    QStyleOptionViewItem option;
+    option.rect = QRect(0, 0, 168, 160);
+    QMouseEvent outside(QEvent::MouseButtonPress, QPointF(4, 40), Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+    EXPECT_FALSE(selector.delegate()->editorEvent(&outside, model, option, model->index(secondRow, 0)));
+    QMouseEvent inside(QEvent::MouseButtonPress, QPointF(12 + 143, 40), Qt::RightButton, Qt::RightButton,
+                       Qt::NoModifier);
+    EXPECT_TRUE(selector.delegate()->editorEvent(&inside, model, option, model->index(secondRow, 0)));
+    ASSERT_EQ(chosen.count(), 1);
+    EXPECT_EQ(selector.chosenWindow(), static_cast<std::uint64_t>(second));
+    EXPECT_TRUE(model->data(model->index(secondRow, 0), Qt::UserRole + 4).toBool());
+    EXPECT_FALSE(model->data(top, Qt::UserRole + 4).toBool());
+
+    // Confirming a minimised window restores it, starts the cast with its id and hides the grid.
+    XIconifyWindow(d, second, DefaultScreen(d));
+    XFlush(d);
+    ASSERT_TRUE(zvtest::waitFor([&] { return capture.isMinimized(second); }, 10s));
+    QSignalSpy started(&selector, &qorquicomponents::SelectScreenWindow_linux::signalStartWindowScreen);
+    selector.onConfirmBtnClicked();
+    ASSERT_EQ(started.count(), 1);
+    EXPECT_EQ(started.at(0).at(0).value<quint64>(), static_cast<quint64>(second));
+    EXPECT_FALSE(selector.isVisible());
+    EXPECT_EQ(selector.delegate()->currentScreenWindowId(), static_cast<std::uint64_t>(second));
+    EXPECT_TRUE(zvtest::waitFor([&] { return !capture.isMinimized(second); }, 10s));
+    selector.resetScreenWindowState();
+    EXPECT_EQ(selector.delegate()->currentScreenWindowId(), 0u);
+
+    // A chosen window that closed meanwhile is never sent: the grid refills and stays open.
+    selector.show();
+    selector.onChooseWindow(first);
+    XDestroyWindow(d, first);
+    XSync(d, False);
+    ASSERT_TRUE(zvtest::waitFor([&] { return !listed(capture, first); }, 10s));
+    selector.onConfirmBtnClicked();
+    EXPECT_EQ(started.count(), 1);
+    EXPECT_TRUE(selector.isVisible());
+    for (const auto& preview : model->previews()) EXPECT_NE(preview.windowId, static_cast<std::uint64_t>(first));
+    selector.hide();
+    XDestroyWindow(d, second);
     XSync(d, False);
 }
