@@ -30,14 +30,41 @@ using namespace std::chrono_literals;
 
 namespace {
 
+Window makeWindow(Display* d, unsigned long colour, const char* netName, bool overrideRedirect = false);
+
+// Openbox announces itself before it manages new windows, and a window mapped
+// in between stays unmanaged: probe windows are mapped until one appears in
+// its client list.
+bool windowManagerSettled(zvtest::XvfbSession& session) {
+    if (!session.ready()) return false;
+    Display* d = session.connection();
+    for (int attempt = 0; attempt < 15; ++attempt) {
+        const Window probe = makeWindow(d, 0, "probe");
+        const bool managed = zvtest::waitFor(
+            [&] {
+                for (const auto& entry : session.managedWindows()) {
+                    if (entry.first == probe) return true;
+                }
+                return false;
+            },
+            std::chrono::seconds(1));
+        XDestroyWindow(d, probe);
+        XSync(d, False);
+        if (managed) return true;
+    }
+    return false;
+}
+
 // WindowCapture keeps one display for the process, so every test shares one server.
 zvtest::XvfbSession& xserver() {
     static zvtest::XvfbSession session;
+    static const bool settled = windowManagerSettled(session);
+    (void)settled;
     return session;
 }
 
 // A plain test window of one colour, optionally with an EWMH title.
-Window makeWindow(Display* d, unsigned long colour, const char* netName, bool overrideRedirect = false) {
+Window makeWindow(Display* d, unsigned long colour, const char* netName, bool overrideRedirect) {
     XSetWindowAttributes attributes{};
     attributes.background_pixel = colour;
     attributes.override_redirect = overrideRedirect ? True : False;
