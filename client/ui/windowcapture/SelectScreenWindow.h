@@ -30,6 +30,7 @@ public:
     int rowCount(const QModelIndex& parent = QModelIndex()) const override;
     QVariant data(const QModelIndex& index, int role) const override;
 
+    using QAbstractListModel::setData;  // the per-role overload stays reachable
     void setData(const QList<WindowScreenPreviewInfo>& previews);
     void addData(const WindowScreenPreviewInfo& preview);
     void changeSelectedState(std::uint64_t window, bool selected);
