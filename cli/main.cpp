@@ -62,6 +62,10 @@ const char* const kHelp =
     "      {\"cmd\":\"scale\",\"percent\":P}, {\"cmd\":\"translate\",\"dx\":X,\"dy\":Y},\n"
     "      {\"cmd\":\"file\",\"path\":\"...\"}. Ends when stdin closes (or after N seconds).\n"
     "\n"
+    "  windows\n"
+    "      The windows of this X11 display that can be cast, one line each:\n"
+    "      id (for cast --window), name, x, y, width, height, minimized, front.\n"
+    "\n"
     "  forget --panel NAME\n"
     "      Forget the key this PC pinned for the panel NAME (after the panel was\n"
     "      reinstalled); the next log-in with its code pins the new key.\n"
@@ -112,6 +116,8 @@ int main(int argc, char* argv[]) {
         code = cli::runReverse(arguments);
     } else if (verb == QLatin1String("file")) {
         code = cli::runFile(arguments);
+    } else if (verb == QLatin1String("windows")) {
+        code = cli::runWindows(arguments);
     } else if (verb == QLatin1String("forget")) {
         code = cli::runForget(arguments);
     } else if (verb == QLatin1String("settings")) {

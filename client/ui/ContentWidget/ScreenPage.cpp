@@ -22,6 +22,7 @@
 #include "ui/TipWindows.h"
 #include "ui/widgets/StyleUtil.h"
 #include "ui/widgets/SwitchButton.h"
+#include "ui/windowcapture/SelectScreenWindow.h"
 #include "ui_ScreenPage.h"
 
 namespace qorquicomponents {
@@ -345,13 +346,21 @@ bool ScreenPage::judgeIsWayland() {
 
 void ScreenPage::resetWindowScreen() {
     std::memset(&m_windowScreenInfo, 0, sizeof m_windowScreenInfo);
-    // The window selector keeps no state of its own in this build.
+    if (m_selectWindow) m_selectWindow->resetScreenWindowState();
 }
 
 void ScreenPage::showSelectWindow() {
     ++m_selectWindowRequests;
     ZV_LOG(INFO) << " window selection requested for " << m_panelName.toStdString();
     emit signalShowLoading(false);
+    if (!m_selectWindow) {
+        m_selectWindow = std::make_unique<SelectScreenWindow_linux>(m_parentWindow);
+        connect(m_selectWindow.get(), &SelectScreenWindow_linux::signalStartWindowScreen, this,
+                &ScreenPage::onStartWindowScreen);
+    }
+    m_selectWindow->show();
+    m_selectWindow->raise();
+    m_selectWindow->activateWindow();
     emit signalSelectWindow();
 }
 

@@ -30,6 +30,7 @@ class ScreenPage;
 namespace qorquicomponents {
 
 class CodeEntry;
+class SelectScreenWindow_linux;
 class SwitchButton;
 
 using CodeStatus = CodeState;
@@ -165,6 +166,11 @@ private:
     WindowScreenInfo m_windowScreenInfo{};
     bool m_isWayland = false;
     QString m_panelName;
+    // Window casting: the preview grid, created on first use and reused.
+    std::unique_ptr<SelectScreenWindow_linux> m_selectWindow;
+
+public:
+    SelectScreenWindow_linux* selectWindow() const { return m_selectWindow.get(); }
 };
 
 }  // namespace qorquicomponents
