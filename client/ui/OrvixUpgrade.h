@@ -30,6 +30,7 @@
 
 #include "casting/Callbacks.h"
 #include "casting/SessionRecords.h"
+#include "ui/AddressChangeMonitor.h"
 #include "ui/ContentWidget/DeviceShowInfo.h"
 #include "ui/HardwareEncoderProbe.h"
 #include "ui/TitleBarDrag.h"
@@ -332,6 +333,8 @@ private:
     std::mutex m_cpuMemMutex;
     std::condition_variable m_cpuMemCond;
     std::atomic<bool> m_isCpuMemRunning{false};
+    // Kernel notices of address changes for the address watcher; made per cast.
+    std::unique_ptr<AddressChangeMonitor> m_addressMonitor;
 
     // Exceptions and tips.
     bool m_isMirroringAbnormal = false;  // the first 0xF320200A of a session was seen
