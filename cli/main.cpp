@@ -5,6 +5,7 @@
 
 #include "Commands.h"
 #include "casting/CManageAll.h"
+#include "core/QuitOnSignals.h"
 
 namespace {
 
@@ -48,6 +49,7 @@ const char* const kHelp =
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    zv::FlushOnSignals flushOnSignals;  // first: no thread exists yet
     QCoreApplication app(argc, argv);
     app.setApplicationName(QStringLiteral("zelvanor-cli"));
     QStringList arguments = QCoreApplication::arguments();
