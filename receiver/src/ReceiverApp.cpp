@@ -15,6 +15,7 @@
 #include "CastService.h"
 #include "CodeKeeper.h"
 #include "IdleScreen.h"
+#include "KioskScreen.h"
 #include "PanelService.h"
 #include "StatusPrinter.h"
 #include "casting/Log.h"
@@ -259,7 +260,7 @@ void ReceiverApp::showScreen() {
     if (m_options.windowed) {
         m_screen->show();
     } else {
-        m_screen->showFullScreen();
+        showWholeScreen(m_screen.get());
     }
 }
 
@@ -274,7 +275,7 @@ void ReceiverApp::startCasting() {
                 m_view->resize(m_screen ? m_screen->size() : QSize(1280, 720));
                 m_view->show();
             } else {
-                m_view->showFullScreen();
+                showWholeScreen(m_view.get());
             }
             m_view->raise();
         }
