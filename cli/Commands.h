@@ -9,5 +9,6 @@ int runDiscover(const QStringList& arguments);
 int runLogin(const QStringList& arguments);
 int runCast(const QStringList& arguments);
 int runForget(const QStringList& arguments);
+int runDiagnostics(const QStringList& arguments);
 
 }  // namespace cli

@@ -43,6 +43,11 @@ const char* const kHelp =
     "      Forget the key this PC pinned for the panel NAME (after the panel was\n"
     "      reinstalled); the next log-in with its code pins the new key.\n"
     "\n"
+    "  diagnostics [--out FILE]\n"
+    "      What limits casting on this PC: one line per topic (display, encoder,\n"
+    "      sound, network) with ok and text. --out saves the diagnostic bundle for\n"
+    "      support (.tar.gz: logs, settings, these lines; never keys).\n"
+    "\n"
     "  --help\n"
     "      This text.\n";
 
@@ -72,6 +77,8 @@ int main(int argc, char* argv[]) {
         code = cli::runCast(arguments);
     } else if (verb == QLatin1String("forget")) {
         code = cli::runForget(arguments);
+    } else if (verb == QLatin1String("diagnostics")) {
+        code = cli::runDiagnostics(arguments);
     } else {
         std::fprintf(stderr, "zelvanor-cli: unknown verb '%s'\n\n%s", qPrintable(verb), kHelp);
     }
