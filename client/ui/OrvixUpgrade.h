@@ -37,6 +37,7 @@
 
 class ControlBall;
 class ExceptionCallBack;
+class QAction;
 class QCloseEvent;
 class QDesktopWidget;
 class QSystemTrayIcon;
@@ -264,7 +265,7 @@ private:
     void showNotice(const QString& icon, const QString& title, const QString& text, bool titleShown = true);
 
     // Title bar and window chrome.
-    void initTray();
+    void initTray();  // with the about box and diagnostics: OrvixUpgrade-tray.cpp
     void applyStyleSheet();
     void showWindowActive();
     void showLoading();
@@ -335,6 +336,23 @@ private:
     std::atomic<bool> m_isCpuMemRunning{false};
     // Kernel notices of address changes for the address watcher; made per cast.
     std::unique_ptr<AddressChangeMonitor> m_addressMonitor;
+
+    // Tray, about box, mirroring check and diagnostic bundle (OrvixUpgrade-tray.cpp).
+public:
+    // "Idle", "Connecting", "Connected" or "Casting", as the tray shows it.
+    QString trayStateText() const;
+    static QString aboutText();
+    // Writes the support bundle; false and the reason in *error otherwise.
+    bool saveDiagnosticBundleTo(const QString& path, QString* error);
+    void showAboutBox();
+    void showMirroringCheck();
+    void onSaveDiagnosticBundle();
+
+private:
+    void updateTrayState();
+    QAction* m_trayStateAction = nullptr;
+    QAction* m_trayStopAction = nullptr;
+    QTimer* m_trayStateTimer = nullptr;
 
     // Exceptions and tips.
     bool m_isMirroringAbnormal = false;  // the first 0xF320200A of a session was seen

@@ -24,6 +24,7 @@
 #include "BusinessModule/ScreenBusiness/ScreenControl.h"
 #include "WidgetTestSupport.h"
 #include "XvfbSession.h"
+#include <QTemporaryDir>
 #include "casting/BusinessSettings.h"
 #include "casting/CClientConfig.h"
 #include "casting/ErrorCodes.h"
@@ -105,6 +106,7 @@ private slots:
     void statisticsFollowTheShowSettings();
     void aResolutionChangeRestartsTheCast();
     void remoteInputAndMonitorsOnAnXServer();
+    void trayStateAboutBoxAndDiagnostics();
 
 private:
     static void setState(OrvixUpgrade& window, unsigned state) { window.m_screenStatus = state; }
@@ -554,4 +556,34 @@ void TestScreenCast::remoteInputAndMonitorsOnAnXServer() {
 }
 
 QTEST_MAIN(TestScreenCast)
+void TestScreenCast::trayStateAboutBoxAndDiagnostics() {
+    OrvixUpgrade& window = *m_window;
+    // The tray names the session's state.
+    setState(window, OrvixUpgrade::NormalStatus);
+    QCOMPARE(window.trayStateText(), QStringLiteral("Idle"));
+    setState(window, OrvixUpgrade::CodeConnectingStatus);
+    QCOMPARE(window.trayStateText(), QStringLiteral("Connecting"));
+    setState(window, OrvixUpgrade::ConnectedStatus);
+    QCOMPARE(window.trayStateText(), QStringLiteral("Connected"));
+    setState(window, OrvixUpgrade::ScreeningStatus);
+    QCOMPARE(window.trayStateText(), QStringLiteral("Casting"));
+    setState(window, OrvixUpgrade::NormalStatus);
+
+    // The about box: the version and the libraries with their licences.
+    const QString about = OrvixUpgrade::aboutText();
+    QVERIFY(about.contains(QStringLiteral("Zelvanor 0.1.0")));
+    QVERIFY(about.contains(QStringLiteral("libsodium: ISC")));
+    QVERIFY(about.contains(QStringLiteral("Qt 5: LGPL-3.0")));
+    QVERIFY(about.contains(QString::fromLatin1(qVersion())));
+
+    // The diagnostic bundle for support, and a clear error where it cannot go.
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("bundle.tar.gz"));
+    QString error;
+    QVERIFY2(window.saveDiagnosticBundleTo(path, &error), qPrintable(error));
+    QVERIFY(QFileInfo(path).size() > 0);
+    QVERIFY(!window.saveDiagnosticBundleTo(QStringLiteral("/nonexistent-folder/b.tar.gz"), &error));
+    QVERIFY(!error.isEmpty());
+}
+
 #include "test_screen_cast.moc"
