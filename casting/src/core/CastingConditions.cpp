@@ -60,18 +60,9 @@ bool socketExists(const std::string& path) {
 }
 
 CastingCondition soundCondition() {
-    std::string server = env("PULSE_SERVER");
-    if (server.rfind("unix:", 0) == 0) server = server.substr(5);
-    if (!server.empty() && server[0] != '/') return {"sound", "PulseAudio server " + server, true};
-    const std::string runtime = env("XDG_RUNTIME_DIR").empty() ? "/run/user/" + std::to_string(getuid())
-                                                               : env("XDG_RUNTIME_DIR");
-    for (const std::string& path : {server, runtime + "/pulse/native"}) {
-        if (socketExists(path)) {
-            const bool pipewire = socketExists(runtime + "/pipewire-0");
-            return {"sound", std::string(pipewire ? "PipeWire (PulseAudio socket) " : "PulseAudio ") + path, true};
-        }
-    }
-    return {"sound", "no sound server: casts carry no sound", false};
+    std::string where;
+    if (soundServerPresent(&where)) return {"sound", where, true};
+    return {"sound", where + ": casts carry no sound", false};
 }
 
 CastingCondition networkCondition() {
@@ -93,6 +84,27 @@ CastingCondition networkCondition() {
 }
 
 }  // namespace
+
+bool soundServerPresent(std::string* where) {
+    std::string server = env("PULSE_SERVER");
+    if (server.rfind("unix:", 0) == 0) server = server.substr(5);
+    if (!server.empty() && server[0] != '/') {
+        *where = "PulseAudio server " + server;
+        return true;
+    }
+    const std::string runtime = env("XDG_RUNTIME_DIR").empty() ? "/run/user/" + std::to_string(getuid())
+                                                               : env("XDG_RUNTIME_DIR");
+    // A root sound server (system mode) listens here.
+    for (const std::string& path : {server, runtime + "/pulse/native", std::string("/var/run/pulse/native")}) {
+        if (socketExists(path)) {
+            const bool pipewire = socketExists(runtime + "/pipewire-0");
+            *where = std::string(pipewire ? "PipeWire (PulseAudio socket) " : "PulseAudio ") + path;
+            return true;
+        }
+    }
+    *where = "no sound server" + (server.empty() ? std::string() : " at " + server);
+    return false;
+}
 
 std::vector<CastingCondition> collectCastingConditions() {
     return {displayCondition(), encoderCondition(), soundCondition(), networkCondition()};

@@ -17,4 +17,8 @@ struct CastingCondition {
 
 std::vector<CastingCondition> collectCastingConditions();
 
+// Whether a PulseAudio (or PipeWire) server can be reached: PULSE_SERVER
+// names a remote one, or its socket exists. *where says which or why not.
+bool soundServerPresent(std::string* where);
+
 }  // namespace zv
