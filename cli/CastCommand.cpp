@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "Commands.h"
@@ -74,6 +75,9 @@ void runCommand(const QByteArray& line) {
                {QStringLiteral("result"), static_cast<int>(result)}});
 }
 
+int castOnce(PanelSession& session, int seconds, ProtocolType stream, const tagWindowScreenInfo_& windowInfo,
+             Display* display);
+
 }  // namespace
 
 int runCast(const QStringList& arguments) {
@@ -92,7 +96,10 @@ int runCast(const QStringList& arguments) {
                                   QStringLiteral("LIST"));
     const QCommandLineOption timeLog(QStringLiteral("time-log"),
                                      QStringLiteral("Record each frame's stage times in the log folder."));
-    parser.addOptions({window, seconds, protocol, dump, timeLog});
+    const QCommandLineOption cycles(QStringLiteral("cycles"),
+                                    QStringLiteral("Log in, cast --seconds and log out this many times (default 1)."),
+                                    QStringLiteral("N"), QStringLiteral("1"));
+    parser.addOptions({window, seconds, protocol, dump, timeLog, cycles});
     QString error;
     ProtocolType stream = PROTOCOL_UDP;
     bool ok = parser.parse(arguments) && session.readOptions(parser, &error);
@@ -124,13 +131,28 @@ int runCast(const QStringList& arguments) {
                    {QStringLiteral("text"), error.isEmpty() ? parser.errorText() : error}});
         return 2;
     }
+    std::unique_ptr<Display, int (*)(Display*)> display(XOpenDisplay(nullptr), &XCloseDisplay);
+    const int cycleCount = std::max(1, parser.value(cycles).toInt());
+    for (int cycle = 1; cycle <= cycleCount; ++cycle) {
+        const int code = castOnce(session, parser.value(seconds).toInt(), stream, windowInfo, display.get());
+        if (code != 0) return code;
+        if (cycleCount > 1) printLine({{QStringLiteral("event"), QStringLiteral("cycle")}, {QStringLiteral("n"), cycle}});
+        // A quit queued by the session's last events must not end the next cast at once.
+        QCoreApplication::processEvents();
+    }
+    return 0;
+}
+
+namespace {
+
+int castOnce(PanelSession& session, int seconds, ProtocolType stream, const tagWindowScreenInfo_& windowInfo,
+             Display* display) {
     if (!session.logIn()) return 1;
 
-    std::unique_ptr<Display, int (*)(Display*)> display(XOpenDisplay(nullptr), &XCloseDisplay);
     CManageAll* library = CManageAll::getInstance();
     library->initProtocol(stream, PROTOCOL_TCP, PROTOCOL_TCP);
     library->setWindowScreenInfo(windowInfo);
-    const long result = library->miracastResq(session.userHandle(), session.panel(), &capturePointer, display.get(),
+    const long result = library->miracastResq(session.userHandle(), session.panel(), &capturePointer, display,
                                               &printTouch, nullptr, false,
                                               windowInfo.nWindowId != 0 ? VIDEO_SOURCE_WINDOW : VIDEO_SOURCE_SCREEN);
     printLine({{QStringLiteral("event"), QStringLiteral("cast")},
@@ -157,12 +179,14 @@ int runCast(const QStringList& arguments) {
             if (!line.isEmpty()) runCommand(line);
         }
     });
-    QTimer::singleShot(parser.value(seconds).toInt() * 1000, QCoreApplication::instance(), &QCoreApplication::quit);
+    QTimer::singleShot(seconds * 1000, QCoreApplication::instance(), &QCoreApplication::quit);
     QCoreApplication::exec();
     library->stopMiracast();
     printLine({{QStringLiteral("event"), QStringLiteral("cast-stopped")}});
     session.logOut();
     return 0;
 }
+
+}  // namespace
 
 }  // namespace cli

@@ -14,5 +14,6 @@ int runSettings(const QStringList& arguments);
 int runNetTest(const QStringList& arguments);
 int runFile(const QStringList& arguments);
 int runWindows(const QStringList& arguments);
+int runDiagnostics(const QStringList& arguments);
 
 }  // namespace cli

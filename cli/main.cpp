@@ -5,6 +5,7 @@
 
 #include "Commands.h"
 #include "casting/CManageAll.h"
+#include "core/QuitOnSignals.h"
 
 namespace {
 
@@ -31,12 +32,15 @@ const char* const kHelp =
     "\n"
     "  cast (--code CODE [--address IP[:PORT]] | --address IP[:PORT]) [--window ID] [--seconds N]\n"
     "       [--protocol udp|tcp|brx] [--reconnect] [--dump h264,yuv,rgb,rgb-after-yuv,rtp] [--time-log]\n"
+    "       [--cycles N]\n"
     "      Log in and cast this display's screen, or one X11 window, for N seconds\n"
     "      (default 10) over the given transport (default brx: SRT, encrypted).\n"
     "      Prints {\"event\":\"cast\",\"result\":\"started\"|\"waiting\"|\"failed\"},\n"
     "      then the session's events (statistics, touches from the panel, ...).\n"
     "      Lines on standard input steer the cast: pause, resume, voice on,\n"
-    "      voice off, control on, control off, stop. --dump writes those streams\n"
+    "      voice off, control on, control off, stop. --cycles repeats log-in,\n"
+    "      cast and log-out N times (a {\"event\":\"cycle\",\"n\":I} line after each).\n"
+    "      --dump writes those streams\n"
     "      under <home>/Zelvanor/Zelvanor/Logs/dump/ (H.264 as a playable Annex B\n"
     "      file); --time-log writes each frame's stage times beside the logs.\n"
     "\n"
@@ -85,6 +89,10 @@ const char* const kHelp =
     "      with its gateway, N delay samples (default 3) to the first gateway and to\n"
     "      the server (default: the passcode server setting) with their verdicts,\n"
     "      and with --address whether that panel's TCP port (default 47800) answers.\n"
+    "  diagnostics [--out FILE]\n"
+    "      What limits casting on this PC: one line per topic (display, encoder,\n"
+    "      sound, network) with ok and text. --out saves the diagnostic bundle for\n"
+    "      support (.tar.gz: logs, settings, these lines; never keys).\n"
     "\n"
     "  --help\n"
     "      This text.\n";
@@ -92,6 +100,7 @@ const char* const kHelp =
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    zv::FlushOnSignals flushOnSignals;  // first: no thread exists yet
     QCoreApplication app(argc, argv);
     app.setApplicationName(QStringLiteral("zelvanor-cli"));
     QStringList arguments = QCoreApplication::arguments();
@@ -124,6 +133,8 @@ int main(int argc, char* argv[]) {
         code = cli::runSettings(arguments);
     } else if (verb == QLatin1String("nettest")) {
         code = cli::runNetTest(arguments);
+    } else if (verb == QLatin1String("diagnostics")) {
+        code = cli::runDiagnostics(arguments);
     } else {
         std::fprintf(stderr, "zelvanor-cli: unknown verb '%s'\n\n%s", qPrintable(verb), kHelp);
     }

@@ -8,3 +8,4 @@ BIN=${ZV_BUILD_DIR:-build}/bin
 "$BIN/bench_login" 30
 "$BIN/bench_cast_start" 10
 "$BIN/bench_media_latency" --json "${ZV_BUILD_DIR:-build}/bench_media_latency.json"
+"$BIN/bench_client_cpu" --seconds 20

@@ -20,6 +20,13 @@ export HOME="$TEST_HOME" XDG_CONFIG_HOME="$TEST_HOME/.config"
 ctest --test-dir "$BUILD_DIR" --output-on-failure --timeout 300 -j 2 -LE e2e "$@"
 ctest --test-dir "$BUILD_DIR" --output-on-failure --timeout 300 -j 1 -L e2e "$@"
 
+# The Debian packages: built, installed with apt and each program started once
+# (root only; ZV_SKIP_PACKAGES=1 leaves it out). Nothing is ever rerun: a
+# failure above already ended the run.
+if [ "${ZV_SKIP_PACKAGES:-0}" != 1 ]; then
+  bash scripts/check-packages.sh
+fi
+
 # The unit suites and fuzz targets again, built with clang under AddressSanitizer
 # and UndefinedBehaviorSanitizer (build-asan/). ZV_SKIP_SANITIZED=1 leaves them out.
 if [ "${ZV_SKIP_SANITIZED:-0}" != 1 ]; then

@@ -1,4 +1,4 @@
-// Title bar and window chrome: tray, style sheet, title-bar buttons and
+// Title bar and window chrome: style sheet, title-bar buttons and
 // dragging, the loading indicator, the bottom bar's statistics and the
 // window's keyboard handling.
 #include "ui/OrvixUpgrade.h"
@@ -7,8 +7,6 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMenu>
-#include <QSystemTrayIcon>
 #include <QTimer>
 
 #include "casting/CClientConfig.h"
@@ -25,20 +23,6 @@ namespace qorquicomponents {
 namespace {
 const char* const kStyleSheetPath = ":/OrvixUpgrade/QSS/OrvixUpgrade.qss";
 }  // namespace
-
-void OrvixUpgrade::initTray() {
-    if (!QSystemTrayIcon::isSystemTrayAvailable()) return;
-    m_trayIcon = new QSystemTrayIcon(windowIcon(), this);
-    m_trayIcon->setToolTip(QStringLiteral("Zelvanor"));
-    auto* menu = new QMenu(this);
-    menu->addAction(tr("Show main window"), this, &OrvixUpgrade::showWindowActive);
-    menu->addAction(tr("Exit"), this, &QWidget::close);
-    m_trayIcon->setContextMenu(menu);
-    connect(m_trayIcon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
-        if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick) showWindowActive();
-    });
-    m_trayIcon->show();
-}
 
 void OrvixUpgrade::applyStyleSheet() {
     QFile file(QString::fromLatin1(kStyleSheetPath));

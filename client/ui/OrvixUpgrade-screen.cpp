@@ -6,9 +6,10 @@
 #include <QStackedWidget>
 
 #include <pthread.h>
-#include <sched.h>
 
 #include <chrono>
+#include <set>
+#include <string>
 #include <thread>
 
 #include "BusinessModule/ScreenBusiness/ScreenControl.h"
@@ -38,6 +39,7 @@ namespace qorquicomponents {
 namespace {
 
 constexpr auto kHardwareInitWait = std::chrono::milliseconds(1000);
+constexpr int kAddressRecheckMs = 1000;
 constexpr int kRestartWaitSeconds = 7;
 constexpr int kStopPollMs = 500;
 
@@ -312,6 +314,7 @@ void OrvixUpgrade::onStopScreen() {
 void OrvixUpgrade::startWatchers() {
     // A watcher of an earlier cast has ended with it; collect it first.
     stopWatchers();
+    m_addressMonitor = std::make_unique<AddressChangeMonitor>();
     m_checkIpThread = std::thread(&OrvixUpgrade::checkSysIPAddrChange, this);
     m_isCheckIpRunning = true;
     ZV_LOG(INFO) << " Thread start: Check whether the network IP address is changed";
@@ -326,8 +329,10 @@ void OrvixUpgrade::stopWatchers() {
             std::lock_guard<std::mutex> lock(m_checkIpMutex);
             m_checkIpCond.notify_all();
         }
+        if (m_addressMonitor) m_addressMonitor->stop();
         m_checkIpThread.join();
     }
+    m_addressMonitor.reset();
     if (m_cpuMemThread.joinable()) {
         {
             std::lock_guard<std::mutex> lock(m_cpuMemMutex);
@@ -339,14 +344,32 @@ void OrvixUpgrade::stopWatchers() {
 }
 
 void OrvixUpgrade::checkSysIPAddrChange() {
-    // This loop polls without sleeping for as long as the cast runs. It runs
-    // at idle priority and yields on every turn, so it only takes a core
-    // that nothing else wants.
-    sched_param idle{};
-    if (pthread_setschedparam(pthread_self(), SCHED_IDLE, &idle) != 0) {
-        ZV_LOG(WARNING) << " the address watcher keeps its normal priority";
+    // Sleeps until the kernel announces an address change or the cast stops.
+    // A change is only logged: the cast's connection breaks with the old
+    // address and the watchdog's reconnect brings the cast back on the new one.
+    pthread_setname_np(pthread_self(), "zv-addr-watch");
+    AddressChangeMonitor& monitor = *m_addressMonitor;
+    if (!monitor.valid()) ZV_LOG(WARNING) << " address changes are not watched: " << monitor.error();
+    std::set<std::string> addresses = AddressChangeMonitor::localAddresses();
+    while (m_screenStatus == ScreeningStatus) {
+        // The time-out only re-reads the state for ends of a cast that do
+        // not pass stopWatchers(); no work is done on it.
+        const AddressChangeMonitor::Wake wake = monitor.wait(kAddressRecheckMs);
+        if (wake == AddressChangeMonitor::Wake::Stopped) break;
+        if (wake == AddressChangeMonitor::Wake::Failed) {
+            std::unique_lock<std::mutex> lock(m_checkIpMutex);
+            m_checkIpCond.wait_for(lock, std::chrono::milliseconds(kAddressRecheckMs),
+                                   [this] { return m_screenStatus != ScreeningStatus; });
+            continue;
+        }
+        if (wake != AddressChangeMonitor::Wake::AddressNotice) continue;
+        std::set<std::string> now = AddressChangeMonitor::localAddresses();
+        if (now == addresses) continue;  // a lifetime refresh, not a new address
+        ZV_LOG(WARNING) << " the PC's network address changed during the cast: "
+                        << AddressChangeMonitor::describe(addresses) << " -> " << AddressChangeMonitor::describe(now)
+                        << "; the watchdog reconnects the cast";
+        addresses = std::move(now);
     }
-    while (m_screenStatus == ScreeningStatus) std::this_thread::yield();
     ZV_LOG(INFO) << " Thread stop: Check whether the network IP address is changed";
 }
 

@@ -30,12 +30,14 @@
 
 #include "casting/Callbacks.h"
 #include "casting/SessionRecords.h"
+#include "ui/AddressChangeMonitor.h"
 #include "ui/ContentWidget/DeviceShowInfo.h"
 #include "ui/HardwareEncoderProbe.h"
 #include "ui/TitleBarDrag.h"
 
 class ControlBall;
 class ExceptionCallBack;
+class QAction;
 class QCloseEvent;
 class QDesktopWidget;
 class QSystemTrayIcon;
@@ -298,7 +300,7 @@ private:
     void showNotice(const QString& icon, const QString& title, const QString& text, bool titleShown = true);
 
     // Title bar and window chrome.
-    void initTray();
+    void initTray();  // with the about box and diagnostics: OrvixUpgrade-tray.cpp
     void applyStyleSheet();
     void showWindowActive();
     void showLoading();
@@ -385,6 +387,25 @@ private:
     std::mutex m_cpuMemMutex;
     std::condition_variable m_cpuMemCond;
     std::atomic<bool> m_isCpuMemRunning{false};
+    // Kernel notices of address changes for the address watcher; made per cast.
+    std::unique_ptr<AddressChangeMonitor> m_addressMonitor;
+
+    // Tray, about box, mirroring check and diagnostic bundle (OrvixUpgrade-tray.cpp).
+public:
+    // "Idle", "Connecting", "Connected" or "Casting", as the tray shows it.
+    QString trayStateText() const;
+    static QString aboutText();
+    // Writes the support bundle; false and the reason in *error otherwise.
+    bool saveDiagnosticBundleTo(const QString& path, QString* error);
+    void showAboutBox();
+    void showMirroringCheck();
+    void onSaveDiagnosticBundle();
+
+private:
+    void updateTrayState();
+    QAction* m_trayStateAction = nullptr;
+    QAction* m_trayStopAction = nullptr;
+    QTimer* m_trayStateTimer = nullptr;
 
     // Reverse screen: set while a stop is under way, so a second stop
     // (window closed, then the panel's end notice) does nothing.

@@ -16,6 +16,7 @@
 #include "CastService.h"
 #include "CodeKeeper.h"
 #include "IdleScreen.h"
+#include "KioskScreen.h"
 #include "PanelService.h"
 #include "ShareService.h"
 #include "StatusPrinter.h"
@@ -269,7 +270,7 @@ void ReceiverApp::showScreen() {
     if (m_options.windowed) {
         m_screen->show();
     } else {
-        m_screen->showFullScreen();
+        showWholeScreen(m_screen.get());
     }
 }
 
@@ -284,7 +285,7 @@ void ReceiverApp::startCasting() {
                 m_view->resize(m_screen ? m_screen->size() : QSize(1280, 720));
                 m_view->show();
             } else {
-                m_view->showFullScreen();
+                showWholeScreen(m_view.get());
             }
             m_view->raise();
         }

@@ -65,6 +65,8 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
         "and overridden by these options. In --headless mode, JSON commands on standard input control it: "
         "{\"cmd\":\"remove\",\"client\":ID}, {\"cmd\":\"quit\"}."));
     parser.addHelpOption();
+    const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("Print the version and stop."));
+    parser.addOption(version);
     const QCommandLineOption config(QStringLiteral("config"), QStringLiteral("Configuration file."),
                                     QStringLiteral("PATH"), defaultConfigPath());
     const QCommandLineOption name(QStringLiteral("name"), QStringLiteral("Panel name shown and announced."),
@@ -116,6 +118,7 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     }
 
     options.name = defaultName();
+    options.showVersion = parser.isSet(version);
     options.configPath = parser.value(config);
     readConfigFile(options.configPath, options);
 

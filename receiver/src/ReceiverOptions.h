@@ -30,6 +30,7 @@ struct ReceiverOptions {
     bool windowed = false;        // a normal window instead of full screen
     bool viewOnly = false;        // --view-only: the reverse screen never grants control ("nonsupport")
     bool discovery = true;        // announce on the LAN
+    bool showVersion = false;     // --version: print it and stop
     // --protocol-version M[.m]: answer as a panel of that version (compatibility tests); -1: current
     int protocolMajor = -1;
     int protocolMinor = -1;

@@ -2,7 +2,6 @@
 #include <QApplication>
 #include <QTextStream>
 
-#include <cstring>
 #include <memory>
 
 #include "ReceiverApp.h"
@@ -11,17 +10,6 @@
 #include "casting/Log.h"
 #include "core/QuitOnSignals.h"
 
-namespace {
-
-bool hasArgument(int argc, char* argv[], const char* wanted) {
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], wanted) == 0) return true;
-    }
-    return false;
-}
-
-}  // namespace
-
 int main(int argc, char* argv[]) {
     zv::blockStopSignals();
     // Read before QApplication exists: it takes X11 options such as --name
@@ -29,10 +17,32 @@ int main(int argc, char* argv[]) {
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
 
-    // A headless receiver must start without any display, so the kind of
-    // application object is chosen before the options are parsed in full.
+    // Options first: --help and a wrong option answer on a server without
+    // any display, before an application object looks for one.
+    receiver::ReceiverOptions options;
+    QString message;
+    bool parsed = false;
+    if (arguments.contains(QStringLiteral("--help")) || arguments.contains(QStringLiteral("-h")) ||
+        arguments.contains(QStringLiteral("-?"))) {
+        // The help text names the program through the application object;
+        // this one needs no display.
+        QCoreApplication named(argc, argv);
+        parsed = receiver::ReceiverOptions::parse(arguments, options, message);
+    } else {
+        parsed = receiver::ReceiverOptions::parse(arguments, options, message);
+    }
+    if (!parsed) {
+        const bool help = message.startsWith(QStringLiteral("Usage"));
+        QTextStream(help ? stdout : stderr) << message << '\n';
+        return help ? 0 : 2;
+    }
+    if (options.showVersion) {
+        QTextStream(stdout) << "zelvanor-receiver " << ZELVANOR_VERSION << '\n';
+        return 0;
+    }
+
     std::unique_ptr<QCoreApplication> app;
-    if (hasArgument(argc, argv, "--headless")) {
+    if (options.headless) {
         app = std::make_unique<QCoreApplication>(argc, argv);
     } else {
         app = std::make_unique<QApplication>(argc, argv);
@@ -40,13 +50,6 @@ int main(int argc, char* argv[]) {
     app->setApplicationName(QStringLiteral("zelvanor-receiver"));
     app->setApplicationVersion(QStringLiteral(ZELVANOR_VERSION));
 
-    receiver::ReceiverOptions options;
-    QString message;
-    if (!receiver::ReceiverOptions::parse(arguments, options, message)) {
-        const bool help = message.startsWith(QStringLiteral("Usage"));
-        QTextStream(help ? stdout : stderr) << message << '\n';
-        return help ? 0 : 2;
-    }
     zv_log::start("zelvanor-receiver", zv_log::defaultLogDir());
     zv::QuitOnSignals quitOnSignals;
 

@@ -1,5 +1,6 @@
 // A private X server for tests: Xvfb on a free display with the openbox
-// window manager (EWMH), started on construction and stopped on destruction.
+// window manager (EWMH) unless asked for a bare one, started on construction
+// and stopped on destruction.
 // Sets DISPLAY for the test process and for the children it starts.
 #pragma once
 
@@ -23,7 +24,8 @@ namespace zvtest {
 
 class XvfbSession {
 public:
-    explicit XvfbSession(const std::string& geometry = "1920x1080x24") {
+    // windowManager false: a bare X server, as on a kiosk panel.
+    explicit XvfbSession(const std::string& geometry = "1920x1080x24", bool windowManager = true) {
         int fds[2];
         if (pipe(fds) != 0) return;
         m_xvfb.start({"Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", geometry, "-nolisten", "tcp",
@@ -39,6 +41,10 @@ public:
         setenv("QT_QPA_PLATFORM", "xcb", 1);  // the suites run offscreen; these programs need the real server
         m_connection = XOpenDisplay(m_display.c_str());
         if (m_connection == nullptr) return;
+        if (!windowManager) {
+            m_ready = true;
+            return;
+        }
         m_openbox.start({"openbox", "--sm-disable"});
         m_ready = waitFor([this] { return windowManagerRunning(); }, std::chrono::seconds(15));
     }

@@ -6,6 +6,8 @@
 // X server when one can be started.
 #include <QtTest/QtTest>
 
+#include <QDir>
+#include <QFile>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -22,6 +24,7 @@
 #include "BusinessModule/ScreenBusiness/ScreenControl.h"
 #include "WidgetTestSupport.h"
 #include "XvfbSession.h"
+#include <QTemporaryDir>
 #include "casting/BusinessSettings.h"
 #include "casting/CClientConfig.h"
 #include "casting/ErrorCodes.h"
@@ -63,6 +66,24 @@ bool isZero(const void* data, size_t size) {
 
 const char* testInterface() { return std::getenv("ZV_TEST_NETNS_INTERFACE"); }
 
+const std::string kAddressChangedLine = "[checkSysIPAddrChange] the PC's network address changed during the cast";
+
+// The scheduler state ('R', 'S', ...) of this process's thread called name; 0 without one.
+char threadState(const std::string& name) {
+    const QDir tasks(QStringLiteral("/proc/self/task"));
+    for (const QString& tid : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile comm(tasks.filePath(tid + QStringLiteral("/comm")));
+        if (!comm.open(QIODevice::ReadOnly) || comm.readAll().trimmed().toStdString() != name) continue;
+        QFile stat(tasks.filePath(tid + QStringLiteral("/stat")));
+        if (!stat.open(QIODevice::ReadOnly)) return 0;
+        const QByteArray line = stat.readAll();
+        // The state follows the parenthesised name, which may hold spaces.
+        const int close = line.lastIndexOf(')');
+        return close >= 0 && close + 2 < line.size() ? line.at(close + 2) : 0;
+    }
+    return 0;
+}
+
 bool setInterfaceUp(bool up) {
     const std::string command =
         std::string("ip link set ") + testInterface() + (up ? " up" : " down") + " >/dev/null 2>&1";
@@ -85,6 +106,7 @@ private slots:
     void statisticsFollowTheShowSettings();
     void aResolutionChangeRestartsTheCast();
     void remoteInputAndMonitorsOnAnXServer();
+    void trayStateAboutBoxAndDiagnostics();
 
 private:
     static void setState(OrvixUpgrade& window, unsigned state) { window.m_screenStatus = state; }
@@ -283,6 +305,17 @@ void TestScreenCast::aGrantedRequestCastsAndTheStopRestoresTheWindow() {
     QCOMPARE(log.count("[startWatchers] Thread start: Check whether the network IP address is changed"), 1);
     QCOMPARE(log.count("[startWatchers] Thread start: Detects native CPU and memory usage"), 1);
     QVERIFY(window.m_checkIpThread.joinable());
+    // The address watcher sleeps in the kernel instead of turning a core.
+    QTRY_COMPARE(threadState("zv-addr-watch"), 'S');
+    if (testInterface() != nullptr) {
+        // A new address and its removal are each logged once while casting.
+        const std::string address = std::string(" 10.250.9.9/24 dev ") + testInterface() + " >/dev/null 2>&1";
+        QCOMPARE(std::system(("ip addr add" + address).c_str()), 0);
+        QTRY_COMPARE(log.countContaining(kAddressChangedLine), 1);
+        QCOMPARE(std::system(("ip addr del" + address).c_str()), 0);
+        QTRY_COMPARE(log.countContaining(kAddressChangedLine), 2);
+        QCOMPARE(window.getCurrentStatus(), static_cast<unsigned>(OrvixUpgrade::ScreeningStatus));
+    }
     // The stored choices are on the switches: sound on, reverse control off.
     QVERIFY(page->voiceButton()->isChecked());
     QVERIFY(page->reverseButton()->isChecked());
@@ -523,4 +556,34 @@ void TestScreenCast::remoteInputAndMonitorsOnAnXServer() {
 }
 
 QTEST_MAIN(TestScreenCast)
+void TestScreenCast::trayStateAboutBoxAndDiagnostics() {
+    OrvixUpgrade& window = *m_window;
+    // The tray names the session's state.
+    setState(window, OrvixUpgrade::NormalStatus);
+    QCOMPARE(window.trayStateText(), QStringLiteral("Idle"));
+    setState(window, OrvixUpgrade::CodeConnectingStatus);
+    QCOMPARE(window.trayStateText(), QStringLiteral("Connecting"));
+    setState(window, OrvixUpgrade::ConnectedStatus);
+    QCOMPARE(window.trayStateText(), QStringLiteral("Connected"));
+    setState(window, OrvixUpgrade::ScreeningStatus);
+    QCOMPARE(window.trayStateText(), QStringLiteral("Casting"));
+    setState(window, OrvixUpgrade::NormalStatus);
+
+    // The about box: the version and the libraries with their licences.
+    const QString about = OrvixUpgrade::aboutText();
+    QVERIFY(about.contains(QStringLiteral("Zelvanor 0.1.0")));
+    QVERIFY(about.contains(QStringLiteral("libsodium: ISC")));
+    QVERIFY(about.contains(QStringLiteral("Qt 5: LGPL-3.0")));
+    QVERIFY(about.contains(QString::fromLatin1(qVersion())));
+
+    // The diagnostic bundle for support, and a clear error where it cannot go.
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("bundle.tar.gz"));
+    QString error;
+    QVERIFY2(window.saveDiagnosticBundleTo(path, &error), qPrintable(error));
+    QVERIFY(QFileInfo(path).size() > 0);
+    QVERIFY(!window.saveDiagnosticBundleTo(QStringLiteral("/nonexistent-folder/b.tar.gz"), &error));
+    QVERIFY(!error.isEmpty());
+}
+
 #include "test_screen_cast.moc"

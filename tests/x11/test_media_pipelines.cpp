@@ -21,6 +21,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <mutex>
 #include <string>
@@ -375,8 +376,28 @@ TEST_F(MediaPipelines, SoundFlowsAndCanBeSwitchedOff) {
     }
 }
 
+// Threads of this process with the given name (GStreamer's pulsesrc names its
+// main loop "threaded-ml").
+int threadsNamed(const std::string& name) {
+    int count = 0;
+    if (DIR* dir = opendir("/proc/self/task")) {
+        while (dirent* entry = readdir(dir)) {
+            if (entry->d_name[0] == '.') continue;
+            std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
+            std::string text;
+            std::getline(comm, text);
+            count += text == name ? 1 : 0;
+        }
+        closedir(dir);
+    }
+    return count;
+}
+
 TEST_F(MediaPipelines, NoSoundServerStillCastsThePicture) {
     setenv("PULSE_SERVER", "unix:/nonexistent/zv-pulse", 1);
+    // Without a server no sound source is made: it would leave a main-loop
+    // thread behind on every cast.
+    const int mainLoops = threadsNamed("threaded-ml");
     ReceiverPipeline receiver;
     SenderPipeline sender;
     SenderConfig sending = senderConfig();
@@ -387,6 +408,9 @@ TEST_F(MediaPipelines, NoSoundServerStillCastsThePicture) {
     EXPECT_FALSE(sender.audioActive());
     EXPECT_TRUE(waitFor([&] { return showsBlocks(receiver.latestFrame(), kBlocks); }, 15s));
     EXPECT_FALSE(receiver.statistics().audioPlaying);
+    sender.stop();
+    receiver.stop();
+    EXPECT_EQ(threadsNamed("threaded-ml"), mainLoops);
     unsetenv("PULSE_SERVER");
 }
 

@@ -13,4 +13,6 @@ namespace zv_log {
 void start(const char* programName, const std::string& logDir);
 // The folder the system's logs go to: <home>/Zelvanor/Zelvanor/Logs/
 std::string defaultLogDir();
+// Writes out whatever glog still buffers (at most a second's INFO lines).
+void flushNow();
 }  // namespace zv_log

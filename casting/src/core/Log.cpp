@@ -1,10 +1,14 @@
 #include "casting/Log.h"
 
+#include <pthread.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include "casting/McUtil.h"
 
@@ -22,7 +26,51 @@ bool makeDirs(const std::string& path) {
     return true;
 }
 
+// glog writes buffered lines only when a later line comes; a process that
+// then idles (or is killed) would keep them. This thread writes them out
+// once a second; it is joined at exit.
+class PeriodicFlush {
+public:
+    void start() {
+        m_thread = std::thread([this] { run(); });
+    }
+    ~PeriodicFlush() {
+        if (!m_thread.joinable()) return;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_stopping = true;
+        }
+        m_wake.notify_all();
+        m_thread.join();
+    }
+
+private:
+    void run() {
+        pthread_setname_np(pthread_self(), "zv-log-flush");
+        std::unique_lock<std::mutex> lock(m_mutex);
+        while (!m_wake.wait_for(lock, std::chrono::seconds(1), [this] { return m_stopping; })) {
+            lock.unlock();
+            google::FlushLogFiles(google::GLOG_INFO);
+            lock.lock();
+        }
+    }
+
+    std::thread m_thread;
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_stopping = false;
+};
+
+PeriodicFlush& periodicFlush() {
+    static PeriodicFlush flush;
+    return flush;
+}
+
 }  // namespace
+
+void flushNow() {
+    if (google::IsGoogleLoggingInitialized()) google::FlushLogFiles(google::GLOG_INFO);
+}
 
 std::string defaultLogDir() { return MC_Util_GetHomePath() + "/Zelvanor/Zelvanor/Logs/"; }
 
@@ -38,7 +86,12 @@ void start(const char* programName, const std::string& logDir) {
         }
         FLAGS_stderrthreshold = google::GLOG_WARNING;
         FLAGS_max_log_size = 20;  // MiB per file
+        // INFO lines are buffered; a warning or an error is written at once,
+        // together with everything buffered before it.
+        FLAGS_logbuflevel = google::GLOG_INFO;
+        FLAGS_logbufsecs = 1;
         google::InitGoogleLogging(programName ? programName : "zelvanor");
+        periodicFlush().start();
         ZV_LOG(INFO) << " logging to " << (FLAGS_logtostderr ? std::string("stderr") : dir);
     });
 }

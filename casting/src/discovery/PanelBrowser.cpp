@@ -298,6 +298,15 @@ void PanelBrowser::reconcile(const std::string& id, std::vector<Report>& reports
     }
 
     const Panel& panel = *primary->panel;
+    if (service.reported && !service.refreshing && service.reported->key != panel.key) {
+        // The name now leads to another panel: a colliding announcer that
+        // held the name for a moment under load, whose record outlives the
+        // reported panel's goodbye. The reported panel is gone now, not when
+        // that record expires.
+        reports.push_back({Kind::Gone, toDeviceInfo(*service.reported)});
+        service.reported.reset();
+        unlist(id);
+    }
     const bool newKey = m_keysSeen.insert(panel.key).second;
     if (newKey) reports.push_back({Kind::Coming, toDeviceInfo(panel)});
     if (!service.reported || service.refreshing)

@@ -1,6 +1,7 @@
 // The cast's sound (SenderPipeline.h): its own pipeline, so that a missing
 // sound server never stops the picture.
 #include "casting/Log.h"
+#include "core/CastingConditions.h"
 #include "media/SenderPipelineImpl.h"
 
 namespace zv::media {
@@ -22,6 +23,14 @@ void SenderPipeline::Impl::onAudioMessage(GstMessage* message) {
 std::string SenderPipeline::Impl::startAudio() {
     const SenderConfig& config = m_config;
     std::string error;
+    // GStreamer's pulsesrc leaves a main-loop thread and its descriptors
+    // behind each time it fails to reach a server: without one, it is not made.
+    std::string soundServer;
+    if (!soundServerPresent(&soundServer)) {
+        ZV_LOG(WARNING) << " no sound for this cast (" << soundServer << "); the picture goes on without it";
+        m_audioFailed = true;
+        return soundServer;
+    }
     m_audioFailed = false;
     m_audioPipeline = adoptFloating(gst_pipeline_new("zv-sender-audio"));
     GstElement* pipeline = m_audioPipeline.get();

@@ -6,6 +6,7 @@
 #include <X11/extensions/Xfixes.h>
 #include <gst/video/video.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
@@ -524,6 +525,7 @@ void X11Capture::emitFrame() {
 }
 
 void X11Capture::run() {
+    pthread_setname_np(pthread_self(), "zv-capture");  // told apart in top and the CPU bench
     const auto interval = std::chrono::duration_cast<Clock::duration>(std::chrono::seconds(1)) / m_config.fps;
     const auto tolerance = interval / 5;
     const auto keepAlive = std::chrono::milliseconds(m_config.keepAliveMs);
