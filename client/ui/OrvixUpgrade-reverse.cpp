@@ -19,6 +19,7 @@
 #include "ui/PopupWindow.h"
 #include "ui/RequestThreads.h"
 #include "ui/ReverseScreen.h"
+#include "ui/SettingFeedback/HideSetWindow.h"
 #include "ui_OrvixUpgrade.h"
 
 namespace qorquicomponents {
@@ -29,6 +30,16 @@ void OrvixUpgrade::initReverseFlow() {
     connect(this, &OrvixUpgrade::signalReverseScreenResult, this, &OrvixUpgrade::onReverseScreenRequestResult);
     connect(m_reverseScreen, &ReverseScreen::signalStopShare, this, &OrvixUpgrade::onStopReverseScreen);
     m_reverseScreen->setErrorCallbackFunc(errorCallbackFunc, this);
+    // The debug window, opened by the overlay's hidden gesture, drives the
+    // reverse screen's own switches.
+    connect(m_reverseScreen, &ReverseScreen::signalOpenHiddenSettings, this,
+            [this] { HideSetWindow::showFrom(m_reverseScreen); });
+    HideSetWindow* hidden = HideSetWindow::getInstance();
+    connect(hidden, &HideSetWindow::signalReverseWriteStream, m_reverseScreen, &ReverseScreen::setWriteStream);
+    connect(hidden, &HideSetWindow::signalReverseGetJPEG, m_reverseScreen, &ReverseScreen::setTakeMirrorPhoto);
+    connect(hidden, &HideSetWindow::signalReverseKeyFrame, m_reverseScreen, &ReverseScreen::onReverseScreenKeyFrame);
+    connect(hidden, &HideSetWindow::signalShowDisplayInfo, m_reverseScreen,
+            [this] { m_reverseScreen->onShowDisplayInfo(!m_reverseScreen->displayInfoShown()); });
     // The stream's statistics go to the reverse screen's overlay while it runs.
     connect(this, &OrvixUpgrade::signalSetDynamicDisplayInfo, this, [this](int bitRate, int frameRate, int delay, bool) {
         if (!getReverseScreenStatus()) return;

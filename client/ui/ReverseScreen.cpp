@@ -2,8 +2,6 @@
 
 #include <QCloseEvent>
 #include <QDir>
-#include <QMetaMethod>
-#include <QMessageBox>
 #include <QMetaObject>
 #include <QMouseEvent>
 #include <QPalette>
@@ -382,16 +380,7 @@ void ReverseScreen::onDisplayClicked() {
     if (++m_hiddenClicks < kHiddenClicks) return;
     m_hiddenClicks = 0;
     ZV_LOG(INFO) << " open the hidden settings window";
-    if (isSignalConnected(QMetaMethod::fromSignal(&ReverseScreen::signalOpenHiddenSettings))) {
-        emit signalOpenHiddenSettings();
-        return;
-    }
-    // No hidden settings window in this build: say so instead.
-    auto* box = new QMessageBox(QMessageBox::Information, tr("Hidden settings"),
-                                tr("The hidden settings are not available in this version."), QMessageBox::Ok, this);
-    box->setObjectName(QStringLiteral("hiddenSettingsPlaceholder"));
-    box->setAttribute(Qt::WA_DeleteOnClose, true);
-    box->show();
+    emit signalOpenHiddenSettings();
 }
 
 // ---------------------------------------------------------------------------

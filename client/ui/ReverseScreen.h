@@ -74,6 +74,7 @@ public:
     DisplayWidget* overlay() const { return m_overlay; }
     int sidebarOffset() const { return m_sidebarOffset; }
     int hiddenClickCount() const { return m_hiddenClicks; }
+    bool displayInfoShown() const { return m_overlayShown; }
 
     // Player run-time information (player thread): a decode error asks the
     // panel for a key frame.
