@@ -42,9 +42,9 @@ using namespace zvbench;
 
 namespace {
 
-std::vector<uint8_t> benchKey(uint8_t seed) {
+std::vector<uint8_t> benchKey(uint8_t first) {
     std::vector<uint8_t> key(44);
-    for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(seed + i * 7);
+    for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(first + i * 7);
     return key;
 }
 const std::vector<uint8_t> kPcToPanelKey = benchKey(0x3c);

@@ -280,7 +280,8 @@ void ReceiverApp::startCasting() {
                              {{QStringLiteral("client"), status.client}, {QStringLiteral("transport"), status.transport}});
         if (m_screen) m_screen->setNotice(QString());
         if (m_view) {
-            m_view->clear();
+            // Not cleared here: the new cast's first picture may already have
+            // arrived; the view was cleared when the last cast stopped.
             if (m_options.windowed) {
                 m_view->resize(m_screen ? m_screen->size() : QSize(1280, 720));
                 m_view->show();
@@ -307,7 +308,10 @@ void ReceiverApp::startCasting() {
     connect(m_cast, &CastService::castStopped, this, [this](qint64 client, const QString& reason) {
         StatusPrinter::print(QStringLiteral("cast-stopped"),
                              {{QStringLiteral("client"), client}, {QStringLiteral("reason"), reason}});
-        if (m_view) m_view->hide();
+        if (m_view) {
+            m_view->clear();  // black until the next cast's first picture
+            m_view->hide();
+        }
     });
     connect(m_cast, &CastService::statistics, this, [](const CastStatus& status) {
         StatusPrinter::print(QStringLiteral("cast-stats"),
@@ -340,7 +344,10 @@ void ReceiverApp::startCasting() {
     m_cast->setFrameSink([view](const QImage& frame) { view->presentFrame(frame); });
     // On X11 the sink draws and scales into the view's own window; Qt only
     // draws the pointer. Elsewhere (offscreen) Qt paints the pictures.
-    if (QGuiApplication::platformName() == QLatin1String("xcb")) {
+    // Without a window manager (a kiosk) the sink's window stays black on this
+    // X server, so a kiosk view keeps Qt's painting for now.
+    const bool kiosk = !m_options.windowed && !windowManagerRunning();
+    if (QGuiApplication::platformName() == QLatin1String("xcb") && !kiosk) {
         m_cast->setVideoWindow(view->useVideoWindow(),
                                [view](int width, int height) { view->setPictureSize(width, height); });
         connect(view, &zv::media::VideoView::surfaceResized, m_cast, &CastService::windowResized);

@@ -86,7 +86,7 @@ void VideoView::clear() {
     m_frame = QImage();
     if (m_surface != nullptr) {
         m_pictureSize = QSize();
-        m_surface->hide();  // black until the next cast's first picture
+        m_surface->hide();  // shown again by the next picture size
         placePointer();
     }
     update();
