@@ -13,5 +13,6 @@ int runReverse(const QStringList& arguments);
 int runSettings(const QStringList& arguments);
 int runNetTest(const QStringList& arguments);
 int runFile(const QStringList& arguments);
+int runByom(const QStringList& arguments);
 
 }  // namespace cli

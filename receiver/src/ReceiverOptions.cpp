@@ -102,6 +102,9 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     parser.addOptions({config, name, code, codeInterval, port, passcodeServer, passcodeService, approval, access,
                        publishCode, maxClients, noDiscovery, protocolVersion, headless, windowed});
     parser.addOption(viewOnly);
+    const QCommandLineOption testDevices(QStringLiteral("test-devices"),
+                                         QStringLiteral("Lend PCs a 440 Hz test tone instead of the microphone."));
+    parser.addOption(testDevices);
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -160,6 +163,7 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     options.headless = parser.isSet(headless);
     options.windowed = parser.isSet(windowed);
     options.viewOnly = parser.isSet(viewOnly);
+    options.testDevices = parser.isSet(testDevices);
 
     if (options.name.isEmpty()) {
         message = QStringLiteral("the panel name must not be empty");

@@ -34,7 +34,7 @@ namespace {
 
 // Operations whose component is not in this build answer with a failure and
 // say so, instead of pretending to succeed.
-long unavailable(const char* operation) {
+[[maybe_unused]] long unavailable(const char* operation) {
     LOG(WARNING) << "[" << operation << "] unavailable in this build";
     MC_Util_SetLastError(zv_error::CONNECT_FAILED);
     return -1;
