@@ -21,6 +21,7 @@
 #include "Process.h"
 #include "StatusLines.h"
 #include "media/LoopbackCamera.h"
+#include "media/VirtualCamera.h"
 #include "media/VirtualMicrophone.h"
 
 using namespace std::chrono_literals;
@@ -129,6 +130,33 @@ TEST(VirtualMicrophone, ThePanelsToneIsASourceOfThisPc) {
     EXPECT_FALSE(hasSource("zelvanor_mic.monitor"));
     pulse.stop();
     std::system(("rm -rf " + root).c_str());
+}
+
+// The camera's pair over loopback: the test picture sent with the key is
+// decoded on the PC (into the loopback device where this machine has one);
+// with another key nothing is.
+TEST(VirtualCamera, ThePanelsPictureIsDecodedOnThisPc) {
+    gst_init(nullptr, nullptr);
+    const auto mediaKey = key(0x35);
+    zv::media::VirtualCamera camera;
+    std::string error;
+    const uint16_t port = camera.reservePort(&error);
+    ASSERT_NE(port, 0) << error;
+    ASSERT_EQ(camera.start(mediaKey, zv::media::findLoopbackCamera()), "");
+    EXPECT_EQ(camera.port(), port) << "the port told to the panel is the one listened on";
+
+    zv::media::CameraSender stranger;
+    ASSERT_EQ(stranger.start("127.0.0.1", port, key(0x78), ""), "");
+    EXPECT_FALSE(zvtest::waitFor([&] { return camera.pictures() > 0; }, 1500ms));
+    EXPECT_FALSE(camera.receiving());
+    stranger.stop();
+
+    zv::media::CameraSender panel;
+    ASSERT_EQ(panel.start("127.0.0.1", port, mediaKey, ""), "");
+    ASSERT_TRUE(zvtest::waitFor([&] { return camera.pictures() >= 10; }, 15s)) << camera.pictures() << " pictures";
+    EXPECT_TRUE(camera.receiving());
+    panel.stop();
+    camera.stop();
 }
 
 namespace {
