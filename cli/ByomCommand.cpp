@@ -52,6 +52,7 @@ int runByom(const QStringList& arguments) {
                {QStringLiteral("result"), QStringLiteral("started")},
                {QStringLiteral("microphone"), QString::fromStdString(result.source)},
                {QStringLiteral("camera"), result.camera},
+               {QStringLiteral("cameraDevice"), QString::fromStdString(result.cameraDevice)},
                {QStringLiteral("testTone"), result.testTone}});
     // The first authentic packet is worth a line: the source carries the panel's sound.
     QTimer check;

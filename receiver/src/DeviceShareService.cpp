@@ -2,6 +2,7 @@
 
 #include "PanelService.h"
 #include "casting/Log.h"
+#include "media/VirtualCamera.h"
 #include "media/VirtualMicrophone.h"
 #include "protocol/WireCodec.h"
 #include "security/KeySchedule.h"
@@ -48,41 +49,52 @@ void DeviceShareService::onRequest(qint64 client, const zv::wire::DeviceRequest&
     }
     if (isSharing()) teardown(QStringLiteral("the PC starts anew"), false);
     auto inRange = [](int port) { return port > 0 && port <= 65535; };
-    if (!inRange(request.microphone_port())) {
-        // The camera travels only with the microphone, and this panel lends no camera yet.
-        refuse(client, QStringLiteral("nonsupport"),
-               request.camera_port() != 0 ? QStringLiteral("this panel does not share its camera")
-                                          : QStringLiteral("no port for the microphone"));
+    // The camera travels only beside the microphone.
+    if (!inRange(request.microphone_port()) || (request.camera_port() != 0 && !inRange(request.camera_port()))) {
+        refuse(client, QStringLiteral("nonsupport"), QStringLiteral("no valid port for the microphone or camera"));
         return;
     }
+    const std::string host = m_panel->clientAddress(client).toString().toStdString();
+    auto sendKeyOf = [this, client](quint32 id) {
+        std::vector<uint8_t> bytes;
+        const auto key = zv::keys::mediaKey(m_panel->exporter(client), id, zv::keys::MediaDirection::PanelToPc);
+        if (!key) return bytes;
+        bytes.assign(key->key.begin(), key->key.end());
+        bytes.insert(bytes.end(), key->salt.begin(), key->salt.end());
+        return bytes;
+    };
     const quint32 id = m_nextId++;
-    const auto key = zv::keys::mediaKey(m_panel->exporter(client), id, zv::keys::MediaDirection::PanelToPc);
-    if (!key) {
-        refuse(client, QStringLiteral("busy"), QStringLiteral("no keys for the devices"));
-        return;
-    }
-    std::vector<uint8_t> sendKey(key->key.begin(), key->key.end());
-    sendKey.insert(sendKey.end(), key->salt.begin(), key->salt.end());
     const bool testTone = m_settings.testSources || !zv::media::VirtualMicrophone::hostAvailable();
     auto microphone = std::make_unique<zv::media::MicrophoneSender>();
-    const std::string error =
-        microphone->start(m_panel->clientAddress(client).toString().toStdString(),
-                          static_cast<uint16_t>(request.microphone_port()), sendKey, testTone);
+    std::string error = microphone->start(host, static_cast<uint16_t>(request.microphone_port()), sendKeyOf(id), testTone);
+    std::unique_ptr<zv::media::CameraSender> camera;
+    quint32 cameraId = 0;
+    std::string cameraDevice;
+    if (error.empty() && request.camera_port() != 0) {
+        cameraId = m_nextId++;
+        cameraDevice = m_settings.testSources ? std::string() : zv::media::CameraSender::findCamera();
+        camera = std::make_unique<zv::media::CameraSender>();
+        error = camera->start(host, static_cast<uint16_t>(request.camera_port()), sendKeyOf(cameraId), cameraDevice);
+    }
     if (!error.empty()) {
-        ZV_LOG(ERROR) << " cannot send the microphone: " << error;
+        ZV_LOG(ERROR) << " cannot send the devices: " << error;
         refuse(client, QStringLiteral("busy"), QString::fromStdString(error));
         return;
     }
     m_microphone = std::move(microphone);
+    m_camera = std::move(camera);
     m_client = client;
     zv::wire::DeviceAccepted accepted;
     accepted.set_device_id(id);
     accepted.set_microphone(true);
-    accepted.set_camera(false);
+    accepted.set_camera(m_camera != nullptr);
+    accepted.set_camera_id(cameraId);
     accepted.set_microphone_test_source(testTone);
+    accepted.set_camera_test_source(m_camera != nullptr && cameraDevice.empty());
     m_panel->sendToClient(client, zv::wrap(accepted));
-    ZV_LOG(INFO) << " client " << client << " gets this panel's " << (testTone ? "test tone" : "microphone");
-    emit devicesStarted(client, true, testTone);
+    ZV_LOG(INFO) << " client " << client << " gets this panel's " << (testTone ? "test tone" : "microphone")
+                 << (m_camera ? (cameraDevice.empty() ? " and test picture" : " and camera") : "");
+    emit devicesStarted(client, m_camera != nullptr, testTone);
 }
 
 void DeviceShareService::stopSharing(const QString& reason) { teardown(reason, true); }
@@ -97,6 +109,8 @@ void DeviceShareService::teardown(const QString& reason, bool tellClient) {
     }
     m_microphone->stop();
     m_microphone.reset();
+    if (m_camera) m_camera->stop();
+    m_camera.reset();
     m_client = 0;
     ZV_LOG(INFO) << " devices of client " << client << " ended: " << reason.toStdString();
     emit devicesStopped(client, reason);

@@ -1,7 +1,7 @@
 // The panel's side of camera and microphone sharing: answers a PC's
 // DeviceRequest by sending the panel's microphone (or a 440 Hz test tone
-// where it has none) to the PC, encrypted with the panel->PC key of the
-// sharing's own id. Only a PC the panel already lets in without asking gets
+// where it has none) and, when asked, its camera (or a test picture) to the
+// PC, each encrypted with the panel->PC key of an id of its own. Only a PC the panel already lets in without asking gets
 // the devices: one that would need the panel user's approval is refused, as
 // is every PC on a view-only panel. One PC at a time. Lives on the
 // receiver's main thread.
@@ -15,6 +15,7 @@
 
 namespace zv::media {
 class MicrophoneSender;
+class CameraSender;
 }
 
 namespace receiver {
@@ -40,7 +41,7 @@ public:
     bool isSharing() const { return m_microphone != nullptr; }
 
 signals:
-    void devicesStarted(qint64 client, bool microphone, bool testTone);
+    void devicesStarted(qint64 client, bool camera, bool testTone);
     void devicesRefused(qint64 client, const QString& reason, const QString& text);
     void devicesStopped(qint64 client, const QString& reason);
 
@@ -52,6 +53,7 @@ private:
     Settings m_settings;
     PanelService* m_panel;
     std::unique_ptr<zv::media::MicrophoneSender> m_microphone;
+    std::unique_ptr<zv::media::CameraSender> m_camera;
     qint64 m_client = 0;
     quint32 m_nextId = kFirstDeviceId;
 };

@@ -12,9 +12,9 @@ void ReceiverApp::startDeviceSharing() {
     settings.viewOnly = m_options.viewOnly;
     settings.testSources = m_options.testDevices;
     m_devices = new DeviceShareService(settings, m_service);
-    connect(m_devices, &DeviceShareService::devicesStarted, this, [](qint64 client, bool microphone, bool testTone) {
+    connect(m_devices, &DeviceShareService::devicesStarted, this, [](qint64 client, bool camera, bool testTone) {
         StatusPrinter::print(QStringLiteral("devices-started"), {{QStringLiteral("client"), client},
-                                                                 {QStringLiteral("microphone"), microphone},
+                                                                 {QStringLiteral("camera"), camera},
                                                                  {QStringLiteral("testTone"), testTone}});
     });
     connect(m_devices, &DeviceShareService::devicesRefused, this,

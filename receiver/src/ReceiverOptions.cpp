@@ -103,7 +103,7 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
                        publishCode, maxClients, noDiscovery, protocolVersion, headless, windowed});
     parser.addOption(viewOnly);
     const QCommandLineOption testDevices(QStringLiteral("test-devices"),
-                                         QStringLiteral("Lend PCs a 440 Hz test tone instead of the microphone."));
+                                         QStringLiteral("Lend PCs a 440 Hz tone and a test picture instead of the microphone and camera."));
     parser.addOption(testDevices);
     if (!parser.parse(arguments)) {
         message = parser.errorText();

@@ -26,7 +26,7 @@ struct ReceiverOptions {
     bool headless = false;        // no window at all (servers, tests)
     bool windowed = false;        // a normal window instead of full screen
     bool viewOnly = false;        // --view-only: the reverse screen never grants control ("nonsupport")
-    bool testDevices = false;     // --test-devices: lend a 440 Hz tone, not the microphone
+    bool testDevices = false;     // --test-devices: lend a 440 Hz tone and a test picture
     bool discovery = true;        // announce on the LAN
     // --protocol-version M[.m]: answer as a panel of that version (compatibility tests); -1: current
     int protocolMajor = -1;

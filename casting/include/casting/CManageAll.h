@@ -96,6 +96,7 @@ public:
         bool camera = false;
         bool testTone = false;  // the panel lends its test tone
         std::string source;
+        std::string cameraDevice;  // the loopback device showing the panel's camera
     };
     long startDeviceShare(bool microphone, bool camera, DeviceShareResult* result);
     long stopDeviceShare();

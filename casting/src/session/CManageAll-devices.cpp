@@ -33,6 +33,7 @@ long CManageAll::startDeviceShare(bool microphone, bool camera, DeviceShareResul
         result->camera = outcome.camera;
         result->testTone = outcome.testTone;
         result->source = outcome.source.toStdString();
+        result->cameraDevice = outcome.cameraDevice.toStdString();
     }
     if (!outcome.ok) {
         ZV_LOG(WARNING) << " camera and microphone sharing failed: " << outcome.text.toStdString();

@@ -2,6 +2,7 @@
 
 #include "casting/Log.h"
 #include "media/LoopbackCamera.h"
+#include "media/VirtualCamera.h"
 #include "media/VirtualMicrophone.h"
 #include "protocol/WireCodec.h"
 #include "security/KeySchedule.h"
@@ -65,7 +66,8 @@ void DeviceShareSession::request(bool microphone, bool camera, Done done) {
         return;
     }
     // The panel's camera needs a loopback device here, its microphone a sound server.
-    if (camera && media::findLoopbackCamera().empty()) {
+    m_cameraDevice = camera ? media::findLoopbackCamera() : std::string();
+    if (camera && m_cameraDevice.empty()) {
         fail(QStringLiteral("notsupported"),
              QStringLiteral("not supported: this PC cannot host a virtual camera (the v4l2loopback module is not loaded)"));
         return;
@@ -84,8 +86,15 @@ void DeviceShareSession::request(bool microphone, bool camera, Done done) {
     }
     wire::DeviceRequest ask;
     ask.set_microphone_port(port);
-    // The camera travels beside the microphone; a panel without one says so.
-    if (camera) ask.set_camera_port(port);
+    if (camera) {
+        m_camera = std::make_unique<media::VirtualCamera>();
+        const uint16_t cameraPort = m_camera->reservePort(&error);
+        if (cameraPort == 0) {
+            fail(QStringLiteral("busy"), QString::fromStdString(error));
+            return;
+        }
+        ask.set_camera_port(cameraPort);
+    }
     m_state = State::Asking;
     m_session->send(wrap(ask));
     m_answerTimeout.start(kAnswerTimeoutMs);
@@ -106,7 +115,19 @@ void DeviceShareSession::onAccepted(const wire::DeviceAccepted& accepted) {
     }
     std::vector<uint8_t> receiveKey(key->key.begin(), key->key.end());
     receiveKey.insert(receiveKey.end(), key->salt.begin(), key->salt.end());
-    const std::string error = m_microphone->start(receiveKey);
+    std::string error = m_microphone->start(receiveKey);
+    if (error.empty() && m_camera && accepted.camera()) {
+        const auto cameraKey =
+            keys::mediaKey(m_session->exporter(), accepted.camera_id(), keys::MediaDirection::PanelToPc);
+        std::vector<uint8_t> bytes;
+        if (cameraKey && accepted.camera_id() != accepted.device_id()) {
+            bytes.assign(cameraKey->key.begin(), cameraKey->key.end());
+            bytes.insert(bytes.end(), cameraKey->salt.begin(), cameraKey->salt.end());
+        }
+        error = m_camera->start(bytes, m_cameraDevice);
+    } else if (m_camera) {
+        m_camera.reset();  // the panel lends no camera
+    }
     if (!error.empty()) {
         m_session->send(deviceStop(QStringLiteral("virtual microphone failed")));
         fail(QStringLiteral("notsupported"), QStringLiteral("not supported: ") + QString::fromStdString(error));
@@ -116,7 +137,8 @@ void DeviceShareSession::onAccepted(const wire::DeviceAccepted& accepted) {
     Outcome outcome;
     outcome.ok = true;
     outcome.microphone = true;
-    outcome.camera = accepted.camera();
+    outcome.camera = m_camera != nullptr;
+    if (m_camera) outcome.cameraDevice = QString::fromStdString(m_cameraDevice);
     outcome.testTone = accepted.microphone_test_source();
     outcome.source = QLatin1String(media::VirtualMicrophone::kSinkName) + QStringLiteral(".monitor");
     ZV_LOG(INFO) << " the panel's microphone is " << outcome.source.toStdString();
@@ -153,6 +175,8 @@ void DeviceShareSession::teardown() {
     m_state = State::Idle;
     if (m_microphone) m_microphone->stop();
     m_microphone.reset();
+    if (m_camera) m_camera->stop();
+    m_camera.reset();
 }
 
 }  // namespace zv

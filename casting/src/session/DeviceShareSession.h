@@ -2,7 +2,7 @@
 // virtual microphone (a PulseAudio source), asks the panel for its devices
 // with the microphone's port (DeviceRequest), and keys the microphone with
 // the panel->PC key of the id the panel answers with. A camera is asked for
-// only where a v4l2loopback device could host it. Lives on the library's
+// only where a v4l2loopback device can host it (VirtualCamera feeds it). Lives on the library's
 // I/O thread.
 #pragma once
 
@@ -20,6 +20,7 @@ namespace zv {
 class ClientSession;
 namespace media {
 class VirtualMicrophone;
+class VirtualCamera;
 }
 
 class DeviceShareSession : public QObject {
@@ -33,6 +34,7 @@ public:
         bool camera = false;
         bool testTone = false;  // the panel sends its test tone
         QString source;         // the PC's new source
+        QString cameraDevice;   // the loopback device the panel's camera feeds
     };
     using Done = std::function<void(const Outcome&)>;
 
@@ -61,6 +63,8 @@ private:
     Done m_done;
     QTimer m_answerTimeout;
     std::unique_ptr<media::VirtualMicrophone> m_microphone;
+    std::unique_ptr<media::VirtualCamera> m_camera;
+    std::string m_cameraDevice;
 };
 
 }  // namespace zv
