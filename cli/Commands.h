@@ -15,5 +15,6 @@ int runNetTest(const QStringList& arguments);
 int runFile(const QStringList& arguments);
 int runWindows(const QStringList& arguments);
 int runDiagnostics(const QStringList& arguments);
+int runByom(const QStringList& arguments);
 
 }  // namespace cli

@@ -94,6 +94,14 @@ const char* const kHelp =
     "      sound, network) with ok and text. --out saves the diagnostic bundle for\n"
     "      support (.tar.gz: logs, settings, these lines; never keys).\n"
     "\n"
+    "  byom (--code CODE [--address IP[:PORT]] | --address IP[:PORT]) [--microphone]\n"
+    "       [--camera] [--seconds N]\n"
+    "      Borrow the panel's microphone (and camera) as devices of this PC for N\n"
+    "      seconds (default 10): {\"event\":\"byom\",\"result\":\"started\",\"microphone\":\n"
+    "      \"zelvanor_mic.monitor\",...}, {\"event\":\"byom-receiving\"} once its sound\n"
+    "      arrives, then \"stopped\"; or \"failed\" with the reason and text (\"not\n"
+    "      supported: ...\" where this PC cannot host them) and exit 1.\n"
+    "\n"
     "  --help\n"
     "      This text.\n";
 
@@ -135,6 +143,8 @@ int main(int argc, char* argv[]) {
         code = cli::runNetTest(arguments);
     } else if (verb == QLatin1String("diagnostics")) {
         code = cli::runDiagnostics(arguments);
+    } else if (verb == QLatin1String("byom")) {
+        code = cli::runByom(arguments);
     } else {
         std::fprintf(stderr, "zelvanor-cli: unknown verb '%s'\n\n%s", qPrintable(verb), kHelp);
     }

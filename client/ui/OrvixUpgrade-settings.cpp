@@ -6,6 +6,8 @@
 #include <QHBoxLayout>
 #include <QPushButton>
 
+#include <memory>
+
 #include "BusinessModule/ToolBusiness/ToolBusiness.h"
 #include "casting/CClientConfig.h"
 #include "casting/CManageAll.h"
@@ -13,10 +15,12 @@
 #include "casting/Singleton.h"
 #include "ui/ContentWidget/ScreenPage.h"
 #include "ui/NetTest/NetTestWidget.h"
+#include "ui/MirkAsync.h"
 #include "ui/OrvixUpgrade.h"
 #include "ui/SettingFeedback/BYOMSetting.h"
 #include "ui/SettingFeedback/HideSetWindow.h"
 #include "ui/SettingFeedback/SettingWidget.h"
+#include "ui/TipWindows.h"
 #include "ui/widgets/SwitchButton.h"
 #include "ui_OrvixUpgrade.h"
 
@@ -74,21 +78,57 @@ void OrvixUpgrade::initSettings() {
         m_byomSetting->move(m_byomButton->mapToGlobal(QPoint(0, -m_byomSetting->sizeHint().height() - 8)));
         m_byomSetting->show();
     });
-    connect(m_byomSetting, &BYOMSetting::signalVirtualDeviceClicked, this, [this](bool on) {
-        // No panel offers its camera and microphone in this build: the answer
-        // is "not supported", given at once.
-        ZV_LOG(INFO) << " virtual devices asked " << (on ? "on" : "off") << ": the display does not offer them";
-        m_byomSetting->setVirtualDeviceBtnEnableClicked(true);
-        showBYOM(BYOMNotSupport);
-    });
+    connect(m_byomSetting, &BYOMSetting::signalVirtualDeviceClicked, this, &OrvixUpgrade::switchVirtualDevices);
 
     // The debug window is process-wide; it goes with the main window.
     connect(this, &QObject::destroyed, [] { HideSetWindow::destory(); });
 }
 
+// The switch asks the logged-in panel for its microphone (and its camera
+// where this PC has a loopback device) off the GUI thread; the answer sets
+// the state. This PC unable to host them, or the panel not offering them,
+// reads "not supported"; any other refusal leaves the switch off with the
+// panel's reason.
+void OrvixUpgrade::switchVirtualDevices(bool on) {
+    ZV_LOG(INFO) << " virtual devices asked " << (on ? "on" : "off");
+    if (!on) {
+        mirk_async::ASYNC(trackedWork([] { CManageAll::getInstance()->stopDeviceShare(); }),
+                          [this] {
+                              m_byomSetting->setVirtualDeviceBtnEnableClicked(true);
+                              showBYOM(BYOMClose);
+                          },
+                          this);
+        return;
+    }
+    auto result = std::make_shared<CManageAll::DeviceShareResult>();
+    auto started = std::make_shared<long>(-1);
+    const bool camera = !ToolBusiness::virtualCameraDevice().empty();
+    mirk_async::ASYNC(
+        trackedWork([result, started, camera] {
+            *started = CManageAll::getInstance()->startDeviceShare(true, camera, result.get());
+        }),
+        [this, result, started] {
+            m_byomSetting->setVirtualDeviceBtnEnableClicked(true);
+            if (*started == 0) {
+                showBYOM(BYOMOpen);
+                return;
+            }
+            ZV_LOG(WARNING) << " virtual devices not started: " << result->text;
+            const bool unsupported = result->reason == "notsupported" || result->reason == "nonsupport";
+            showBYOM(unsupported ? BYOMNotSupport : BYOMClose);
+            if (!unsupported) {
+                TipWindows::getInstance()->setDisplayText(ErrorLevelWarn, QString::fromStdString(result->text),
+                                                          TipWindowPlain, this, 48);  // below the title bar
+            }
+        },
+        this);
+}
+
 void OrvixUpgrade::showBYOM(int status) {
     auto state = static_cast<BYOMButtonStatus>(status);
-    const bool host = ToolBusiness::getVirtualDeviceHostAvailable();
+    // The microphone needs a sound server here; the camera comes along only
+    // where a loopback device exists, so it alone does not decide.
+    const bool host = ToolBusiness::virtualMicrophoneHostAvailable();
     if (!host) state = BYOMNotSupport;
     m_byomSetting->setHostAvailable(host);
     m_byomSetting->setBYOMStatus(state);

@@ -315,6 +315,8 @@ private:
     NetTestWidget* m_netTestWidget = nullptr;  // made on first use
     // Camera and microphone sharing: its floating button and pop-up.
     void showBYOM(int status);
+    // The switch: borrows or gives back the panel's devices.
+    void switchVirtualDevices(bool on);
     BYOMButton* m_byomButton = nullptr;
     BYOMSetting* m_byomSetting = nullptr;
 

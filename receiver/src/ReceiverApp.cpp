@@ -19,6 +19,7 @@
 #include "KioskScreen.h"
 #include "PanelService.h"
 #include "ShareService.h"
+#include "DeviceShareService.h"
 #include "StatusPrinter.h"
 #include "casting/Log.h"
 #include "casting/McUtil.h"
@@ -63,6 +64,7 @@ ReceiverApp::ReceiverApp(ReceiverOptions options, QObject* parent)
 ReceiverApp::~ReceiverApp() {
     m_announcer.reset();  // goodbye to browsers first
     delete m_share;        // its capture and sender stop
+    delete m_devices;      // the microphone stops; the PC hears so
     delete m_fileCast;     // the file player stops before its view goes
     m_fileView.reset();
     delete m_cast;         // the pipeline stops before the view goes
@@ -148,6 +150,7 @@ bool ReceiverApp::start(QString* error) {
     startCasting();
     startSharing();
     startFileCasting();
+    startDeviceSharing();
 
     if (!startPasscodes(*identity, identityFolder, error)) return false;
     if (m_options.discovery) startDiscovery();

@@ -35,6 +35,7 @@ class CodeKeeper;
 class IdleScreen;
 class PanelService;
 class ShareService;
+class DeviceShareService;
 
 class ReceiverApp : public QObject {
     Q_OBJECT
@@ -78,6 +79,9 @@ private:
     QByteArray m_commandBuffer;
     // File casting.
     FileCastService* m_fileCast = nullptr;
+    // Camera and microphone sharing (ReceiverApp-devices.cpp).
+    void startDeviceSharing();
+    DeviceShareService* m_devices = nullptr;
     std::unique_ptr<FileView> m_fileView;
 };
 

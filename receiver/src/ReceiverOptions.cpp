@@ -108,6 +108,9 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     parser.addOptions({config, name, code, codeInterval, port, passcodeServer, passcodeService, approval, access,
                        publishCode, maxClients, noDiscovery, protocolVersion, headless, windowed});
     parser.addOption(viewOnly);
+    const QCommandLineOption testDevices(QStringLiteral("test-devices"),
+                                         QStringLiteral("Lend PCs a 440 Hz tone and a test picture instead of the microphone and camera."));
+    parser.addOption(testDevices);
     if (!parser.parse(arguments)) {
         message = parser.errorText();
         return false;
@@ -167,6 +170,7 @@ bool ReceiverOptions::parse(const QStringList& arguments, ReceiverOptions& optio
     options.headless = parser.isSet(headless);
     options.windowed = parser.isSet(windowed);
     options.viewOnly = parser.isSet(viewOnly);
+    options.testDevices = parser.isSet(testDevices);
 
     if (options.name.isEmpty()) {
         message = QStringLiteral("the panel name must not be empty");

@@ -29,6 +29,7 @@ struct ReceiverOptions {
     bool headless = false;        // no window at all (servers, tests)
     bool windowed = false;        // a normal window instead of full screen
     bool viewOnly = false;        // --view-only: the reverse screen never grants control ("nonsupport")
+    bool testDevices = false;     // --test-devices: lend a 440 Hz tone and a test picture
     bool discovery = true;        // announce on the LAN
     bool showVersion = false;     // --version: print it and stop
     // --protocol-version M[.m]: answer as a panel of that version (compatibility tests); -1: current

@@ -2,7 +2,9 @@
 // a private X server's screen to a real receiver on the other. The debug
 // window (opened by the settings window's hidden gesture) switches the cast
 // video's transport and the H.264 dump; the next cast uses the transport (the
-// receiver says which) and leaves a playable dump under the log folder.
+// receiver says which) and leaves a playable dump under the log folder. The
+// camera and microphone switch borrows the panel's test tone as a source of a
+// private PulseAudio.
 #include <QtTest/QtTest>
 
 #include <QButtonGroup>
@@ -27,11 +29,13 @@
 #include "StatusLines.h"
 #include "XvfbSession.h"
 #include "casting/CClientConfig.h"
+#include "casting/CManageAll.h"
 #include "casting/Singleton.h"
 #include "ui/ContentWidget/ConnectPage.h"
 #include "ui/ContentWidget/ScreenPage.h"
 #include "ui/NetTest/NetTestWidget.h"
 #include "ui/OrvixUpgrade.h"
+#include "ui/SettingFeedback/BYOMSetting.h"
 #include "ui/SettingFeedback/HideSetWindow.h"
 #include "ui/SettingFeedback/SettingWidget.h"
 #include "ui/widgets/SwitchButton.h"
@@ -73,6 +77,7 @@ private slots:
     void initTestCase();
     void debugWindowChoosesTheNextCastsTransportAndDump();
     void netTestShowsTheGatewayDelaysAndThePanelPort();
+    void byomSwitchBorrowsThePanelsMicrophone();
 
 private:
     // Casts over the open connection and stops again; the transport the
@@ -90,7 +95,7 @@ void TestClientSettings::initTestCase() {
     m_receiver = std::make_unique<ChildProcess>(
         zvtest::NetnsPair::in(g_net->a, {"env", "HOME=" + home, "XDG_CONFIG_HOME=" + home + "/.config",
                                          zvtest::builtProgram("zelvanor-receiver"), "--headless", "--no-discovery",
-                                         "--name", "Room Settings"}),
+                                         "--name", "Room Settings", "--test-devices"}),
         ChildProcess::Output::Capture, ChildProcess::Input::Pipe);
     const QJsonObject ready = jsonLine(m_receiver->waitForLine(zvtest::statusEvent("ready"), 20s));
     const QString code = ready.value(QLatin1String("code")).toString();
@@ -221,6 +226,46 @@ void TestClientSettings::netTestShowsTheGatewayDelaysAndThePanelPort() {
         QVERIFY(cli.waitFinished(10s));
         QCOMPARE(cli.exitCode(), 0);
     }
+}
+
+void TestClientSettings::byomSwitchBorrowsThePanelsMicrophone() {
+    if (geteuid() != 0) QSKIP("needs root (a private PulseAudio)");
+    const std::string folder = g_root + "/sound";
+    std::system(("mkdir -p " + folder).c_str());
+    const std::string server = "unix:" + folder + "/pulse/native";
+    setenv("PULSE_SERVER", server.c_str(), 1);
+    ChildProcess pulse({"env", "HOME=" + folder, "XDG_RUNTIME_DIR=" + folder, "pulseaudio", "-n", "--daemonize=no",
+                        "--exit-idle-time=-1", "--use-pid-file=no", "-L", "module-native-protocol-unix", "-L",
+                        "module-null-sink sink_name=vsink", "-L", "module-always-sink"},
+                       ChildProcess::Output::Capture);
+    auto hasSource = [] {
+        ChildProcess list({"pactl", "list", "short", "sources"}, ChildProcess::Output::Capture);
+        return !list.waitForLineContaining("zelvanor_mic.monitor", 10s).empty();
+    };
+    QVERIFY(zvtest::waitFor(
+        [] {
+            ChildProcess info({"pactl", "info"}, ChildProcess::Output::Capture);
+            return info.waitFinished(5s) && info.exitCode() == 0;
+        },
+        15s));
+
+    qorquicomponents::BYOMSetting* setting = m_window->getBYOMSetting();
+    setting->setBYOMStatus(qorquicomponents::BYOMClose);
+    setting->switchBtn()->click();
+    QVERIFY(!setting->switchBtn()->isEnabled());  // until the library answers
+    QTRY_VERIFY_WITH_TIMEOUT(setting->switchBtn()->isEnabled(), 30000);
+    QVERIFY(setting->switchState());
+    QCOMPARE(setting->switchBtn()->property("status").toString(), QStringLiteral("open"));
+    QVERIFY(!m_receiver->waitForLine(zvtest::statusEvent("devices-started", "testTone", true), 5s).empty());
+    QVERIFY(hasSource());
+    QVERIFY(zvtest::waitFor([] { return CManageAll::getInstance()->deviceShareReceiving(); }, 15s));
+
+    setting->switchBtn()->click();
+    QTRY_VERIFY_WITH_TIMEOUT(setting->switchBtn()->isEnabled(), 20000);
+    QVERIFY(!setting->switchState());
+    QVERIFY(!m_receiver->waitForLine(zvtest::statusEvent("devices-stopped"), 10s).empty());
+    QVERIFY(!hasSource());
+    unsetenv("PULSE_SERVER");
 }
 
 int main(int argc, char* argv[]) {

@@ -3,7 +3,7 @@
 // real readers: the PC's session (log-in answers and session messages, with
 // the cast's and the file cast's handlers), the panel's service (the first
 // message of a connection and a session's messages, with the panel's cast,
-// share and file handlers), the passcode service and both of its clients. Nothing touches a network: the
+// share, file and device-sharing handlers), the passcode service and both of its clients. Nothing touches a network: the
 // channels the readers answer on wrap sockets that never connect. The bytes
 // are also tried as the payload of one frame, as a typed connect code, as
 // the player's packet stream (cut where the input says) and as the
@@ -27,6 +27,7 @@
 
 #include "CastService.h"
 #include "CodeKeeper.h"
+#include "DeviceShareService.h"
 #include "PanelService.h"
 #include "ShareService.h"
 #include "casting/Dexo.h"
@@ -41,6 +42,7 @@
 #include "session/ClientSession.h"
 #include "session/ShareSession.h"
 #include "session/FileCastSession.h"
+#include "session/DeviceShareSession.h"
 #include "transport/KnownPanels.h"
 #include "transport/MessageChannel.h"
 
@@ -89,6 +91,9 @@ struct Readers {
     receiver::ShareService panelShare{shareSettings(), &panel};
     // Its client is not approved: a file start is refused before any player starts.
     receiver::FileCastService panelFile{&panel};
+    // Devices under approval: a request is refused before any media start.
+    receiver::DeviceShareService panelDevices{deviceSettings(), &panel};
+    zv::DeviceShareSession devices{&session};
     // No key: nothing listens, and proofs meet a service key id of "".
     zv::PasscodeService passcodeService{QSslKey(), QSslCertificate(), [] { return qint64(1000); }};
     zv::PasscodeClient passcodeClient;
@@ -111,6 +116,12 @@ struct Readers {
     }
     static receiver::CastService::Settings castSettings() {
         receiver::CastService::Settings settings;
+        settings.requireApproval = true;
+        return settings;
+    }
+
+    static receiver::DeviceShareService::Settings deviceSettings() {
+        receiver::DeviceShareService::Settings settings;
         settings.requireApproval = true;
         return settings;
     }
@@ -276,6 +287,19 @@ int main(int argc, char** argv) {
     accepted.set_share_id(0x80000001u);
     for (const QByteArray& sample : {framed(request), framed(input), framed(control), framed(accepted),
                                      framed(zv::wire::ShareKeyFrame()), framed(zv::wire::ShareStop())}) {
+        samples.push_back(sample);
+    }
+    // Camera and microphone sharing.
+    zv::wire::DeviceRequest devices;
+    devices.set_microphone_port(5004);
+    devices.set_camera_port(70000);
+    zv::wire::DeviceAccepted lent;
+    lent.set_device_id(0xC0000001u);
+    lent.set_microphone(true);
+    zv::wire::DeviceRefused refusedDevices;
+    refusedDevices.set_reason("nonsupport");
+    for (const QByteArray& sample : {framed(devices), framed(lent), framed(refusedDevices),
+                                     framed(zv::wire::DeviceStop())}) {
         samples.push_back(sample);
     }
     return zv_fuzz::runStandalone("fuzz_frame_decoder", argc, argv, samples, 20000, 2000);

@@ -90,6 +90,23 @@ public:
     long scalePicture(int percent);
     long translatePicture(int dx, int dy);
 
+    // Camera and microphone sharing: the logged-in panel's microphone (and
+    // camera) become devices of this PC (the source "zelvanor_mic.monitor").
+    // 0 when they flow; else -1 and *why says so for the user ("not
+    // supported: ..." where this PC cannot host them, or the panel's reason).
+    struct DeviceShareResult {
+        std::string reason;  // empty on success
+        std::string text;
+        bool camera = false;
+        bool testTone = false;  // the panel lends its test tone
+        std::string source;
+        std::string cameraDevice;  // the loopback device showing the panel's camera
+    };
+    long startDeviceShare(bool microphone, bool camera, DeviceShareResult* result);
+    long stopDeviceShare();
+    // Whether the shared microphone's packets arrive and pass the key check.
+    bool deviceShareReceiving();
+
     // Reports for the panel's log.
     long reportOtherClientInfo(const char* event);
     long reportClientEventInfo(const char* event, bool flag, const char* detail);

@@ -33,7 +33,14 @@ bool VirtualMicrophone::hostAvailable() {
     return ok;
 }
 
+uint16_t VirtualMicrophone::reservePort(std::string* error) {
+    stop();
+    m_reservation = UdpPortReservation::bind(0, error);
+    return m_reservation ? m_reservation->port() : 0;
+}
+
 std::string VirtualMicrophone::start(const std::vector<uint8_t>& receiveKey) {
+    std::shared_ptr<UdpPortReservation> reservation = std::move(m_reservation);
     stop();
     std::string error = ensureGstInitialized();
     if (!error.empty()) return error;
@@ -46,7 +53,7 @@ std::string VirtualMicrophone::start(const std::vector<uint8_t>& receiveKey) {
     if (!ok) return "the sound server does not take a virtual microphone";
     m_moduleIndex = index.toInt();
 
-    auto reservation = UdpPortReservation::bind(0, &error);
+    if (!reservation) reservation = UdpPortReservation::bind(0, &error);
     if (!reservation) {
         stop();
         return error;
@@ -99,6 +106,7 @@ void VirtualMicrophone::stop() {
     m_bus.detach();
     m_pipeline.reset();
     m_decoder.reset();
+    m_reservation.reset();
     m_port = 0;
     if (m_moduleIndex >= 0) {
         bool ok = false;

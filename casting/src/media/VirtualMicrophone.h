@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@
 #include "media/SrtpKeying.h"
 
 namespace zv::media {
+
+class UdpPortReservation;
 
 class VirtualMicrophone {
 public:
@@ -31,8 +34,11 @@ public:
 
     // Whether a sound server takes a new source here (pactl reaches one).
     static bool hostAvailable();
-    // Makes the device and listens; "" or why not. port() then tells where
-    // the panel sends to.
+    // Binds the port the panel will send to before the key is known (the
+    // panel picks the key's id when it answers); 0 and *error on failure.
+    uint16_t reservePort(std::string* error);
+    // Makes the device and listens (on the reserved port, else a new one);
+    // "" or why not. port() then tells where the panel sends to.
     std::string start(const std::vector<uint8_t>& receiveKey);
     void stop();
     uint16_t port() const { return m_port; }
@@ -44,6 +50,7 @@ private:
     SrtpDecoder m_decoder;
     BusForwarder m_bus;
     int m_moduleIndex = -1;
+    std::shared_ptr<UdpPortReservation> m_reservation;
     uint16_t m_port = 0;
 };
 

@@ -7,6 +7,7 @@
 #include "media/GstInit.h"
 #include "session/CastSession.h"
 #include "session/ShareSession.h"
+#include "session/DeviceShareSession.h"
 #include "session/ClientSession.h"
 #include "session/FileCastSession.h"
 #include "session/Watchdog.h"
@@ -93,6 +94,12 @@ LibraryCore::CastChoices LibraryCore::castChoices() const {
 ShareSession& LibraryCore::share() {
     io();
     return *m_share;
+}
+
+DeviceShareSession& LibraryCore::devices() {
+    io();
+    if (m_devices == nullptr) m_devices = new DeviceShareSession(m_session, m_io->context());
+    return *m_devices;
 }
 
 FileCastSession& LibraryCore::fileCast() {
@@ -188,11 +195,12 @@ void LibraryCore::shutdown() {
     // Not under the lock: work queued on the I/O thread may need it.
     if (io != nullptr && session != nullptr) {
         io->call(
-            [session, cast, watchdog, share, fileCast] {
+            [this, session, cast, watchdog, share, fileCast] {
                 watchdog->shutdown();
                 cast->stop(QStringLiteral("closing"));
                 share->stop(QStringLiteral("closing"));
                 fileCast->stop(QStringLiteral("closing"));
+                if (m_devices != nullptr) m_devices->stop(QStringLiteral("closing"));
                 session->logout();
                 return true;
             },
@@ -209,6 +217,7 @@ void LibraryCore::shutdown() {
         m_fileCast = nullptr;
     }
     owned.reset();  // joins the thread; its objects are deleted there
+    m_devices = nullptr;
     if (m_mediaWarmUp.joinable()) m_mediaWarmUp.join();
 }
 

@@ -18,6 +18,7 @@ class FileCastSession;
 class KnownPanels;
 class PanelBrowser;
 class ShareSession;
+class DeviceShareSession;
 class Watchdog;
 
 class LibraryCore {
@@ -56,6 +57,8 @@ public:
     Watchdog& watchdog();       // I/O thread only
     ShareSession& share();      // I/O thread only: the reverse screen
     FileCastSession& fileCast();  // I/O thread only; its info() from any thread
+    // I/O thread only: camera and microphone sharing, made on first use.
+    DeviceShareSession& devices();
 
     // What the next cast uses (initProtocol, setWindowScreenInfo).
     struct CastChoices {
@@ -99,6 +102,7 @@ private:
     Watchdog* m_watchdog = nullptr;      // likewise
     ShareSession* m_share = nullptr;     // likewise
     FileCastSession* m_fileCast = nullptr;  // likewise
+    DeviceShareSession* m_devices = nullptr;  // likewise; touched on the I/O thread only
     std::shared_ptr<KnownPanels> m_knownPanels;
     // Loads GStreamer (its first start scans every plug-in, seconds on a cold
     // machine) while the user is still choosing a panel, so a cast request
