@@ -307,6 +307,25 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     e.mutable_file_end()->set_text("clip.mp4 was deleted while it played");
     out.push_back(e);
 
+    // Camera and microphone sharing.
+    e.Clear();
+    e.mutable_device_request()->set_microphone_port(50010);
+    e.mutable_device_request()->set_camera_port(50012);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_device_accepted()->set_device_id(0xC0000001u);
+    e.mutable_device_accepted()->set_microphone(true);
+    e.mutable_device_accepted()->set_microphone_test_source(true);
+    e.mutable_device_accepted()->set_camera_id(0xC0000002u);
+    out.push_back(e);
+    e.Clear();
+    e.mutable_device_refused()->set_reason("nonsupport");
+    e.mutable_device_refused()->set_text("this panel does not share its camera or microphone");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_device_stop()->set_reason("stopped");
+    out.push_back(e);
+
     for (wire::Envelope& envelope : out) envelope.set_version(kProtocolMajor);
     return out;
 }
