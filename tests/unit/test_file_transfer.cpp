@@ -12,6 +12,7 @@
 #include <atomic>
 #include <future>
 #include <thread>
+#include <cstdint>
 #include <vector>
 
 #include "file/FileFeed.h"
@@ -23,7 +24,10 @@ using receiver::FileFeed;
 
 QByteArray pattern(int size) {
     QByteArray bytes(size, Qt::Uninitialized);
-    for (int i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 131 + i / 7) & 0xff);
+    for (int i = 0; i < size; ++i) {
+        const auto at = static_cast<uint32_t>(i);  // wraps, where int would overflow on large files
+        bytes[i] = static_cast<char>((at * 131u + at / 7u) & 0xffu);
+    }
     return bytes;
 }
 
