@@ -110,7 +110,9 @@ void GlobalHotkey::unregisterHotkey(int id) {
     const unsigned keycode = found->second;
     m_grabs.erase(found);
     grab(keycode, false);
-    XFlush(m_display);
+    // Wait until the server has the release: a flush alone lets another
+    // connection's grab of the same key arrive first and be refused.
+    XSync(m_display, False);
 }
 
 void GlobalHotkey::unregisterAll() {
