@@ -1,5 +1,7 @@
 #include "media/PipelineSupport.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -216,5 +218,7 @@ bool addAndLink(GstElement* bin, const std::vector<GstElement*>& chain) {
     }
     return true;
 }
+
+void releaseFreedMemory() { malloc_trim(0); }
 
 }  // namespace zv::media

@@ -105,4 +105,10 @@ bool addAndLink(GstElement* bin, const std::vector<GstElement*>& chain);
 std::string changeState(GstElement* pipeline, GstState state, int timeoutMs,
                         const std::function<std::string()>& firstError);
 
+// Gives the memory a torn-down pipeline freed back to the system. Encoders and
+// decoders allocate tens of megabytes on their own threads; without this the
+// allocator keeps them in per-thread caches and a panel or PC that casts all
+// day grows with every session.
+void releaseFreedMemory();
+
 }  // namespace zv::media

@@ -350,7 +350,10 @@ void SenderPipeline::Impl::stop() {
     m_rtcpSocket.reset();
     m_reservedRtcp.reset();
     m_localRtcpPort = 0;
-    if (wasRunning) ZV_LOG(INFO) << " cast stopped";
+    if (wasRunning) {
+        releaseFreedMemory();
+        ZV_LOG(INFO) << " cast stopped";
+    }
 }
 
 }  // namespace zv::media

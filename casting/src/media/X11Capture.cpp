@@ -242,8 +242,7 @@ bool X11Capture::ensureBuffers() {
         }
     }
     if (m_pool == nullptr) {
-        m_pool = gst_buffer_pool_new();
-        gst_object_ref_sink(m_pool);
+        m_pool = gst_buffer_pool_new();  // already sunk: one reference, ours
         GstStructure* config = gst_buffer_pool_get_config(m_pool);
         CapsPtr caps(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT, m_width,
                                          "height", G_TYPE_INT, m_height, nullptr));

@@ -308,7 +308,10 @@ void ReceiverPipeline::Impl::stop() {
     m_srtpEncoder.reset();
     m_videoSrtp.reset();
     m_audioSrtp.reset();
-    if (wasRunning) ZV_LOG(INFO) << " receiver stopped";
+    if (wasRunning) {
+        releaseFreedMemory();
+        ZV_LOG(INFO) << " receiver stopped";
+    }
 }
 
 ReceiverPipeline::ReceiverPipeline(ReceiverCallbacks callbacks) : m_impl(std::make_unique<Impl>(std::move(callbacks))) {}
