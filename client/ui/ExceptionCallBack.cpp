@@ -169,6 +169,7 @@ void ExceptionCallBack::onRequestRefused(tagNotifyExceptionType_, Params& params
     } else if (contains(reason, "server does not allow screen projection.")) {
         code = zv_error::REQUEST_DENIED;
     }
+    emit window->signalPanelRefusalText(QString::fromStdString(reason));
     emit window->signalMainErrorCode(code);
 }
 

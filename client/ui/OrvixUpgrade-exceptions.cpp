@@ -12,6 +12,7 @@
 #include "ui/GlobalDefine.h"
 #include "ui/LibraryCallbacks.h"
 #include "ui/ManageErrorCode.h"
+#include "ui/PopupWindow.h"
 #include "ui/ReverseScreen.h"
 #include "ui/TipWindows.h"
 
@@ -99,6 +100,8 @@ void OrvixUpgrade::onDealWithCallbackException(unsigned int type) {
         // The panel's user accepted: the request ends as a success.
         if (m_screenStatus == CodeScreenRequestStatus || m_screenStatus == KLUFScreenRequestStatus) {
             emit signalScreenResult(SUCCESS, m_deviceInfo);
+        } else if (m_isFileScreen) {
+            PopupWindow::getInstance()->hide();  // the file plays
         } else if (m_screenStatus == CodeReverseRequestStatus || m_screenStatus == KLUFReverseRequestStatus) {
             emit signalReverseScreenResult(SUCCESS, m_deviceInfo);
         }
@@ -153,6 +156,7 @@ void OrvixUpgrade::onDealWithCallbackException(unsigned int type) {
 }
 
 void OrvixUpgrade::onDealwithError(unsigned int code) {
+    if (endRefusedFileCast(code)) return;
     switch (code) {
     case zv_error::WINDOW_SOURCE_ABNORMAL:
         emit signalWindowAbnormal(WindowScreenSourceAbnormal);

@@ -12,6 +12,8 @@
 #include <QStackedWidget>
 #include <QToolButton>
 
+#include <utility>
+
 #include "casting/CClientConfig.h"
 #include "casting/CManageAll.h"
 #include "casting/ErrorCodes.h"
@@ -25,6 +27,7 @@
 #include "ui/FileScreenWidget/FileScreenStackWidget.h"
 #include "ui/ManageErrorCode.h"
 #include "ui/MirkAsync.h"
+#include "ui/PopupWindow.h"
 #include "ui/RequestThreads.h"
 #include "ui/TipWindows.h"
 #include "ui_OrvixUpgrade.h"
@@ -48,6 +51,9 @@ void OrvixUpgrade::initFileScreen() {
     connect(m_fileScreenWidget, &FileScreenStackWidget::signalStopScreen, this, &OrvixUpgrade::onStopScreen);
     connect(m_fileScreenPage, &FileScreenPage::signalStopScreen, this, &OrvixUpgrade::onStopScreen);
     connect(m_connectPage, &ConnectPage::signalFileScreen, this, &OrvixUpgrade::onFileScreen);
+    connect(this, &OrvixUpgrade::signalPanelRefusalText, this, [this](const QString& text) {
+        m_panelRefusalText = text;
+    });
     // The page itself does nothing on its entry's click; the controller
     // asks for the file.
     if (auto* entry = m_connectPage->findChild<QToolButton*>(QStringLiteral("fileScreenBtn"))) {
@@ -144,6 +150,18 @@ bool OrvixUpgrade::showFileScreenPages(const QString& path) {
     m_fileScreenWidget->show();
     m_fileScreenWidget->raise();
     m_fileScreenWidget->activateWindow();
+    return true;
+}
+
+bool OrvixUpgrade::endRefusedFileCast(unsigned int code) {
+    const QString text = std::exchange(m_panelRefusalText, QString());
+    const bool refusal = code == zv_error::REQUEST_REFUSED || code == zv_error::REQUEST_DENIED;
+    if (!refusal || !m_isFileScreen || m_screenStatus != ScreeningStatus) return false;
+    ZV_LOG(INFO) << " the panel refused the file: " << text.toStdString();
+    PopupWindow::getInstance()->hide();
+    TipWindows::getInstance()->setDisplayText(ErrorLevelWarn, text.isEmpty() ? tr("The screen cannot show this file") : text,
+                                              TipWindowPlain, this, kTipTopOffset);
+    onStopScreen();
     return true;
 }
 

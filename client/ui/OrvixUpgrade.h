@@ -212,6 +212,8 @@ signals:
     void signalPeripheralShareStopCallbackMsg(unsigned int type, QString reason);
     void signalPeripheralRestartMsg(QString reason);
     void signalMainErrorCode(unsigned int code);
+    // The panel's own words for a refused request; just before its error code.
+    void signalPanelRefusalText(QString text);
     void signalCallbackException(unsigned int type);
     // Discovery.
     void signalDealWithKLUFDevice(DeviceShowInfo& info, QString operation);
@@ -327,6 +329,10 @@ private:
     // made and wired once from initUi; the end of a file cast closes them.
     void initFileScreen();
     void clearFileScreenPages();
+    // A refused file: the panel's words to the user, and the viewer closes.
+    // False when the error is not about a file cast.
+    bool endRefusedFileCast(unsigned int code);
+    QString m_panelRefusalText;  // the last refusal's text, until its error code
     FileScreenStackWidget* m_fileScreenWidget = nullptr;
     FileScreenPage* m_fileScreenPage = nullptr;
 

@@ -1,9 +1,11 @@
 #include "CastService.h"
 
 #include <QDateTime>
+#include <QPointer>
 
 #include <chrono>
 
+#include "ApprovalGate.h"
 #include "PanelService.h"
 #include "casting/Log.h"
 #include "media/ReceiverPipeline.h"
@@ -19,7 +21,6 @@ CastService::CastService(Settings settings, PanelService* panel, QObject* parent
     m_casterCheck.setInterval(1000);
     connect(&m_casterCheck, &QTimer::timeout, this, &CastService::checkCasterHeard);
     connect(m_panel, &PanelService::clientLeft, this, [this](const ClientInfo& client, const QString&) {
-        if (m_pendingClient == client.id) m_pendingClient = 0;
         if (isCasting() && m_status.client == client.id) teardown(QStringLiteral("the PC left"), false);
     });
 }
@@ -38,7 +39,7 @@ void CastService::registerHandlers() {
     d.on(E::kCastRequest, [this](const E& e, qint64 client) { onRequest(client, e.cast_request()); });
     d.on(E::kCastStop, [this](const E&, qint64 client) {
         if (fromCaster(client)) teardown(QStringLiteral("stopped by the PC"), false);
-        if (client == m_pendingClient) m_pendingClient = 0;
+        m_panel->approvals().withdraw(client, ApprovalGate::Kind::Cast);
     });
     d.on(E::kCastPause, [this](const E& e, qint64 client) { onPause(client, e.cast_pause().paused()); });
     d.on(E::kCastVoice, [this](const E& e, qint64 client) { onVoice(client, e.cast_voice().on()); });
@@ -100,30 +101,21 @@ void CastService::onRequest(qint64 client, const zv::wire::CastRequest& request)
     if (isCasting()) teardown(QStringLiteral("the PC starts anew"), false);
     // A PC let in under the "approve" rule asks the panel's user each time
     // until the user accepts it once (then it is a known PC).
-    if (m_settings.requireApproval || !m_panel->isApproved(client)) {
-        m_pendingClient = client;
-        m_pendingRequest = request;
+    const QPointer<CastService> self(this);
+    const bool known = m_panel->approvals().admit(
+        client, ApprovalGate::Kind::Cast, m_settings.requireApproval, [self, client, request](bool approved) {
+            if (self.isNull()) return;
+            if (approved) {
+                self->start(client, request);
+            } else {
+                self->refuse(client, QStringLiteral("denied"), QStringLiteral("not allowed"));
+            }
+        });
+    if (!known) {
         send(client, zv::wire::CastPending());
-        QString host;
-        for (const ClientInfo& info : m_panel->clients()) {
-            if (info.id == client) host = info.host;
-        }
-        emit approvalNeeded(client, host);
         return;
     }
     start(client, request);
-}
-
-bool CastService::answerApproval(qint64 client, bool approved) {
-    if (client != m_pendingClient || client == 0) return false;
-    m_pendingClient = 0;
-    if (!approved) {
-        refuse(client, QStringLiteral("denied"), QStringLiteral("not allowed"));
-        return true;
-    }
-    m_panel->approve(client);
-    start(client, m_pendingRequest);
-    return true;
 }
 
 void CastService::start(qint64 client, const zv::wire::CastRequest& request) {

@@ -57,8 +57,6 @@ public:
     CastService(Settings settings, PanelService* panel, QObject* parent = nullptr);
     ~CastService() override;
 
-    // The panel's user answers a pending request.
-    bool answerApproval(qint64 client, bool approved);
     // A touch or mouse action on the picture, in 0..65535 units; sent only
     // while the caster has been granted control.
     void touch(const QString& type, int x, int y);
@@ -84,7 +82,6 @@ public:
     QImage latestFrame() const;
 
 signals:
-    void approvalNeeded(qint64 client, const QString& host);
     void castStarted(const receiver::CastStatus& status);
     void castStopped(qint64 client, const QString& reason);
     // Before castStopped, when the cast ended because its PC went silent.
@@ -120,9 +117,7 @@ private:
     std::unique_ptr<zv::media::ReceiverPipeline> m_pipeline;
     CastStatus m_status;
     bool m_controlGranted = false;
-    qint64 m_pendingClient = 0;
     quint32 m_nextCastId = 1;
-    zv::wire::CastRequest m_pendingRequest;
     QTimer m_casterCheck;           // every second while casting
     QElapsedTimer m_mediaHeard;     // since media last arrived (or the cast began)
     quint64 m_bytesAtLastStats = 0;

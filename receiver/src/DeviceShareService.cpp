@@ -1,5 +1,8 @@
 #include "DeviceShareService.h"
 
+#include <QPointer>
+
+#include "ApprovalGate.h"
 #include "PanelService.h"
 #include "casting/Log.h"
 #include "media/VirtualCamera.h"
@@ -15,6 +18,7 @@ DeviceShareService::DeviceShareService(Settings settings, PanelService* panel, Q
     zv::MessageDispatcher<qint64>& d = m_panel->dispatcher();
     d.on(E::kDeviceRequest, [this](const E& e, qint64 client) { onRequest(client, e.device_request()); });
     d.on(E::kDeviceStop, [this](const E&, qint64 client) {
+        m_panel->approvals().withdraw(client, ApprovalGate::Kind::Devices);
         if (client == m_client) teardown(QStringLiteral("stopped by the PC"), false);
     });
     connect(m_panel, &PanelService::clientLeft, this, [this](const ClientInfo& client, const QString&) {
@@ -38,11 +42,24 @@ void DeviceShareService::onRequest(qint64 client, const zv::wire::DeviceRequest&
         refuse(client, QStringLiteral("nonsupport"), QStringLiteral("this panel does not share its camera or microphone"));
         return;
     }
-    if (m_settings.requireApproval || !m_panel->isApproved(client)) {
-        refuse(client, QStringLiteral("denied"),
-               QStringLiteral("the panel has not allowed this PC yet: cast to it once and have it accepted"));
+    const QPointer<DeviceShareService> self(this);
+    const bool known = m_panel->approvals().admit(
+        client, ApprovalGate::Kind::Devices, m_settings.requireApproval, [self, client, request](bool approved) {
+            if (self.isNull()) return;
+            if (approved) {
+                self->begin(client, request);
+            } else {
+                self->refuse(client, QStringLiteral("denied"), QStringLiteral("the panel's user did not allow it"));
+            }
+        });
+    if (!known) {
+        m_panel->sendToClient(client, zv::wrap(zv::wire::DevicePending()));
         return;
     }
+    begin(client, request);
+}
+
+void DeviceShareService::begin(qint64 client, const zv::wire::DeviceRequest& request) {
     if (isSharing() && m_client != client) {
         refuse(client, QStringLiteral("busy"), QStringLiteral("another PC is using this panel's microphone"));
         return;

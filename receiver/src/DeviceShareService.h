@@ -47,6 +47,8 @@ signals:
 
 private:
     void onRequest(qint64 client, const zv::wire::DeviceRequest& request);
+    // The PC may use the devices: start them.
+    void begin(qint64 client, const zv::wire::DeviceRequest& request);
     void refuse(qint64 client, const QString& reason, const QString& text);
     void teardown(const QString& reason, bool tellClient);
 

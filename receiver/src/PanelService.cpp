@@ -4,6 +4,7 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include "ApprovalGate.h"
 #include "CodeKeeper.h"
 #include "casting/Log.h"
 #include "casting/SessionRecords.h"
@@ -23,7 +24,8 @@ PanelService::PanelService(Settings settings, const QSslKey& key, const QSslCert
       m_server(new zv::TlsServer(key, certificate, this)),
       m_budget(codes->isFixed()),
       m_known(m_settings.knownDevicesPath),
-      m_sweep(new QTimer(this)) {
+      m_sweep(new QTimer(this)),
+      m_approvals(new ApprovalGate(this, this)) {
     if (m_settings.protocolMajor < 0) m_settings.protocolMajor = zv::kProtocolMajor;
     if (m_settings.protocolMinor < 0) m_settings.protocolMinor = zv::kProtocolMinor;
     using E = zv::wire::Envelope;
@@ -113,9 +115,8 @@ zv::wire::Envelope PanelService::welcomeFor(const Session& session, zv::MessageC
     panel.set_height(m_settings.screenHeight);
     panel.set_device_type(CLIENT_DEVICE_PANEL);
     panel.set_software(m_settings.software.toStdString());
-    // What the panel can do grows with the casting parts; none is offered yet.
     zv::wire::PanelCaps& caps = *welcome.mutable_caps();
-    caps.set_bits(0);
+    caps.set_bits(m_settings.capabilities);
     caps.set_max_clients(m_settings.maxClients);
     caps.set_max_width(m_settings.screenWidth);
     caps.set_max_height(m_settings.screenHeight);

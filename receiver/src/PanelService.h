@@ -45,6 +45,8 @@ struct ClientInfo {
     bool approved = true;  // false: each cast waits for the panel's user
 };
 
+class ApprovalGate;
+
 class PanelService : public QObject {
     Q_OBJECT
 public:
@@ -69,6 +71,7 @@ public:
         int protocolMinor = -1;  // -1: this build's
         int screenWidth = 0;
         int screenHeight = 0;
+        uint32_t capabilities = 0;  // BusinessCap bits: what this panel offers
     };
 
     static constexpr int kHelloTimeoutMs = 5000;
@@ -101,6 +104,9 @@ public:
     // The panel's user accepted client id: its session is approved and its
     // PC known from now on.
     void approve(qint64 id);
+    // Asks the panel's user before an unknown PC casts, shares, plays a file
+    // or borrows the camera.
+    ApprovalGate& approvals() { return *m_approvals; }
     const KnownDevices& knownDevices() const { return m_known; }
     const TryBudget& tryBudget() const { return m_budget; }
     // The address a client's control connection comes from (for media).
@@ -169,6 +175,7 @@ private:
     QHash<QString, QElapsedTimer> m_removedTokens;
     qint64 m_nextId = 1;
     QTimer* m_sweep;
+    ApprovalGate* m_approvals;  // a child of this service
     zv::MessageDispatcher<zv::MessageChannel*> m_greeting{QStringLiteral("panel, before hello")};
     zv::MessageDispatcher<qint64> m_dispatch{QStringLiteral("panel")};
 };

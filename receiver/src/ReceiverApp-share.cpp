@@ -1,8 +1,6 @@
 // The receiver's reverse screen: ShareService's status lines, approval,
 // the "home" action and the share commands on standard input.
 #include <QGuiApplication>
-#include <QMessageBox>
-#include <QPushButton>
 #include <QScreen>
 
 #include "IdleScreen.h"
@@ -45,22 +43,6 @@ void ReceiverApp::startSharing() {
         StatusPrinter::print(QStringLiteral("share-key-frame"), {{QStringLiteral("client"), client}});
     });
     connect(m_share, &ShareService::homeRequested, this, &ReceiverApp::showHome);
-    connect(m_share, &ShareService::approvalNeeded, this, [this](qint64 client, const QString& host) {
-        StatusPrinter::print(QStringLiteral("approval-needed"), {{QStringLiteral("client"), client},
-                                                                 {QStringLiteral("host"), host},
-                                                                 {QStringLiteral("kind"), QStringLiteral("share")}});
-        if (m_options.headless) return;  // answered by the "approve" command
-        auto* box = new QMessageBox(QMessageBox::Question, QStringLiteral("Zelvanor"),
-                                    tr("%1 wants to see this screen.").arg(host), QMessageBox::NoButton,
-                                    m_screen.get());
-        QPushButton* allow = box->addButton(tr("Allow"), QMessageBox::AcceptRole);
-        box->addButton(tr("Deny"), QMessageBox::RejectRole);
-        box->setAttribute(Qt::WA_DeleteOnClose);
-        connect(box, &QMessageBox::finished, this, [this, box, allow, client] {
-            m_share->answerApproval(client, box->clickedButton() == static_cast<QAbstractButton*>(allow));
-        });
-        box->open();
-    });
 }
 
 // "home" from a PC: the receiver's own home, the idle screen, comes to the
@@ -74,11 +56,7 @@ void ReceiverApp::showHome() {
     m_screen->activateWindow();
 }
 
-bool ReceiverApp::onShareCommand(const QString& name, const QJsonObject& command) {
-    if (name == QLatin1String("approve")) {
-        const qint64 id = command.value(QStringLiteral("client")).toVariant().toLongLong();
-        return m_share->answerApproval(id, command.value(QStringLiteral("approved")).toBool(true));
-    }
+bool ReceiverApp::onShareCommand(const QString& name) {
     if (name == QLatin1String("stop-share")) {
         m_share->stopShare(QStringLiteral("stopped on the panel"));
         return true;

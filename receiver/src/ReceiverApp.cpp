@@ -11,6 +11,7 @@
 #include <QJsonObject>
 #include <QStandardPaths>
 
+#include <gst/gst.h>
 #include <unistd.h>
 
 #include "CastService.h"
@@ -23,6 +24,7 @@
 #include "StatusPrinter.h"
 #include "casting/Log.h"
 #include "casting/McUtil.h"
+#include "casting/SessionRecords.h"
 #include "discovery/AvahiRuntime.h"
 #include "file/FileCastService.h"
 #include "file/FileView.h"
@@ -109,6 +111,7 @@ bool ReceiverApp::start(QString* error) {
     settings.knownDevicesPath = identityFolder + QStringLiteral("/known-devices");
     settings.protocolMajor = m_options.protocolMajor;
     settings.protocolMinor = m_options.protocolMinor;
+    settings.capabilities = capabilities();
     m_service = new PanelService(settings, identity->privateKey, identity->certificate, identity->keyId, m_codes);
     if (!m_service->start(error)) {
         *error = QStringLiteral("cannot listen on port %1: %2").arg(m_options.port).arg(*error);
@@ -338,7 +341,7 @@ void ReceiverApp::startCasting() {
     connect(m_cast, &CastService::controlChanged, this, [](bool granted) {
         StatusPrinter::print(QStringLiteral("control"), {{QStringLiteral("granted"), granted}});
     });
-    connect(m_cast, &CastService::approvalNeeded, this, &ReceiverApp::askApproval);
+    connect(&m_service->approvals(), &ApprovalGate::approvalNeeded, this, &ReceiverApp::askApproval);
     if (m_options.headless) return;
 
     m_view = std::make_unique<zv::media::VideoView>();
@@ -359,18 +362,43 @@ void ReceiverApp::startCasting() {
     connect(view, &zv::media::VideoView::pointerAction, m_cast, &CastService::touch);
 }
 
-void ReceiverApp::askApproval(qint64 client, const QString& host) {
-    StatusPrinter::print(QStringLiteral("approval-needed"),
-                         {{QStringLiteral("client"), client}, {QStringLiteral("host"), host}});
+// What this panel offers to PCs, announced when they log in: everything it
+// has the parts for.
+uint32_t ReceiverApp::capabilities() const {
+    using Cap = BusinessCap;
+    uint32_t bits = Cap::CAP_SCREEN_CAST | Cap::CAP_WINDOW_CAST | Cap::CAP_FILE_CAST | Cap::CAP_REVERSE_SCREEN |
+                    Cap::CAP_AUDIO | Cap::CAP_TRANSPORT_UDP | Cap::CAP_TRANSPORT_TCP;
+    if (!m_options.viewOnly) bits |= Cap::CAP_REVERSE_CONTROL;
+    if (zv::media::ensureGstInitialized().empty()) {
+        if (GstElementFactory* srt = gst_element_factory_find("srtsrc")) {
+            bits |= Cap::CAP_TRANSPORT_BRX;
+            gst_object_unref(srt);
+        }
+    }
+    return bits;
+}
+
+void ReceiverApp::askApproval(qint64 client, const QString& host, ApprovalGate::Kind kind) {
+    StatusPrinter::print(QStringLiteral("approval-needed"), {{QStringLiteral("client"), client},
+                                                             {QStringLiteral("host"), host},
+                                                             {QStringLiteral("kind"), ApprovalGate::kindName(kind)}});
     if (m_options.headless) return;  // answered by the "approve" command
-    auto* box = new QMessageBox(QMessageBox::Question, QStringLiteral("Zelvanor"),
-                                tr("%1 wants to show its screen here.").arg(host), QMessageBox::NoButton,
+    QString question;
+    switch (kind) {
+        case ApprovalGate::Kind::Cast: question = tr("%1 wants to show its screen here.").arg(host); break;
+        case ApprovalGate::Kind::Share: question = tr("%1 wants to see this screen.").arg(host); break;
+        case ApprovalGate::Kind::File: question = tr("%1 wants to show a file here.").arg(host); break;
+        case ApprovalGate::Kind::Devices:
+            question = tr("%1 wants to use this panel's camera and microphone.").arg(host);
+            break;
+    }
+    auto* box = new QMessageBox(QMessageBox::Question, QStringLiteral("Zelvanor"), question, QMessageBox::NoButton,
                                 m_screen.get());
     QPushButton* allow = box->addButton(tr("Allow"), QMessageBox::AcceptRole);
     box->addButton(tr("Deny"), QMessageBox::RejectRole);
     box->setAttribute(Qt::WA_DeleteOnClose);
     connect(box, &QMessageBox::finished, this, [this, box, allow, client] {
-        m_cast->answerApproval(client, box->clickedButton() == static_cast<QAbstractButton*>(allow));
+        m_service->approvals().answer(client, box->clickedButton() == static_cast<QAbstractButton*>(allow));
     });
     box->open();
 }
@@ -401,7 +429,7 @@ void ReceiverApp::onCommand(const QByteArray& line) {
     QJsonParseError parseError{};
     const QJsonObject command = QJsonDocument::fromJson(line, &parseError).object();
     const QString name = command.value(QStringLiteral("cmd")).toString();
-    if (onShareCommand(name, command)) return;
+    if (onShareCommand(name)) return;
     if (name == QLatin1String("remove")) {
         const qint64 id = command.value(QStringLiteral("client")).toVariant().toLongLong();
         if (!m_service->removeClient(id)) {
@@ -410,7 +438,7 @@ void ReceiverApp::onCommand(const QByteArray& line) {
         }
     } else if (name == QLatin1String("approve")) {
         const qint64 id = command.value(QStringLiteral("client")).toVariant().toLongLong();
-        if (!m_cast->answerApproval(id, command.value(QStringLiteral("approved")).toBool(true))) {
+        if (!m_service->approvals().answer(id, command.value(QStringLiteral("approved")).toBool(true))) {
             StatusPrinter::print(QStringLiteral("command-failed"),
                                  {{QStringLiteral("cmd"), name}, {QStringLiteral("reason"), QStringLiteral("nothing to approve")}});
         }

@@ -12,6 +12,7 @@
 
 class QJsonObject;
 
+#include "ApprovalGate.h"
 #include "ReceiverOptions.h"
 
 namespace zv {
@@ -54,10 +55,11 @@ private:
     void onCommand(const QByteArray& line);
     void showScreen();
     void startCasting();
-    void askApproval(qint64 client, const QString& host);
+    void askApproval(qint64 client, const QString& host, ApprovalGate::Kind kind);
+    uint32_t capabilities() const;
     // Reverse screen (ReceiverApp-share.cpp).
     void startSharing();
-    bool onShareCommand(const QString& name, const QJsonObject& command);
+    bool onShareCommand(const QString& name);
     void showHome();
     // File casting (ReceiverApp-file.cpp): the service, its view and status lines.
     void startFileCasting();

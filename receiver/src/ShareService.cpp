@@ -1,5 +1,8 @@
 #include "ShareService.h"
 
+#include <QPointer>
+
+#include "ApprovalGate.h"
 #include "PanelInput.h"
 #include "PanelService.h"
 #include "casting/Log.h"
@@ -29,7 +32,6 @@ ShareService::ShareService(Settings settings, PanelService* panel, QObject* pare
     : QObject(parent), m_settings(std::move(settings)), m_panel(panel) {
     registerHandlers();
     connect(m_panel, &PanelService::clientLeft, this, [this](const ClientInfo& client, const QString&) {
-        if (m_pendingClient == client.id) m_pendingClient = 0;
         if (m_client == client.id) teardown(QStringLiteral("the PC left"), false);
     });
 }
@@ -41,7 +43,7 @@ void ShareService::registerHandlers() {
     zv::MessageDispatcher<qint64>& d = m_panel->dispatcher();
     d.on(E::kShareRequest, [this](const E& e, qint64 client) { onRequest(client, e.share_request()); });
     d.on(E::kShareStop, [this](const E&, qint64 client) {
-        if (client == m_pendingClient) m_pendingClient = 0;
+        m_panel->approvals().withdraw(client, ApprovalGate::Kind::Share);
         if (client == m_client) teardown(QStringLiteral("stopped by the PC"), false);
     });
     d.on(E::kShareKeyFrame, [this](const E&, qint64 client) {
@@ -94,26 +96,21 @@ void ShareService::onRequest(qint64 client, const zv::wire::ShareRequest& reques
         refuse(client, QStringLiteral("nonsupport"), QStringLiteral("ports out of range"));
         return;
     }
-    if (m_settings.requireApproval || !m_panel->isApproved(client)) {
-        m_pendingClient = client;
-        m_pendingRequest = request;
+    const QPointer<ShareService> self(this);
+    const bool known = m_panel->approvals().admit(
+        client, ApprovalGate::Kind::Share, m_settings.requireApproval, [self, client, request](bool approved) {
+            if (self.isNull()) return;
+            if (approved) {
+                self->start(client, request);
+            } else {
+                self->refuse(client, QStringLiteral("denied"), QStringLiteral("not allowed"));
+            }
+        });
+    if (!known) {
         send(client, zv::wire::SharePending());
-        emit approvalNeeded(client, hostOf(client));
         return;
     }
     start(client, request);
-}
-
-bool ShareService::answerApproval(qint64 client, bool approved) {
-    if (client == 0 || client != m_pendingClient) return false;
-    m_pendingClient = 0;
-    if (!approved) {
-        refuse(client, QStringLiteral("denied"), QStringLiteral("not allowed"));
-        return true;
-    }
-    m_panel->approve(client);
-    start(client, m_pendingRequest);
-    return true;
 }
 
 void ShareService::start(qint64 client, const zv::wire::ShareRequest& request) {

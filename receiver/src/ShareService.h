@@ -40,13 +40,11 @@ public:
     ShareService(Settings settings, PanelService* panel, QObject* parent = nullptr);
     ~ShareService() override;
 
-    bool answerApproval(qint64 client, bool approved);
     void stopShare(const QString& reason);
     bool isSharing() const { return m_sender != nullptr; }
     qint64 sharingClient() const { return m_client; }
 
 signals:
-    void approvalNeeded(qint64 client, const QString& host);
     void shareStarted(qint64 client, int width, int height, const QString& encoder);
     void shareStopped(qint64 client, const QString& reason);
     void controlChanged(qint64 client, bool granted, const QString& holder);
@@ -72,8 +70,6 @@ private:
     std::unique_ptr<zv::media::SenderPipeline> m_sender;
     qint64 m_client = 0;
     qint64 m_controlHolder = 0;  // the PC that operates the panel
-    qint64 m_pendingClient = 0;
-    zv::wire::ShareRequest m_pendingRequest;
     quint32 m_nextShareId = kFirstShareId;
 };
 

@@ -7,6 +7,7 @@
 
 #include <QColor>
 #include <QImage>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QPainter>
 
@@ -82,8 +83,8 @@ protected:
     }
 
     // The receiver full screen on the test's X server.
-    void startReceiver() {
-        std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-receiver"), "--no-discovery", "--access", "open"};
+    void startReceiver(const std::string& access = "open") {
+        std::vector<std::string> argv = {zvtest::builtProgram("zelvanor-receiver"), "--no-discovery", "--access", access};
         receiver = std::make_unique<ChildProcess>(on(net.a, "panel", argv), ChildProcess::Output::Capture,
                                                   ChildProcess::Input::Pipe);
         ASSERT_FALSE(receiver->waitForLine(statusEvent("ready"), 20s).empty());
@@ -301,6 +302,51 @@ TEST_F(FileNetns, AFileDeletedWhileItPlaysEndsTheCastWithANotice) {
     const std::string ended = cli->waitForLine(statusEvent("exception", "type", 32792), 5s);
     EXPECT_NE(ended.find("was deleted while it played"), std::string::npos) << ended;
     EXPECT_FALSE(receiver->waitForLine(statusEvent("file-stopped", "reason", "vanished"), 5s).empty());
+    EXPECT_TRUE(cli->waitFinished(10s));
+}
+
+// Under the "approve" rule an unknown PC's file waits for the panel's user:
+// refused, the PC hears the panel's words; allowed, it plays, and the PC is
+// known from then on.
+TEST_F(FileNetns, AnUnknownPcsFileWaitsForThePanelsUser) {
+    const std::string png = makePicture("png");
+    startReceiver("approve");
+    auto ask = [&] {
+        const QJsonObject asked = jsonLine(receiver->waitForLine(statusEvent("approval-needed", "kind", "file"), 20s));
+        EXPECT_FALSE(asked.isEmpty());
+        return asked.value("client").toVariant().toLongLong();
+    };
+    auto answer = [&](qint64 client, bool approved) {
+        receiver->writeLine(QJsonDocument(QJsonObject{{"cmd", "approve"}, {"client", client}, {"approved", approved}})
+                                .toJson(QJsonDocument::Compact).toStdString());
+    };
+
+    startFile(png);
+    // The panel announces that it plays files.
+    qint64 caps = 0;
+    for (const std::string& line : cli->lines()) {
+        if (statusEvent("login")(line)) caps = jsonLine(line).value("caps").toVariant().toLongLong();
+    }
+    EXPECT_NE(caps & (1 << 2), 0);  // the file-cast bit
+    EXPECT_FALSE(cli->waitForLine(statusEvent("error", "code", "0xF3200003"), 20s).empty());  // waiting popup
+    answer(ask(), false);
+    const std::string told = cli->waitForLine(statusEvent("exception", "type", 32797), 10s);
+    EXPECT_NE(told.find("not allowed this PC to show files"), std::string::npos) << told;
+    EXPECT_TRUE(cli->waitFinished(10s));
+
+    startFile(png);
+    answer(ask(), true);
+    ASSERT_FALSE(receiver->waitForLine(statusEvent("file-playing"), 20s).empty());
+    cli->closeInput();
+    EXPECT_TRUE(cli->waitFinished(10s));
+
+    // Known now: the next file plays without a question.
+    startFile(png);
+    ASSERT_FALSE(receiver->waitForLine(statusEvent("file-playing"), 20s).empty());
+    int questions = 0;
+    for (const std::string& line : receiver->lines()) questions += line.find("approval-needed") != std::string::npos;
+    EXPECT_EQ(questions, 2);
+    cli->closeInput();
     EXPECT_TRUE(cli->waitFinished(10s));
 }
 

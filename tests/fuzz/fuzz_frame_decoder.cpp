@@ -80,7 +80,8 @@ struct Readers {
                               std::make_shared<zv::KnownPanels>(QStringLiteral("/nonexistent/known-panels"))};
     zv::CastSession cast{&session, [](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&) {},
                          [](uint32_t) {}};
-    zv::FileCastSession fileCast{&session, [](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&) {}};
+    zv::FileCastSession fileCast{&session, [](tagNotifyExceptionType_, const std::function<void(tagNotifyExceptionParams_&)>&) {},
+                                 [](uint32_t) {}};
     receiver::CodeKeeper codes{0x0a000001, QString::fromLatin1(kPanelCode), 0};
     receiver::PanelService panel{panelSettings(), QSslKey(), QSslCertificate(), QStringLiteral("0123456789abcdef"),
                                  &codes};
@@ -299,7 +300,8 @@ int main(int argc, char** argv) {
     zv::wire::DeviceRefused refusedDevices;
     refusedDevices.set_reason("nonsupport");
     for (const QByteArray& sample : {framed(devices), framed(lent), framed(refusedDevices),
-                                     framed(zv::wire::DeviceStop())}) {
+                                     framed(zv::wire::DeviceStop()), framed(zv::wire::DevicePending()),
+                                     framed(zv::wire::FilePending())}) {
         samples.push_back(sample);
     }
     return zv_fuzz::runStandalone("fuzz_frame_decoder", argc, argv, samples, 20000, 2000);

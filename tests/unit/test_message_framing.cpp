@@ -306,6 +306,9 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     e.mutable_file_end()->set_reason(wire::FileEnd::REASON_VANISHED);
     e.mutable_file_end()->set_text("clip.mp4 was deleted while it played");
     out.push_back(e);
+    e.Clear();
+    e.mutable_file_pending()->set_file_id(3);
+    out.push_back(e);
 
     // Camera and microphone sharing.
     e.Clear();
@@ -324,6 +327,9 @@ std::vector<wire::Envelope> sampleEnvelopes() {
     out.push_back(e);
     e.Clear();
     e.mutable_device_stop()->set_reason("stopped");
+    out.push_back(e);
+    e.Clear();
+    e.mutable_device_pending();
     out.push_back(e);
 
     for (wire::Envelope& envelope : out) envelope.set_version(kProtocolMajor);

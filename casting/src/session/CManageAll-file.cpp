@@ -5,6 +5,8 @@
 
 #include <QString>
 
+#include <optional>
+
 #include "casting/ErrorCodes.h"
 #include "casting/Log.h"
 #include "casting/McUtil.h"
@@ -36,8 +38,22 @@ namespace zv {
 // miracastResq with VIDEO_SOURCE_FILE: no screen media, only the session;
 // the file follows with setCastFile.
 long fileCastRequest(LibraryCore& core) {
-    const auto loggedIn = core.io().call([&core] { return core.session().isLoggedIn(); }, kCallTimeout);
-    if (loggedIn && *loggedIn) return SUCCESS;
+    // Bits of 0: a panel of before the capabilities were announced; it is asked anyway.
+    const auto caps = core.io().call(
+        [&core]() -> std::optional<int64_t> {
+            if (!core.session().isLoggedIn()) return std::nullopt;
+            return core.session().welcome().caps().bits();
+        },
+        kCallTimeout);
+    if (caps && *caps) {
+        const int64_t bits = **caps;
+        if (bits != 0 && (bits & BusinessCap::CAP_FILE_CAST) == 0) {
+            ZV_LOG(WARNING) << " the panel does not play files";
+            core.reportError(zv_error::REQUEST_REFUSED);
+            return FAIL;
+        }
+        return SUCCESS;
+    }
     ZV_LOG(WARNING) << " file cast asked for without a session";
     core.reportError(zv_error::CONNECT_FAILED);
     return FAIL;

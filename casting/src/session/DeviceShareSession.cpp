@@ -30,6 +30,11 @@ DeviceShareSession::DeviceShareSession(ClientSession* session, QObject* parent)
     using E = wire::Envelope;
     MessageDispatcher<>& d = m_session->dispatcher();
     d.on(E::kDeviceAccepted, [this](const E& e) { onAccepted(e.device_accepted()); });
+    d.on(E::kDevicePending, [this](const E&) {
+        if (m_state != State::Asking) return;
+        ZV_LOG(INFO) << " the panel asks its user about our device request";
+        m_answerTimeout.start(kPanelUserTimeoutMs);
+    });
     d.on(E::kDeviceRefused, [this](const E& e) {
         if (m_state != State::Asking) return;
         fail(QString::fromStdString(e.device_refused().reason()), QString::fromStdString(e.device_refused().text()));

@@ -39,6 +39,8 @@ public:
     using Done = std::function<void(const Outcome&)>;
 
     static constexpr int kAnswerTimeoutMs = 8000;
+    // Once the panel asks its user: a person decides.
+    static constexpr int kPanelUserTimeoutMs = 120000;
 
     explicit DeviceShareSession(ClientSession* session, QObject* parent = nullptr);
     ~DeviceShareSession() override;

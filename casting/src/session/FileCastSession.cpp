@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "casting/ErrorCodes.h"
 #include "casting/Log.h"
 #include "protocol/WireCodec.h"
 #include "session/ClientSession.h"
@@ -31,8 +32,8 @@ int clampMs(int64_t ms) { return static_cast<int>(std::clamp<int64_t>(ms, -1, IN
 
 }  // namespace
 
-FileCastSession::FileCastSession(ClientSession* session, Raise raise, QObject* parent)
-    : QObject(parent), m_session(session), m_raise(std::move(raise)) {
+FileCastSession::FileCastSession(ClientSession* session, Raise raise, ReportError reportError, QObject* parent)
+    : QObject(parent), m_session(session), m_raise(std::move(raise)), m_reportError(std::move(reportError)) {
     registerHandlers();
     m_watch.setInterval(kWatchIntervalMs);
     connect(&m_watch, &QTimer::timeout, this, [this] {
@@ -53,6 +54,7 @@ void FileCastSession::registerHandlers() {
     MessageDispatcher<>& d = m_session->dispatcher();
     d.on(E::kFileAccepted, [this](const E& e) { onAccepted(e.file_accepted()); });
     d.on(E::kFileRefused, [this](const E& e) { onRefused(e.file_refused()); });
+    d.on(E::kFilePending, [this](const E& e) { onPending(e.file_pending()); });
     d.on(E::kFileRead, [this](const E& e) { onRead(e.file_read()); });
     d.on(E::kFileInfo, [this](const E& e) { onInfo(e.file_info()); });
     d.on(E::kFileEnd, [this](const E& e) { onEnd(e.file_end()); });
@@ -103,6 +105,7 @@ void FileCastSession::stop(const QString& reason) {
 }
 
 void FileCastSession::finish(CastFileState state) {
+    m_waitingForPanelUser = false;
     m_watch.stop();
     m_source.close();
     m_fileId = 0;
@@ -120,8 +123,19 @@ void FileCastSession::vanished(const QString& why) {
     m_raise(NOTIFY_SCREEN_CAST_ENDED, [&](tagNotifyExceptionParams_& p) { copyReason(p, why); });
 }
 
+void FileCastSession::onPending(const wire::FilePending& pending) {
+    if (pending.file_id() != m_fileId || !isActive()) return;
+    ZV_LOG(INFO) << " the panel asks its user about file " << pending.file_id();
+    m_waitingForPanelUser = true;
+    m_reportError(zv_error::WAIT_AUTHORIZATION);
+}
+
 void FileCastSession::onAccepted(const wire::FileAccepted& accepted) {
     if (accepted.file_id() != m_fileId || !isActive()) return;
+    if (m_waitingForPanelUser) {
+        m_waitingForPanelUser = false;
+        m_raise(NOTIFY_AUTHORIZATION_GRANTED, nullptr);
+    }
     ZV_LOG(INFO) << " the panel plays file " << accepted.file_id() << " (" << accepted.width() << "x"
                  << accepted.height() << ", " << accepted.duration_ms() << " ms)";
     setInfo([&](Info& info) {

@@ -41,7 +41,9 @@ public:
         uint64_t generation = 0;  // counts answers of the panel
     };
 
-    FileCastSession(ClientSession* session, Raise raise, QObject* parent = nullptr);
+    using ReportError = std::function<void(uint32_t code)>;
+
+    FileCastSession(ClientSession* session, Raise raise, ReportError reportError, QObject* parent = nullptr);
     ~FileCastSession() override;
 
     // Sends the file to the panel in place of the one it shows; false and
@@ -73,6 +75,7 @@ private:
     void send(const google::protobuf::Message& body);
     void onAccepted(const wire::FileAccepted& accepted);
     void onRefused(const wire::FileRefused& refused);
+    void onPending(const wire::FilePending& pending);
     void onRead(const wire::FileRead& read);
     void onInfo(const wire::FileInfo& info);
     void onEnd(const wire::FileEnd& end);
@@ -82,6 +85,8 @@ private:
 
     ClientSession* m_session;
     Raise m_raise;
+    ReportError m_reportError;
+    bool m_waitingForPanelUser = false;  // the panel asks its user about this PC
     FileSource m_source;
     uint32_t m_fileId = 0;      // the file the panel plays now; 0: none
     uint32_t m_nextFileId = 1;

@@ -65,7 +65,7 @@ void LibraryCore::startIoLocked() {
             auto* cast = new CastSession(session, events.exception, reportError, context);
             auto* watchdog = new Watchdog(session, cast, context);
             auto* share = new ShareSession(session, events.exception, context);
-            auto* fileCast = new FileCastSession(session, events.exception, context);
+            auto* fileCast = new FileCastSession(session, events.exception, reportError, context);
             return std::make_tuple(session, cast, watchdog, share, fileCast);
         },
         std::chrono::seconds(10));

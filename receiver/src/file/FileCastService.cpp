@@ -2,9 +2,11 @@
 
 #include <QBuffer>
 #include <QImageReader>
+#include <QPointer>
 
 #include <chrono>
 
+#include "ApprovalGate.h"
 #include "PanelService.h"
 #include "casting/Log.h"
 #include "file/FileFeed.h"
@@ -108,6 +110,7 @@ void FileCastService::registerHandlers() {
         if (fromCaster(client, e.file_info_request().file_id())) sendInfo();
     });
     d.on(E::kFileEnd, [this](const E& e, qint64 client) {
+        m_panel->approvals().withdraw(client, ApprovalGate::Kind::File);  // it stopped while waiting
         if (!fromCaster(client, e.file_end().file_id())) return;
         const QString text = QString::fromStdString(e.file_end().text());
         const QString reason = e.file_end().reason() == zv::wire::FileEnd::REASON_VANISHED ? QStringLiteral("vanished")
@@ -137,8 +140,23 @@ void FileCastService::onStart(qint64 client, const zv::wire::FileStart& start) {
         refuse(client, start.file_id(), name, QStringLiteral("busy"), tr("Another PC is showing a file on this panel."));
         return;
     }
-    if (!m_panel->isApproved(client)) {
-        refuse(client, start.file_id(), name, QStringLiteral("denied"), tr("This panel's user has not allowed this PC to cast."));
+    // A PC the panel does not know yet waits for the panel's user; the
+    // file is looked at again once they allow it.
+    const QPointer<FileCastService> self(this);
+    const bool known = m_panel->approvals().admit(
+        client, ApprovalGate::Kind::File, false, [self, client, start, name](bool approved) {
+            if (self.isNull()) return;
+            if (approved) {
+                self->onStart(client, start);
+            } else {
+                self->refuse(client, start.file_id(), name, QStringLiteral("denied"),
+                             tr("This panel's user has not allowed this PC to show files."));
+            }
+        });
+    if (!known) {
+        zv::wire::FilePending pending;
+        pending.set_file_id(start.file_id());
+        m_panel->sendToClient(client, zv::wrap(pending));
         return;
     }
     if (start.size() == 0) {
