@@ -146,6 +146,16 @@ int main(int argc, char** argv) {
         return 1;
     }
     Painter painter(x.display());
+    // Reads what the programs print until the given time: a pipe nobody reads
+    // fills up in minutes and blocks the writer (the receiver then misses
+    // its heartbeats, which would end the cast, not measure it).
+    const auto never = [](const std::string&) { return false; };
+    auto readOutputUntil = [&](std::chrono::steady_clock::time_point until, ChildProcess& sender) {
+        while (std::chrono::steady_clock::now() < until) {
+            sender.waitForLine(never, 100ms);
+            receiver.waitForLine(never, 100ms);
+        }
+    };
 
     // One long cast.
     const int castSeconds = static_cast<int>(minutes * 60);
@@ -163,7 +173,7 @@ int main(int argc, char** argv) {
         }
         const auto start = std::chrono::steady_clock::now();
         for (int at = 0;; at += every) {
-            std::this_thread::sleep_until(start + std::chrono::seconds(at));
+            readOutputUntil(start + std::chrono::seconds(at), sender);
             char when[32];
             std::snprintf(when, sizeof when, "%.1f", at / 60.0);
             printRow(when, usageOf(sender.pid()), usageOf(receiver.pid()));
@@ -197,6 +207,7 @@ int main(int argc, char** argv) {
                 std::fprintf(stderr, "bench_soak: cycle %d did not finish\n", n);
                 return 1;
             }
+            receiver.waitForLine(never, 20ms);
             if (samples.count(n)) printRow(std::to_string(n), usageOf(sender.pid()), usageOf(receiver.pid()));
         }
         sender.waitFinished(20s);
