@@ -8,6 +8,9 @@
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 
+#include <QJsonDocument>
+#include <QJsonObject>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -287,4 +290,19 @@ TEST_F(ByomNetns, RefusalsSayWhy) {
     const QJsonObject camera = failure({"--camera", "--seconds", "5"});
     EXPECT_EQ(textField(camera, "reason"), "notsupported");
     EXPECT_EQ(textField(camera, "text").rfind("not supported: this PC cannot host a virtual camera", 0), 0u);
+}
+
+// Under the "approve" rule the panel's user decides whether an unknown PC
+// may borrow the devices; the PC waits meanwhile and hears the refusal.
+TEST_F(ByomNetns, AnUnknownPcWaitsForThePanelsUser) {
+    startReceiver({"--access", "approve"});
+    auto tool = byom({"--microphone", "--seconds", "5"});
+    const QJsonObject asked = jsonLine(receiver->waitForLine(statusEvent("approval-needed", "kind", "devices"), 30s));
+    ASSERT_FALSE(asked.isEmpty());
+    const QJsonObject no{{"cmd", "approve"}, {"client", asked.value("client")}, {"approved", false}};
+    receiver->writeLine(QJsonDocument(no).toJson(QJsonDocument::Compact).toStdString());
+    const QJsonObject line = jsonLine(tool->waitForLine(statusEvent("byom", "result", "failed"), 30s));
+    EXPECT_EQ(textField(line, "reason"), "denied");
+    EXPECT_TRUE(tool->waitFinished(10s));
+    EXPECT_FALSE(hasSource("zelvanor_mic.monitor"));
 }
