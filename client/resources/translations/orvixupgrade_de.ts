@@ -809,6 +809,10 @@
         <source>Diagnostic bundle not saved</source>
         <translation type="unfinished"></translation>
     </message>
+    <message>
+        <source>The screen cannot show this file</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 <context>
     <name>qorquicomponents::PopupWindow</name>

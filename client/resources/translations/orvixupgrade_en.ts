@@ -13,23 +13,23 @@
     </message>
     <message>
         <source>Start Connect</source>
-        <translation>Start Connect</translation>
+        <translation>Connect</translation>
     </message>
     <message>
         <source>Mirror Screen</source>
-        <translation>Mirror Screen</translation>
+        <translation>Mirror</translation>
     </message>
     <message>
         <source>Expand Screen</source>
-        <translation>Expand Screen</translation>
+        <translation>Extend</translation>
     </message>
     <message>
         <source>Window Screen</source>
-        <translation>Window Screen</translation>
+        <translation>Window</translation>
     </message>
     <message>
         <source>File Screen</source>
-        <translation>File Screen</translation>
+        <translation>File</translation>
     </message>
     <message>
         <source>Reverse Screen</source>
@@ -37,7 +37,7 @@
     </message>
     <message>
         <source>disconnect</source>
-        <translation>disconnect</translation>
+        <translation>Disconnect</translation>
     </message>
 </context>
 <context>
@@ -70,7 +70,7 @@
     <name>ExceptionCallBack</name>
     <message>
         <source>Failed to turn on reverse control,</source>
-        <translation>Failed to turn on reverse control,</translation>
+        <translation>Could not turn on remote control: </translation>
     </message>
     <message>
         <source> is controlling the screen</source>
@@ -78,18 +78,18 @@
     </message>
     <message>
         <source>Failed to turn on reverse control, the screen only for displaying</source>
-        <translation>Failed to turn on reverse control, the screen only for displaying</translation>
+        <translation>Could not turn on remote control: this screen is for display only</translation>
     </message>
 </context>
 <context>
     <name>FileScreenPage</name>
     <message>
         <source>FileScreen.</source>
-        <translation type="unfinished"></translation>
+        <translation>Showing file.</translation>
     </message>
     <message>
         <source>Stop Screen</source>
-        <translation type="unfinished">Stop Screen</translation>
+        <translation>Stop Casting</translation>
     </message>
 </context>
 <context>
@@ -104,7 +104,7 @@
     </message>
     <message>
         <source>Connect Code</source>
-        <translation>Connect Code</translation>
+        <translation>Connection code</translation>
     </message>
     <message>
         <source>Virtual display in use</source>
@@ -122,22 +122,22 @@
     <name>ScreenPage</name>
     <message>
         <source>Please enter the connection code to cast screen</source>
-        <translation>Please enter the connection code to cast screen</translation>
+        <translation>Enter the connection code to cast your screen</translation>
     </message>
     <message>
         <source>Start Screen</source>
-        <translation>Start Screen</translation>
+        <translation>Start Casting</translation>
     </message>
     <message>
         <source>Stop Screen</source>
-        <translation>Stop Screen</translation>
+        <translation>Stop Casting</translation>
     </message>
 </context>
 <context>
     <name>SharePage</name>
     <message>
         <source>Please enter the connection code to show the screen here</source>
-        <translation>Please enter the connection code to show the screen here</translation>
+        <translation>Enter the connection code to show that screen here</translation>
     </message>
     <message>
         <source>Reverse Screen</source>
@@ -148,48 +148,48 @@
     <name>TipWindows</name>
     <message>
         <source>ShowDetails</source>
-        <translation>ShowDetails</translation>
+        <translation>Show details</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::BYOMSetting</name>
     <message>
         <source>BYOM Function Enable</source>
-        <translation type="unfinished"></translation>
+        <translation>Use the display&apos;s camera and microphone</translation>
     </message>
     <message>
         <source>Enable the virtual microphone and camera</source>
-        <translation type="unfinished"></translation>
+        <translation>Use the display&apos;s camera and microphone in your meetings</translation>
     </message>
     <message>
         <source>BYOM Not Supported</source>
-        <translation type="unfinished"></translation>
+        <translation>Camera and microphone not supported</translation>
     </message>
     <message>
         <source>BYOM is not supported on the current Display.</source>
-        <translation type="unfinished"></translation>
+        <translation>The current display does not support camera and microphone sharing.</translation>
     </message>
     <message>
         <source>This computer cannot host a virtual camera and microphone (v4l2loopback and a PulseAudio server are needed).</source>
-        <translation type="unfinished"></translation>
+        <translation>This computer cannot host a virtual camera and microphone (v4l2loopback and a PulseAudio server are needed).</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::BYOMUsageGuidance</name>
     <message>
         <source>While the screen is cast, pick &quot;Zelvanor Camera&quot; and &quot;Zelvanor Microphone&quot; in your meeting program to use the display&apos;s camera and microphone.</source>
-        <translation type="unfinished"></translation>
+        <translation>While the screen is cast, pick &quot;Zelvanor Camera&quot; and &quot;Zelvanor Microphone&quot; in your meeting program to use the display&apos;s camera and microphone.</translation>
     </message>
     <message>
         <source>OK</source>
-        <translation type="unfinished">OK</translation>
+        <translation>OK</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::ConnectPage</name>
     <message>
         <source>inPut Connected Code</source>
-        <translation>inPut Connected Code</translation>
+        <translation>Enter connection code</translation>
     </message>
     <message>
         <source>Connected</source>
@@ -197,42 +197,42 @@
     </message>
     <message>
         <source>Passcode server not configured,please check and try again</source>
-        <translation>Passcode server not configured,please check and try again</translation>
+        <translation>No passcode server is set up. Check the settings and try again.</translation>
     </message>
     <message>
         <source>virtual PC do not support Extend screen</source>
-        <translation>virtual PC do not support Extend screen</translation>
+        <translation>A virtual PC cannot extend its screen</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::ControlBtn</name>
     <message>
         <source>previous</source>
-        <translation type="unfinished"></translation>
+        <translation>Previous</translation>
     </message>
     <message>
         <source>next</source>
-        <translation type="unfinished"></translation>
+        <translation>Next</translation>
     </message>
     <message>
         <source>rotate left</source>
-        <translation type="unfinished"></translation>
+        <translation>Rotate left</translation>
     </message>
     <message>
         <source>rotate right</source>
-        <translation type="unfinished"></translation>
+        <translation>Rotate right</translation>
     </message>
     <message>
         <source>zoom in</source>
-        <translation type="unfinished"></translation>
+        <translation>Zoom in</translation>
     </message>
     <message>
         <source>zoom out</source>
-        <translation type="unfinished"></translation>
+        <translation>Zoom out</translation>
     </message>
     <message>
         <source>stop</source>
-        <translation type="unfinished"></translation>
+        <translation>Stop</translation>
     </message>
 </context>
 <context>
@@ -246,215 +246,215 @@
     <name>qorquicomponents::DisplayWidget</name>
     <message>
         <source>Delay: %1 ms  Bitrate: %2 kbps  Frame rate: %3 fps</source>
-        <translation type="unfinished"></translation>
+        <translation>Delay: %1 ms  Bit rate: %2 kbps  Frame rate: %3 fps</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::FileScreenPage</name>
     <message>
         <source>FileScreen.</source>
-        <translation type="unfinished"></translation>
+        <translation>Showing file.</translation>
     </message>
     <message>
         <source>FileScreen..</source>
-        <translation type="unfinished"></translation>
+        <translation>Showing file..</translation>
     </message>
     <message>
         <source>FileScreen...</source>
-        <translation type="unfinished"></translation>
+        <translation>Showing file...</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::FileScreenStackWidget</name>
     <message>
         <source>File Screen</source>
-        <translation type="unfinished">File Screen</translation>
+        <translation>File</translation>
     </message>
     <message>
         <source>open a file</source>
-        <translation type="unfinished"></translation>
+        <translation>Open a file</translation>
     </message>
     <message>
         <source>The picture is renamed or deleted</source>
-        <translation type="unfinished"></translation>
+        <translation>The picture was renamed or deleted</translation>
     </message>
     <message>
         <source>Selesct image is lager than 4K</source>
-        <translation type="unfinished"></translation>
+        <translation>The selected picture is larger than 4K</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::HideSetWindow</name>
     <message>
         <source>Cast video stream</source>
-        <translation type="unfinished"></translation>
+        <translation>Cast video stream</translation>
     </message>
     <message>
         <source>Screen mouse flow</source>
-        <translation type="unfinished"></translation>
+        <translation>Pointer stream</translation>
     </message>
     <message>
         <source>Screen casting reverse control flow</source>
-        <translation type="unfinished"></translation>
+        <translation>Remote control stream</translation>
     </message>
     <message>
         <source>Reverse video streaming</source>
-        <translation type="unfinished"></translation>
+        <translation>Reverse screen video stream</translation>
     </message>
     <message>
         <source>Reverse screen transmission and reverse current control</source>
-        <translation type="unfinished"></translation>
+        <translation>Reverse screen and its control stream</translation>
     </message>
     <message>
         <source>Debug window</source>
-        <translation type="unfinished"></translation>
+        <translation>Debug window</translation>
     </message>
     <message>
         <source>Changes to the agreement</source>
-        <translation type="unfinished"></translation>
+        <translation>Transport protocols</translation>
     </message>
     <message>
         <source>Record the screen casting code stream</source>
-        <translation type="unfinished"></translation>
+        <translation>Record the cast streams</translation>
     </message>
     <message>
         <source>Coding scheme</source>
-        <translation type="unfinished"></translation>
+        <translation>Encoding</translation>
     </message>
     <message>
         <source>Realtime data</source>
-        <translation type="unfinished"></translation>
+        <translation>Live figures</translation>
     </message>
     <message>
         <source>ReverseScreen</source>
-        <translation type="unfinished"></translation>
+        <translation>Reverse screen</translation>
     </message>
     <message>
         <source>DebugLog</source>
-        <translation type="unfinished"></translation>
+        <translation>Debug log</translation>
     </message>
     <message>
         <source>Restore default </source>
-        <translation type="unfinished"></translation>
+        <translation>Restore defaults</translation>
     </message>
     <message>
         <source>RGB flow  </source>
-        <translation type="unfinished"></translation>
+        <translation>RGB stream</translation>
     </message>
     <message>
         <source>YUV flow</source>
-        <translation type="unfinished"></translation>
+        <translation>YUV stream</translation>
     </message>
     <message>
         <source>H264 flow</source>
-        <translation type="unfinished"></translation>
+        <translation>H.264 stream</translation>
     </message>
     <message>
         <source>RGB stream after LIBYUV conversion  </source>
-        <translation type="unfinished"></translation>
+        <translation>RGB stream after YUV conversion</translation>
     </message>
     <message>
         <source>RTP flow</source>
-        <translation type="unfinished"></translation>
+        <translation>RTP stream</translation>
     </message>
     <message>
         <source>Soft plaits are preferred</source>
-        <translation type="unfinished"></translation>
+        <translation>Prefer software encoding</translation>
     </message>
     <message>
         <source>Record Time Log</source>
-        <translation type="unfinished"></translation>
+        <translation>Record stage times</translation>
     </message>
     <message>
         <source>ShowDisplayInfo</source>
-        <translation type="unfinished"></translation>
+        <translation>Show stream figures</translation>
     </message>
     <message>
         <source>Show DisplaySetting</source>
-        <translation type="unfinished"></translation>
+        <translation>Show display settings</translation>
     </message>
     <message>
         <source>Not supported</source>
-        <translation type="unfinished"></translation>
+        <translation>Not supported</translation>
     </message>
     <message>
         <source>Closed</source>
-        <translation type="unfinished"></translation>
+        <translation>Off</translation>
     </message>
     <message>
         <source>Open</source>
-        <translation type="unfinished"></translation>
+        <translation>On</translation>
     </message>
     <message>
         <source>BYOMShowModel</source>
-        <translation type="unfinished"></translation>
+        <translation>Camera and microphone mode</translation>
     </message>
     <message>
         <source>Record ReverseScreen Stream</source>
-        <translation type="unfinished"></translation>
+        <translation>Record the reverse screen stream</translation>
     </message>
     <message>
         <source>GetJPEG</source>
-        <translation type="unfinished"></translation>
+        <translation>Save a JPEG</translation>
     </message>
     <message>
         <source>RequestKeyFrame</source>
-        <translation type="unfinished"></translation>
+        <translation>Request a key frame</translation>
     </message>
     <message>
         <source>PrintReverseControlProcessLogs</source>
-        <translation type="unfinished"></translation>
+        <translation>Log remote control steps</translation>
     </message>
     <message>
         <source>PrintMouseInfomation</source>
-        <translation type="unfinished"></translation>
+        <translation>Log pointer details</translation>
     </message>
     <message>
         <source>show debug log</source>
-        <translation type="unfinished"></translation>
+        <translation>Show debug log</translation>
     </message>
     <message>
         <source>hide debug log</source>
-        <translation type="unfinished"></translation>
+        <translation>Hide debug log</translation>
     </message>
     <message>
         <source>Open the log</source>
-        <translation type="unfinished"></translation>
+        <translation>Open the log folder</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::ManageErrorCode</name>
     <message>
         <source>Failed to connect to the screen,please try again</source>
-        <translation>Failed to connect to the screen,please try again</translation>
+        <translation>Could not connect to the screen. Please try again.</translation>
     </message>
     <message>
         <source>Request denied,please check the screen permission settings</source>
-        <translation>Request denied,please check the screen permission settings</translation>
+        <translation>Request denied. Please check the screen&apos;s permission settings.</translation>
     </message>
     <message>
         <source>Big screen version is too low, please upgrade and try again</source>
-        <translation>Big screen version is too low, please upgrade and try again</translation>
+        <translation>The screen&apos;s software is too old. Please update it and try again.</translation>
     </message>
     <message>
         <source>Mirroring screen abnormal,please quit application and try again</source>
-        <translation>Mirroring screen abnormal,please quit application and try again</translation>
+        <translation>Screen mirroring failed. Please quit the application and try again.</translation>
     </message>
     <message>
         <source>There is no network at present, please check and try again</source>
-        <translation>There is no network at present, please check and try again</translation>
+        <translation>There is no network connection. Please check it and try again.</translation>
     </message>
     <message>
         <source>Reverse screen abnormal,please try again</source>
-        <translation>Reverse screen abnormal,please try again</translation>
+        <translation>Reverse screen failed. Please try again.</translation>
     </message>
     <message>
         <source>Passcode input error</source>
-        <translation>Passcode input error</translation>
+        <translation>Wrong passcode</translation>
     </message>
     <message>
         <source>Get infomation from passcode server fail, please check and try again</source>
-        <translation>Get infomation from passcode server fail, please check and try again</translation>
+        <translation>Could not reach the passcode server. Please check and try again.</translation>
     </message>
     <message>
         <source>You have been removed from the screen</source>
@@ -462,31 +462,31 @@
     </message>
     <message>
         <source>Failed to turn on sound mirroring screen,please try again</source>
-        <translation>Failed to turn on sound mirroring screen,please try again</translation>
+        <translation>Could not turn on sound. Please try again.</translation>
     </message>
     <message>
         <source>Failed to turn on reverse control,please try again</source>
-        <translation>Failed to turn on reverse control,please try again</translation>
+        <translation>Could not turn on remote control. Please try again.</translation>
     </message>
     <message>
         <source>The current screen can only be mirroring screen at 1080P resolution</source>
-        <translation>The current screen can only be mirroring screen at 1080P resolution</translation>
+        <translation>This screen can only mirror at 1080p</translation>
     </message>
     <message>
         <source>Mirroring screen abnormal,please try again</source>
-        <translation>Mirroring screen abnormal,please try again</translation>
+        <translation>Screen mirroring failed. Please try again.</translation>
     </message>
     <message>
         <source>Fast screen mirroring fail,please try again</source>
-        <translation>Fast screen mirroring fail,please try again</translation>
+        <translation>Fast mirroring failed. Please try again.</translation>
     </message>
     <message>
         <source>The number of screens exceeds the limit. Please exit other screens first</source>
-        <translation>The number of screens exceeds the limit. Please exit other screens first</translation>
+        <translation>Too many screens are being cast. Please stop another cast first.</translation>
     </message>
     <message>
         <source>The number of reverse screens exceeds the limit. Please exit other reverse screens first</source>
-        <translation>The number of reverse screens exceeds the limit. Please exit other reverse screens first</translation>
+        <translation>Too many reverse screens are open. Please close another one first.</translation>
     </message>
     <message>
         <source>Screen mirroring ended</source>
@@ -494,125 +494,125 @@
     </message>
     <message>
         <source>Reverse screen mirroring ended</source>
-        <translation>Reverse screen mirroring ended</translation>
+        <translation>Reverse screen ended</translation>
     </message>
     <message>
         <source>Mouse screen error</source>
-        <translation>Mouse screen error</translation>
+        <translation>Pointer error</translation>
     </message>
     <message>
         <source>The mouse cannot be displayed on the large screen,please try again</source>
-        <translation>The mouse cannot be displayed on the large screen,please try again</translation>
+        <translation>The pointer cannot be shown on the large screen. Please try again.</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::ModelButton</name>
     <message>
         <source>ExtendedMode</source>
-        <translation>ExtendedMode</translation>
+        <translation>Extend</translation>
     </message>
     <message>
         <source>WindowMode</source>
-        <translation>WindowMode</translation>
+        <translation>Window</translation>
     </message>
     <message>
         <source>CopyMode</source>
-        <translation>CopyMode</translation>
+        <translation>Mirror</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::NetTestWidget</name>
     <message>
         <source>Network test</source>
-        <translation type="unfinished"></translation>
+        <translation>Network test</translation>
     </message>
     <message>
         <source>Local address:</source>
-        <translation type="unfinished"></translation>
+        <translation>Local address:</translation>
     </message>
     <message>
         <source>Address:</source>
-        <translation type="unfinished"></translation>
+        <translation>Address:</translation>
     </message>
     <message>
         <source>Delay:</source>
-        <translation type="unfinished"></translation>
+        <translation>Delay:</translation>
     </message>
     <message>
         <source>Result:</source>
-        <translation type="unfinished"></translation>
+        <translation>Result:</translation>
     </message>
     <message>
         <source>Gateway</source>
-        <translation type="unfinished"></translation>
+        <translation>Gateway</translation>
     </message>
     <message>
         <source>Server</source>
-        <translation type="unfinished"></translation>
+        <translation>Server</translation>
     </message>
     <message>
         <source>Delay</source>
-        <translation type="unfinished"></translation>
+        <translation>Delay</translation>
     </message>
     <message>
         <source>Screen port</source>
-        <translation type="unfinished"></translation>
+        <translation>Screen port</translation>
     </message>
     <message>
         <source>Test</source>
-        <translation type="unfinished"></translation>
+        <translation>Test</translation>
     </message>
     <message>
         <source>Screen address:</source>
-        <translation type="unfinished"></translation>
+        <translation>Screen address:</translation>
     </message>
     <message>
         <source>Port:</source>
-        <translation type="unfinished"></translation>
+        <translation>Port:</translation>
     </message>
     <message>
         <source>Error:</source>
-        <translation type="unfinished"></translation>
+        <translation>Error:</translation>
     </message>
     <message>
         <source>Error.Ip Parsing exception.</source>
-        <translation type="unfinished"></translation>
+        <translation>Error: the address could not be parsed.</translation>
     </message>
     <message>
         <source>No server address is set.</source>
-        <translation type="unfinished"></translation>
+        <translation>No server address is set.</translation>
     </message>
     <message>
         <source>There is no network at present, please check and try again</source>
-        <translation type="unfinished">There is no network at present, please check and try again</translation>
+        <translation>There is no network connection. Please check it and try again.</translation>
     </message>
     <message>
         <source>No gateway</source>
-        <translation type="unfinished"></translation>
+        <translation>No gateway</translation>
     </message>
     <message>
         <source>Success.There is a large delay</source>
-        <translation type="unfinished"></translation>
+        <translation>Success, but the delay is high</translation>
     </message>
     <message>
         <source>Success.</source>
-        <translation type="unfinished"></translation>
+        <translation>Success.</translation>
     </message>
     <message>
         <source>Error.Ip pinged failed.</source>
-        <translation type="unfinished"></translation>
+        <translation>Error: no answer to ping.</translation>
     </message>
     <message>
         <source>Testing...</source>
-        <translation type="unfinished"></translation>
+        <translation>Testing...</translation>
     </message>
     <message>
         <source>Success.The screen port is reachable</source>
-        <translation type="unfinished"></translation>
+        <translation>Success: the screen&apos;s port is reachable</translation>
     </message>
     <message>
         <source>Error.The screen port cannot be reached</source>
-        <translation type="unfinished"></translation>
+        <translation>Error: the screen&apos;s port cannot be reached</translation>
     </message>
 </context>
 <context>
@@ -627,19 +627,19 @@
     </message>
     <message>
         <source>Exit</source>
-        <translation>Exit</translation>
+        <translation>Quit</translation>
     </message>
     <message>
         <source>virtual PC network isolation </source>
-        <translation>virtual PC network isolation </translation>
+        <translation>Virtual PC network is isolated</translation>
     </message>
     <message>
         <source>Resolution changes</source>
-        <translation>Resolution changes</translation>
+        <translation>Resolution changed</translation>
     </message>
     <message>
         <source>The client resolution has been modified and will be re displayed</source>
-        <translation>The client resolution has been modified and will be re displayed</translation>
+        <translation>The screen resolution of this PC changed; the cast is restarted with it</translation>
     </message>
     <message>
         <source>Bit rate: %1 kbps</source>
@@ -663,15 +663,15 @@
     </message>
     <message>
         <source>Bit stream exception</source>
-        <translation>Bit stream exception</translation>
+        <translation>Stream problem</translation>
     </message>
     <message>
         <source>No bit stream for a long time</source>
-        <translation>No bit stream for a long time</translation>
+        <translation>No video has arrived for a long time</translation>
     </message>
     <message>
         <source>Connection exception with server</source>
-        <translation>Connection exception with server</translation>
+        <translation>Connection to the screen lost</translation>
     </message>
     <message>
         <source>Reconnecting failed</source>
@@ -679,135 +679,139 @@
     </message>
     <message>
         <source>Reconnecting</source>
-        <translation>Reconnecting</translation>
+        <translation>Reconnecting...</translation>
     </message>
     <message>
         <source>Reverse Control</source>
-        <translation>Reverse Control</translation>
+        <translation>Remote control</translation>
     </message>
     <message>
         <source>Reverse Control Invaild</source>
-        <translation>Reverse Control Invaild</translation>
+        <translation>Remote control is not available</translation>
     </message>
     <message>
         <source>Net Exception</source>
-        <translation>Net Exception</translation>
+        <translation>Network problem</translation>
     </message>
     <message>
         <source>There is no network at present, please check and try again</source>
-        <translation>There is no network at present, please check and try again</translation>
+        <translation>There is no network connection. Please check it and try again.</translation>
     </message>
     <message>
         <source>open a file</source>
-        <translation type="unfinished"></translation>
+        <translation>Open a file</translation>
     </message>
     <message>
         <source>Pictures, audio and video</source>
-        <translation type="unfinished"></translation>
+        <translation>Pictures, audio and video</translation>
     </message>
     <message>
         <source>This file cannot be cast</source>
-        <translation type="unfinished"></translation>
+        <translation>This file cannot be cast</translation>
     </message>
     <message>
         <source>Setup</source>
-        <translation type="unfinished"></translation>
+        <translation>Settings</translation>
     </message>
     <message>
         <source>BYOM Not Supported</source>
-        <translation type="unfinished"></translation>
+        <translation>Camera and microphone not supported</translation>
     </message>
     <message>
         <source>Camera and microphone</source>
-        <translation type="unfinished"></translation>
+        <translation>Camera and microphone</translation>
     </message>
     <message>
         <source>Stop casting</source>
-        <translation type="unfinished"></translation>
+        <translation>Stop casting</translation>
     </message>
     <message>
         <source>Mirroring check</source>
-        <translation type="unfinished"></translation>
+        <translation>Casting check</translation>
     </message>
     <message>
         <source>Save diagnostic bundle...</source>
-        <translation type="unfinished"></translation>
+        <translation>Save diagnostic bundle...</translation>
     </message>
     <message>
         <source>About Zelvanor</source>
-        <translation type="unfinished"></translation>
+        <translation>About Zelvanor</translation>
     </message>
     <message>
         <source>Idle</source>
-        <translation type="unfinished"></translation>
+        <translation>Idle</translation>
     </message>
     <message>
         <source>Connected</source>
-        <translation type="unfinished">Connected</translation>
+        <translation>Connected</translation>
     </message>
     <message>
         <source>Casting</source>
-        <translation type="unfinished"></translation>
+        <translation>Casting</translation>
     </message>
     <message>
         <source>Showing the panel&apos;s screen</source>
-        <translation type="unfinished"></translation>
+        <translation>Showing the panel&apos;s screen</translation>
     </message>
     <message>
         <source>Connecting</source>
-        <translation type="unfinished"></translation>
+        <translation>Connecting</translation>
     </message>
     <message>
         <source>Open screen casting for meeting rooms.</source>
-        <translation type="unfinished"></translation>
+        <translation>Open screen casting for meeting rooms.</translation>
     </message>
     <message>
         <source>Built on these libraries, under their own licences:</source>
-        <translation type="unfinished"></translation>
+        <translation>Built on these libraries, under their own licences:</translation>
     </message>
     <message>
         <source>Display system</source>
-        <translation type="unfinished"></translation>
+        <translation>Display system</translation>
     </message>
     <message>
         <source>Video encoder</source>
-        <translation type="unfinished"></translation>
+        <translation>Video encoder</translation>
     </message>
     <message>
         <source>Sound server</source>
-        <translation type="unfinished"></translation>
+        <translation>Sound server</translation>
     </message>
     <message>
         <source>Network</source>
-        <translation type="unfinished"></translation>
+        <translation>Network</translation>
     </message>
     <message>
         <source>OK</source>
-        <translation type="unfinished">OK</translation>
+        <translation>OK</translation>
     </message>
     <message>
         <source>Limits casting</source>
-        <translation type="unfinished"></translation>
+        <translation>Limits casting</translation>
     </message>
     <message>
         <source>Save diagnostic bundle</source>
-        <translation type="unfinished"></translation>
+        <translation>Save diagnostic bundle</translation>
     </message>
     <message>
         <source>Diagnostic bundle (*.tar.gz)</source>
-        <translation type="unfinished"></translation>
+        <translation>Diagnostic bundle (*.tar.gz)</translation>
     </message>
     <message>
         <source>Diagnostic bundle saved</source>
-        <translation type="unfinished"></translation>
+        <translation>Diagnostic bundle saved</translation>
     </message>
     <message>
         <source>Send %1 to your support team. It holds logs and settings, no keys.</source>
-        <translation type="unfinished"></translation>
+        <translation>Send %1 to your support team. It holds logs and settings, no keys.</translation>
     </message>
     <message>
         <source>Diagnostic bundle not saved</source>
-        <translation type="unfinished"></translation>
+        <translation>Diagnostic bundle not saved</translation>
+    </message>
+    <message>
+        <source>The screen cannot show this file</source>
+        <translation>The screen cannot show this file</translation>
     </message>
 </context>
 <context>
@@ -829,50 +833,50 @@
     <name>qorquicomponents::ReverseScreen</name>
     <message>
         <source>Reverse Screen</source>
-        <translation type="unfinished">Reverse Screen</translation>
+        <translation>Reverse Screen</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::ReverseScreenSidebar</name>
     <message>
         <source>Control</source>
-        <translation type="unfinished"></translation>
+        <translation>Control</translation>
     </message>
     <message>
         <source>Reverse control</source>
-        <translation type="unfinished"></translation>
+        <translation>Remote control</translation>
     </message>
     <message>
         <source>Home</source>
-        <translation type="unfinished"></translation>
+        <translation>Home</translation>
     </message>
     <message>
         <source>Back to home</source>
-        <translation type="unfinished"></translation>
+        <translation>Go to the home screen</translation>
     </message>
     <message>
         <source>Back</source>
-        <translation type="unfinished"></translation>
+        <translation>Back</translation>
     </message>
     <message>
         <source>Back to previous</source>
-        <translation type="unfinished"></translation>
+        <translation>Go back</translation>
     </message>
     <message>
         <source>Photo</source>
-        <translation type="unfinished"></translation>
+        <translation>Photo</translation>
     </message>
     <message>
         <source>Take a snapshot</source>
-        <translation type="unfinished"></translation>
+        <translation>Take a snapshot</translation>
     </message>
     <message>
         <source>Refresh</source>
-        <translation type="unfinished"></translation>
+        <translation>Refresh</translation>
     </message>
     <message>
         <source>Refresh the picture</source>
-        <translation type="unfinished"></translation>
+        <translation>Refresh the picture</translation>
     </message>
 </context>
 <context>
@@ -887,208 +891,208 @@
     </message>
     <message>
         <source>Touch Control</source>
-        <translation>Touch Control</translation>
+        <translation>Touch control</translation>
     </message>
     <message>
         <source>Switch Window</source>
-        <translation>Switch Window</translation>
+        <translation>Switch window</translation>
     </message>
     <message>
         <source>Please enter the connection code to cast screen</source>
-        <translation>Please enter the connection code to cast screen</translation>
+        <translation>Enter the connection code to cast your screen</translation>
     </message>
     <message>
         <source>SCreening .</source>
-        <translation>SCreening .</translation>
+        <translation>Casting...</translation>
     </message>
     <message>
         <source>Continue</source>
-        <translation>Continue</translation>
+        <translation>Resume</translation>
     </message>
     <message>
         <source>Window is protected by authority, so can not be casted when it is minimized</source>
-        <translation>Window is protected by authority, so can not be casted when it is minimized</translation>
+        <translation>This window is protected and cannot be cast while it is minimized</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::SelectScreenWindow_linux</name>
     <message>
         <source>Refresh</source>
-        <translation type="unfinished"></translation>
+        <translation>Refresh</translation>
     </message>
     <message>
         <source>Confirm</source>
-        <translation type="unfinished"></translation>
+        <translation>Confirm</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::SettingWidget</name>
     <message>
         <source>Please enter a port number in the range of 0-65535</source>
-        <translation type="unfinished"></translation>
+        <translation>Enter a port number from 0 to 65535</translation>
     </message>
     <message>
         <source>Setup</source>
-        <translation type="unfinished"></translation>
+        <translation>Settings</translation>
     </message>
     <message>
         <source>BasicSettings</source>
-        <translation type="unfinished"></translation>
+        <translation>General</translation>
     </message>
     <message>
         <source>DisplaySetting</source>
-        <translation type="unfinished"></translation>
+        <translation>Display</translation>
     </message>
     <message>
         <source>Shortcut</source>
-        <translation type="unfinished"></translation>
+        <translation>Shortcuts</translation>
     </message>
     <message>
         <source>About</source>
-        <translation type="unfinished"></translation>
+        <translation>About</translation>
     </message>
     <message>
         <source>Feedback</source>
-        <translation type="unfinished"></translation>
+        <translation>Feedback</translation>
     </message>
     <message>
         <source>Update</source>
-        <translation type="unfinished"></translation>
+        <translation>Update</translation>
     </message>
     <message>
         <source>Send your feedback with the logs</source>
-        <translation type="unfinished"></translation>
+        <translation>Send your feedback with the logs</translation>
     </message>
     <message>
         <source>You are using the latest version</source>
-        <translation type="unfinished"></translation>
+        <translation>You are using the latest version</translation>
     </message>
     <message>
         <source>MyHostName:</source>
-        <translation type="unfinished"></translation>
+        <translation>This PC&apos;s name:</translation>
     </message>
     <message>
         <source>ServerIP:</source>
-        <translation type="unfinished"></translation>
+        <translation>Passcode server:</translation>
     </message>
     <message>
         <source>Port:</source>
-        <translation type="unfinished"></translation>
+        <translation>Port:</translation>
     </message>
     <message>
         <source>OK</source>
-        <translation type="unfinished">OK</translation>
+        <translation>OK</translation>
     </message>
     <message>
         <source>Network test</source>
-        <translation type="unfinished"></translation>
+        <translation>Network test</translation>
     </message>
     <message>
         <source>Support to display the following information</source>
-        <translation type="unfinished"></translation>
+        <translation>Show these figures while casting</translation>
     </message>
     <message>
         <source>Bitrate</source>
-        <translation type="unfinished"></translation>
+        <translation>Bit rate</translation>
     </message>
     <message>
         <source>Delay</source>
-        <translation type="unfinished"></translation>
+        <translation>Delay</translation>
     </message>
     <message>
         <source>Framerate</source>
-        <translation type="unfinished"></translation>
+        <translation>Frame rate</translation>
     </message>
     <message>
         <source>Packetlossrate</source>
-        <translation type="unfinished"></translation>
+        <translation>Packet loss</translation>
     </message>
     <message>
         <source>High-resolution cast</source>
-        <translation type="unfinished"></translation>
+        <translation>High-resolution casting</translation>
     </message>
     <message>
         <source>Turn on high-resolution cast</source>
-        <translation type="unfinished"></translation>
+        <translation>Turn on high-resolution casting</translation>
     </message>
     <message>
         <source>Shortcut screen IP:</source>
-        <translation type="unfinished"></translation>
+        <translation>Screen shortcut address:</translation>
     </message>
     <message>
         <source>Start/Stop Screen</source>
-        <translation type="unfinished"></translation>
+        <translation>Start/stop casting</translation>
     </message>
     <message>
         <source>Pause/Continue Screen</source>
-        <translation type="unfinished"></translation>
+        <translation>Pause/resume casting</translation>
     </message>
     <message>
         <source>reset</source>
-        <translation type="unfinished"></translation>
+        <translation>Reset</translation>
     </message>
     <message>
         <source>Invalid passcode server IP address. Please enter again</source>
-        <translation type="unfinished"></translation>
+        <translation>The passcode server address is not valid. Please enter it again.</translation>
     </message>
     <message>
         <source>The host name cannot be empty</source>
-        <translation type="unfinished"></translation>
+        <translation>The PC name cannot be empty</translation>
     </message>
     <message>
         <source>Saving failed. Please run Zelvanor as an administrator</source>
-        <translation type="unfinished"></translation>
+        <translation>Saving failed. Please check that Zelvanor may write its settings.</translation>
     </message>
     <message>
         <source>After it is turned on, the high-resolution screen projection will be used preferentially. The resource consumption is large, which may affect the computer performance. When the CPU utilization is high, the screen projection effect may not be ideal</source>
-        <translation type="unfinished"></translation>
+        <translation>High-resolution casting uses more of the computer&apos;s resources and may slow it down. When the processor is busy, the cast may not look its best.</translation>
     </message>
     <message>
         <source>The start shortcut keys may be occupied by other programs, please reconfigure</source>
-        <translation type="unfinished"></translation>
+        <translation>The start shortcut may be taken by another program. Please choose another key.</translation>
     </message>
     <message>
         <source>The pause shortcut keys may be occupied by other programs, please reconfigure</source>
-        <translation type="unfinished"></translation>
+        <translation>The pause shortcut may be taken by another program. Please choose another key.</translation>
     </message>
     <message>
         <source>The shortcut has been registered, please change the key and try again</source>
-        <translation type="unfinished"></translation>
+        <translation>This shortcut is already taken. Please choose another key.</translation>
     </message>
     <message>
         <source>Successfully modified</source>
-        <translation type="unfinished"></translation>
+        <translation>Saved</translation>
     </message>
     <message>
         <source>Shortcut keys only support the configuration of English characters</source>
-        <translation type="unfinished"></translation>
+        <translation>Shortcuts can only use the letters A to Z</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::VideoPage</name>
     <message>
         <source>previous</source>
-        <translation type="unfinished"></translation>
+        <translation>Previous</translation>
     </message>
     <message>
         <source>pause</source>
-        <translation type="unfinished"></translation>
+        <translation>Pause</translation>
     </message>
     <message>
         <source>next</source>
-        <translation type="unfinished"></translation>
+        <translation>Next</translation>
     </message>
     <message>
         <source>stop</source>
-        <translation type="unfinished"></translation>
+        <translation>Stop</translation>
     </message>
     <message>
         <source>%1 is casting...</source>
-        <translation type="unfinished"></translation>
+        <translation>%1 is casting...</translation>
     </message>
     <message>
         <source>play</source>
-        <translation type="unfinished"></translation>
+        <translation>Play</translation>
     </message>
 </context>
 </TS>

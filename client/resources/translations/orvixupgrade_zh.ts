@@ -85,11 +85,11 @@
     <name>FileScreenPage</name>
     <message>
         <source>FileScreen.</source>
-        <translation type="unfinished"></translation>
+        <translation>正在投屏文件.</translation>
     </message>
     <message>
         <source>Stop Screen</source>
-        <translation type="unfinished">结束投屏</translation>
+        <translation>停止投屏</translation>
     </message>
 </context>
 <context>
@@ -155,34 +155,34 @@
     <name>qorquicomponents::BYOMSetting</name>
     <message>
         <source>BYOM Function Enable</source>
-        <translation type="unfinished"></translation>
+        <translation>使用大屏的摄像头和麦克风</translation>
     </message>
     <message>
         <source>Enable the virtual microphone and camera</source>
-        <translation type="unfinished"></translation>
+        <translation>在会议中使用大屏的摄像头和麦克风</translation>
     </message>
     <message>
         <source>BYOM Not Supported</source>
-        <translation type="unfinished"></translation>
+        <translation>不支持摄像头和麦克风</translation>
     </message>
     <message>
         <source>BYOM is not supported on the current Display.</source>
-        <translation type="unfinished"></translation>
+        <translation>当前大屏不支持共享摄像头和麦克风。</translation>
     </message>
     <message>
         <source>This computer cannot host a virtual camera and microphone (v4l2loopback and a PulseAudio server are needed).</source>
-        <translation type="unfinished"></translation>
+        <translation>此电脑无法提供虚拟摄像头和麦克风（需要 v4l2loopback 和 PulseAudio 服务）。</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::BYOMUsageGuidance</name>
     <message>
         <source>While the screen is cast, pick &quot;Zelvanor Camera&quot; and &quot;Zelvanor Microphone&quot; in your meeting program to use the display&apos;s camera and microphone.</source>
-        <translation type="unfinished"></translation>
+        <translation>投屏时，在会议软件中选择“Zelvanor Camera”和“Zelvanor Microphone”，即可使用大屏的摄像头和麦克风。</translation>
     </message>
     <message>
         <source>OK</source>
-        <translation type="unfinished">确定</translation>
+        <translation>确定</translation>
     </message>
 </context>
 <context>
@@ -208,31 +208,31 @@
     <name>qorquicomponents::ControlBtn</name>
     <message>
         <source>previous</source>
-        <translation type="unfinished"></translation>
+        <translation>上一个</translation>
     </message>
     <message>
         <source>next</source>
-        <translation type="unfinished"></translation>
+        <translation>下一个</translation>
     </message>
     <message>
         <source>rotate left</source>
-        <translation type="unfinished"></translation>
+        <translation>向左旋转</translation>
     </message>
     <message>
         <source>rotate right</source>
-        <translation type="unfinished"></translation>
+        <translation>向右旋转</translation>
     </message>
     <message>
         <source>zoom in</source>
-        <translation type="unfinished"></translation>
+        <translation>放大</translation>
     </message>
     <message>
         <source>zoom out</source>
-        <translation type="unfinished"></translation>
+        <translation>缩小</translation>
     </message>
     <message>
         <source>stop</source>
-        <translation type="unfinished"></translation>
+        <translation>停止</translation>
     </message>
 </context>
 <context>
@@ -246,180 +246,180 @@
     <name>qorquicomponents::DisplayWidget</name>
     <message>
         <source>Delay: %1 ms  Bitrate: %2 kbps  Frame rate: %3 fps</source>
-        <translation type="unfinished"></translation>
+        <translation>延时：%1 ms  码率：%2 kbps  帧率：%3 fps</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::FileScreenPage</name>
     <message>
         <source>FileScreen.</source>
-        <translation type="unfinished"></translation>
+        <translation>正在投屏文件.</translation>
     </message>
     <message>
         <source>FileScreen..</source>
-        <translation type="unfinished"></translation>
+        <translation>正在投屏文件..</translation>
     </message>
     <message>
         <source>FileScreen...</source>
-        <translation type="unfinished"></translation>
+        <translation>正在投屏文件...</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::FileScreenStackWidget</name>
     <message>
         <source>File Screen</source>
-        <translation type="unfinished">文件投屏</translation>
+        <translation>文件投屏</translation>
     </message>
     <message>
         <source>open a file</source>
-        <translation type="unfinished"></translation>
+        <translation>打开文件</translation>
     </message>
     <message>
         <source>The picture is renamed or deleted</source>
-        <translation type="unfinished"></translation>
+        <translation>图片已被重命名或删除</translation>
     </message>
     <message>
         <source>Selesct image is lager than 4K</source>
-        <translation type="unfinished"></translation>
+        <translation>所选图片大于 4K</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::HideSetWindow</name>
     <message>
         <source>Cast video stream</source>
-        <translation type="unfinished"></translation>
+        <translation>投屏视频流</translation>
     </message>
     <message>
         <source>Screen mouse flow</source>
-        <translation type="unfinished"></translation>
+        <translation>鼠标流</translation>
     </message>
     <message>
         <source>Screen casting reverse control flow</source>
-        <translation type="unfinished"></translation>
+        <translation>反向控制流</translation>
     </message>
     <message>
         <source>Reverse video streaming</source>
-        <translation type="unfinished"></translation>
+        <translation>反向投屏视频流</translation>
     </message>
     <message>
         <source>Reverse screen transmission and reverse current control</source>
-        <translation type="unfinished"></translation>
+        <translation>反向投屏及其控制流</translation>
     </message>
     <message>
         <source>Debug window</source>
-        <translation type="unfinished"></translation>
+        <translation>调试窗口</translation>
     </message>
     <message>
         <source>Changes to the agreement</source>
-        <translation type="unfinished"></translation>
+        <translation>传输协议</translation>
     </message>
     <message>
         <source>Record the screen casting code stream</source>
-        <translation type="unfinished"></translation>
+        <translation>录制投屏码流</translation>
     </message>
     <message>
         <source>Coding scheme</source>
-        <translation type="unfinished"></translation>
+        <translation>编码方式</translation>
     </message>
     <message>
         <source>Realtime data</source>
-        <translation type="unfinished"></translation>
+        <translation>实时数据</translation>
     </message>
     <message>
         <source>ReverseScreen</source>
-        <translation type="unfinished"></translation>
+        <translation>反向投屏</translation>
     </message>
     <message>
         <source>DebugLog</source>
-        <translation type="unfinished"></translation>
+        <translation>调试日志</translation>
     </message>
     <message>
         <source>Restore default </source>
-        <translation type="unfinished"></translation>
+        <translation>恢复默认</translation>
     </message>
     <message>
         <source>RGB flow  </source>
-        <translation type="unfinished"></translation>
+        <translation>RGB 流</translation>
     </message>
     <message>
         <source>YUV flow</source>
-        <translation type="unfinished"></translation>
+        <translation>YUV 流</translation>
     </message>
     <message>
         <source>H264 flow</source>
-        <translation type="unfinished"></translation>
+        <translation>H.264 流</translation>
     </message>
     <message>
         <source>RGB stream after LIBYUV conversion  </source>
-        <translation type="unfinished"></translation>
+        <translation>YUV 转换后的 RGB 流</translation>
     </message>
     <message>
         <source>RTP flow</source>
-        <translation type="unfinished"></translation>
+        <translation>RTP 流</translation>
     </message>
     <message>
         <source>Soft plaits are preferred</source>
-        <translation type="unfinished"></translation>
+        <translation>优先软件编码</translation>
     </message>
     <message>
         <source>Record Time Log</source>
-        <translation type="unfinished"></translation>
+        <translation>记录各阶段耗时</translation>
     </message>
     <message>
         <source>ShowDisplayInfo</source>
-        <translation type="unfinished"></translation>
+        <translation>显示码流数据</translation>
     </message>
     <message>
         <source>Show DisplaySetting</source>
-        <translation type="unfinished"></translation>
+        <translation>显示显示设置</translation>
     </message>
     <message>
         <source>Not supported</source>
-        <translation type="unfinished"></translation>
+        <translation>不支持</translation>
     </message>
     <message>
         <source>Closed</source>
-        <translation type="unfinished"></translation>
+        <translation>关</translation>
     </message>
     <message>
         <source>Open</source>
-        <translation type="unfinished"></translation>
+        <translation>开</translation>
     </message>
     <message>
         <source>BYOMShowModel</source>
-        <translation type="unfinished"></translation>
+        <translation>摄像头和麦克风模式</translation>
     </message>
     <message>
         <source>Record ReverseScreen Stream</source>
-        <translation type="unfinished"></translation>
+        <translation>录制反向投屏码流</translation>
     </message>
     <message>
         <source>GetJPEG</source>
-        <translation type="unfinished"></translation>
+        <translation>保存 JPEG</translation>
     </message>
     <message>
         <source>RequestKeyFrame</source>
-        <translation type="unfinished"></translation>
+        <translation>请求关键帧</translation>
     </message>
     <message>
         <source>PrintReverseControlProcessLogs</source>
-        <translation type="unfinished"></translation>
+        <translation>记录反向控制过程日志</translation>
     </message>
     <message>
         <source>PrintMouseInfomation</source>
-        <translation type="unfinished"></translation>
+        <translation>记录鼠标信息</translation>
     </message>
     <message>
         <source>show debug log</source>
-        <translation type="unfinished"></translation>
+        <translation>显示调试日志</translation>
     </message>
     <message>
         <source>hide debug log</source>
-        <translation type="unfinished"></translation>
+        <translation>隐藏调试日志</translation>
     </message>
     <message>
         <source>Open the log</source>
-        <translation type="unfinished"></translation>
+        <translation>打开日志文件夹</translation>
     </message>
 </context>
 <context>
@@ -524,95 +524,95 @@
     <name>qorquicomponents::NetTestWidget</name>
     <message>
         <source>Network test</source>
-        <translation type="unfinished"></translation>
+        <translation>网络检测</translation>
     </message>
     <message>
         <source>Local address:</source>
-        <translation type="unfinished"></translation>
+        <translation>本机地址：</translation>
     </message>
     <message>
         <source>Address:</source>
-        <translation type="unfinished"></translation>
+        <translation>地址：</translation>
     </message>
     <message>
         <source>Delay:</source>
-        <translation type="unfinished"></translation>
+        <translation>延时：</translation>
     </message>
     <message>
         <source>Result:</source>
-        <translation type="unfinished"></translation>
+        <translation>结果：</translation>
     </message>
     <message>
         <source>Gateway</source>
-        <translation type="unfinished"></translation>
+        <translation>网关</translation>
     </message>
     <message>
         <source>Server</source>
-        <translation type="unfinished"></translation>
+        <translation>服务器</translation>
     </message>
     <message>
         <source>Delay</source>
-        <translation type="unfinished"></translation>
+        <translation>延时</translation>
     </message>
     <message>
         <source>Screen port</source>
-        <translation type="unfinished"></translation>
+        <translation>大屏端口</translation>
     </message>
     <message>
         <source>Test</source>
-        <translation type="unfinished"></translation>
+        <translation>检测</translation>
     </message>
     <message>
         <source>Screen address:</source>
-        <translation type="unfinished"></translation>
+        <translation>大屏地址：</translation>
     </message>
     <message>
         <source>Port:</source>
-        <translation type="unfinished"></translation>
+        <translation>端口：</translation>
     </message>
     <message>
         <source>Error:</source>
-        <translation type="unfinished"></translation>
+        <translation>错误：</translation>
     </message>
     <message>
         <source>Error.Ip Parsing exception.</source>
-        <translation type="unfinished"></translation>
+        <translation>错误：地址解析异常。</translation>
     </message>
     <message>
         <source>No server address is set.</source>
-        <translation type="unfinished"></translation>
+        <translation>未设置服务器地址。</translation>
     </message>
     <message>
         <source>There is no network at present, please check and try again</source>
-        <translation type="unfinished">当前无网络，请检查后重试</translation>
+        <translation>当前没有网络，请检查后重试</translation>
     </message>
     <message>
         <source>No gateway</source>
-        <translation type="unfinished"></translation>
+        <translation>无网关</translation>
     </message>
     <message>
         <source>Success.There is a large delay</source>
-        <translation type="unfinished"></translation>
+        <translation>成功，但延时较大</translation>
     </message>
     <message>
         <source>Success.</source>
-        <translation type="unfinished"></translation>
+        <translation>成功。</translation>
     </message>
     <message>
         <source>Error.Ip pinged failed.</source>
-        <translation type="unfinished"></translation>
+        <translation>错误：Ping 失败。</translation>
     </message>
     <message>
         <source>Testing...</source>
-        <translation type="unfinished"></translation>
+        <translation>正在检测...</translation>
     </message>
     <message>
         <source>Success.The screen port is reachable</source>
-        <translation type="unfinished"></translation>
+        <translation>成功：大屏端口可以访问</translation>
     </message>
     <message>
         <source>Error.The screen port cannot be reached</source>
-        <translation type="unfinished"></translation>
+        <translation>错误：无法访问大屏端口</translation>
     </message>
 </context>
 <context>
@@ -699,115 +699,119 @@
     </message>
     <message>
         <source>open a file</source>
-        <translation type="unfinished"></translation>
+        <translation>打开文件</translation>
     </message>
     <message>
         <source>Pictures, audio and video</source>
-        <translation type="unfinished"></translation>
+        <translation>图片、音频和视频</translation>
     </message>
     <message>
         <source>This file cannot be cast</source>
-        <translation type="unfinished"></translation>
+        <translation>此文件无法投屏</translation>
     </message>
     <message>
         <source>Setup</source>
-        <translation type="unfinished"></translation>
+        <translation>设置</translation>
     </message>
     <message>
         <source>BYOM Not Supported</source>
-        <translation type="unfinished"></translation>
+        <translation>不支持摄像头和麦克风</translation>
     </message>
     <message>
         <source>Camera and microphone</source>
-        <translation type="unfinished"></translation>
+        <translation>摄像头和麦克风</translation>
     </message>
     <message>
         <source>Stop casting</source>
-        <translation type="unfinished"></translation>
+        <translation>停止投屏</translation>
     </message>
     <message>
         <source>Mirroring check</source>
-        <translation type="unfinished"></translation>
+        <translation>投屏检查</translation>
     </message>
     <message>
         <source>Save diagnostic bundle...</source>
-        <translation type="unfinished"></translation>
+        <translation>保存诊断包...</translation>
     </message>
     <message>
         <source>About Zelvanor</source>
-        <translation type="unfinished"></translation>
+        <translation>关于 Zelvanor</translation>
     </message>
     <message>
         <source>Idle</source>
-        <translation type="unfinished"></translation>
+        <translation>空闲</translation>
     </message>
     <message>
         <source>Connected</source>
-        <translation type="unfinished">已连接</translation>
+        <translation>已连接</translation>
     </message>
     <message>
         <source>Casting</source>
-        <translation type="unfinished"></translation>
+        <translation>投屏中</translation>
     </message>
     <message>
         <source>Showing the panel&apos;s screen</source>
-        <translation type="unfinished"></translation>
+        <translation>正在显示大屏画面</translation>
     </message>
     <message>
         <source>Connecting</source>
-        <translation type="unfinished"></translation>
+        <translation>正在连接</translation>
     </message>
     <message>
         <source>Open screen casting for meeting rooms.</source>
-        <translation type="unfinished"></translation>
+        <translation>面向会议室的开放投屏系统。</translation>
     </message>
     <message>
         <source>Built on these libraries, under their own licences:</source>
-        <translation type="unfinished"></translation>
+        <translation>基于以下程序库构建，各自遵循其许可证：</translation>
     </message>
     <message>
         <source>Display system</source>
-        <translation type="unfinished"></translation>
+        <translation>显示系统</translation>
     </message>
     <message>
         <source>Video encoder</source>
-        <translation type="unfinished"></translation>
+        <translation>视频编码器</translation>
     </message>
     <message>
         <source>Sound server</source>
-        <translation type="unfinished"></translation>
+        <translation>声音服务</translation>
     </message>
     <message>
         <source>Network</source>
-        <translation type="unfinished"></translation>
+        <translation>网络</translation>
     </message>
     <message>
         <source>OK</source>
-        <translation type="unfinished">确定</translation>
+        <translation>确定</translation>
     </message>
     <message>
         <source>Limits casting</source>
-        <translation type="unfinished"></translation>
+        <translation>限制投屏的因素</translation>
     </message>
     <message>
         <source>Save diagnostic bundle</source>
-        <translation type="unfinished"></translation>
+        <translation>保存诊断包</translation>
     </message>
     <message>
         <source>Diagnostic bundle (*.tar.gz)</source>
-        <translation type="unfinished"></translation>
+        <translation>诊断包 (*.tar.gz)</translation>
     </message>
     <message>
         <source>Diagnostic bundle saved</source>
-        <translation type="unfinished"></translation>
+        <translation>诊断包已保存</translation>
     </message>
     <message>
         <source>Send %1 to your support team. It holds logs and settings, no keys.</source>
-        <translation type="unfinished"></translation>
+        <translation>请将 %1 发送给技术支持。其中包含日志和设置，不含密钥。</translation>
     </message>
     <message>
         <source>Diagnostic bundle not saved</source>
-        <translation type="unfinished"></translation>
+        <translation>诊断包未保存</translation>
+    </message>
+    <message>
+        <source>The screen cannot show this file</source>
+        <translation>大屏无法显示此文件</translation>
     </message>
 </context>
 <context>
@@ -829,50 +833,50 @@
     <name>qorquicomponents::ReverseScreen</name>
     <message>
         <source>Reverse Screen</source>
-        <translation type="unfinished">反向投屏</translation>
+        <translation>反向投屏</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::ReverseScreenSidebar</name>
     <message>
         <source>Control</source>
-        <translation type="unfinished"></translation>
+        <translation>控制</translation>
     </message>
     <message>
         <source>Reverse control</source>
-        <translation type="unfinished"></translation>
+        <translation>反向控制</translation>
     </message>
     <message>
         <source>Home</source>
-        <translation type="unfinished"></translation>
+        <translation>主页</translation>
     </message>
     <message>
         <source>Back to home</source>
-        <translation type="unfinished"></translation>
+        <translation>返回主页</translation>
     </message>
     <message>
         <source>Back</source>
-        <translation type="unfinished"></translation>
+        <translation>返回</translation>
     </message>
     <message>
         <source>Back to previous</source>
-        <translation type="unfinished"></translation>
+        <translation>返回上一步</translation>
     </message>
     <message>
         <source>Photo</source>
-        <translation type="unfinished"></translation>
+        <translation>拍照</translation>
     </message>
     <message>
         <source>Take a snapshot</source>
-        <translation type="unfinished"></translation>
+        <translation>截取画面</translation>
     </message>
     <message>
         <source>Refresh</source>
-        <translation type="unfinished"></translation>
+        <translation>刷新</translation>
     </message>
     <message>
         <source>Refresh the picture</source>
-        <translation type="unfinished"></translation>
+        <translation>刷新画面</translation>
     </message>
 </context>
 <context>
@@ -914,181 +918,181 @@
     <name>qorquicomponents::SelectScreenWindow_linux</name>
     <message>
         <source>Refresh</source>
-        <translation type="unfinished"></translation>
+        <translation>刷新</translation>
     </message>
     <message>
         <source>Confirm</source>
-        <translation type="unfinished"></translation>
+        <translation>确认</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::SettingWidget</name>
     <message>
         <source>Please enter a port number in the range of 0-65535</source>
-        <translation type="unfinished"></translation>
+        <translation>请输入 0-65535 范围内的端口号</translation>
     </message>
     <message>
         <source>Setup</source>
-        <translation type="unfinished"></translation>
+        <translation>设置</translation>
     </message>
     <message>
         <source>BasicSettings</source>
-        <translation type="unfinished"></translation>
+        <translation>基本设置</translation>
     </message>
     <message>
         <source>DisplaySetting</source>
-        <translation type="unfinished"></translation>
+        <translation>显示设置</translation>
     </message>
     <message>
         <source>Shortcut</source>
-        <translation type="unfinished"></translation>
+        <translation>快捷键</translation>
     </message>
     <message>
         <source>About</source>
-        <translation type="unfinished"></translation>
+        <translation>关于</translation>
     </message>
     <message>
         <source>Feedback</source>
-        <translation type="unfinished"></translation>
+        <translation>意见反馈</translation>
     </message>
     <message>
         <source>Update</source>
-        <translation type="unfinished"></translation>
+        <translation>更新</translation>
     </message>
     <message>
         <source>Send your feedback with the logs</source>
-        <translation type="unfinished"></translation>
+        <translation>附带日志发送您的反馈</translation>
     </message>
     <message>
         <source>You are using the latest version</source>
-        <translation type="unfinished"></translation>
+        <translation>当前已是最新版本</translation>
     </message>
     <message>
         <source>MyHostName:</source>
-        <translation type="unfinished"></translation>
+        <translation>本机名称：</translation>
     </message>
     <message>
         <source>ServerIP:</source>
-        <translation type="unfinished"></translation>
+        <translation>口令服务器：</translation>
     </message>
     <message>
         <source>Port:</source>
-        <translation type="unfinished"></translation>
+        <translation>端口：</translation>
     </message>
     <message>
         <source>OK</source>
-        <translation type="unfinished">确定</translation>
+        <translation>确定</translation>
     </message>
     <message>
         <source>Network test</source>
-        <translation type="unfinished"></translation>
+        <translation>网络检测</translation>
     </message>
     <message>
         <source>Support to display the following information</source>
-        <translation type="unfinished"></translation>
+        <translation>投屏时显示以下信息</translation>
     </message>
     <message>
         <source>Bitrate</source>
-        <translation type="unfinished"></translation>
+        <translation>码率</translation>
     </message>
     <message>
         <source>Delay</source>
-        <translation type="unfinished"></translation>
+        <translation>延时</translation>
     </message>
     <message>
         <source>Framerate</source>
-        <translation type="unfinished"></translation>
+        <translation>帧率</translation>
     </message>
     <message>
         <source>Packetlossrate</source>
-        <translation type="unfinished"></translation>
+        <translation>丢包率</translation>
     </message>
     <message>
         <source>High-resolution cast</source>
-        <translation type="unfinished"></translation>
+        <translation>高清投屏</translation>
     </message>
     <message>
         <source>Turn on high-resolution cast</source>
-        <translation type="unfinished"></translation>
+        <translation>开启高清投屏</translation>
     </message>
     <message>
         <source>Shortcut screen IP:</source>
-        <translation type="unfinished"></translation>
+        <translation>快捷投屏地址：</translation>
     </message>
     <message>
         <source>Start/Stop Screen</source>
-        <translation type="unfinished"></translation>
+        <translation>开始/停止投屏</translation>
     </message>
     <message>
         <source>Pause/Continue Screen</source>
-        <translation type="unfinished"></translation>
+        <translation>暂停/继续投屏</translation>
     </message>
     <message>
         <source>reset</source>
-        <translation type="unfinished"></translation>
+        <translation>重置</translation>
     </message>
     <message>
         <source>Invalid passcode server IP address. Please enter again</source>
-        <translation type="unfinished"></translation>
+        <translation>口令服务器地址无效，请重新输入</translation>
     </message>
     <message>
         <source>The host name cannot be empty</source>
-        <translation type="unfinished"></translation>
+        <translation>主机名不能为空</translation>
     </message>
     <message>
         <source>Saving failed. Please run Zelvanor as an administrator</source>
-        <translation type="unfinished"></translation>
+        <translation>保存失败，请检查 Zelvanor 是否有权写入设置</translation>
     </message>
     <message>
         <source>After it is turned on, the high-resolution screen projection will be used preferentially. The resource consumption is large, which may affect the computer performance. When the CPU utilization is high, the screen projection effect may not be ideal</source>
-        <translation type="unfinished"></translation>
+        <translation>开启后将优先使用高清投屏。资源消耗较大，可能影响电脑性能；CPU 占用较高时，投屏效果可能不理想</translation>
     </message>
     <message>
         <source>The start shortcut keys may be occupied by other programs, please reconfigure</source>
-        <translation type="unfinished"></translation>
+        <translation>开始投屏快捷键可能被其他程序占用，请重新设置</translation>
     </message>
     <message>
         <source>The pause shortcut keys may be occupied by other programs, please reconfigure</source>
-        <translation type="unfinished"></translation>
+        <translation>暂停投屏快捷键可能被其他程序占用，请重新设置</translation>
     </message>
     <message>
         <source>The shortcut has been registered, please change the key and try again</source>
-        <translation type="unfinished"></translation>
+        <translation>该快捷键已被注册，请更换按键后重试</translation>
     </message>
     <message>
         <source>Successfully modified</source>
-        <translation type="unfinished"></translation>
+        <translation>修改成功</translation>
     </message>
     <message>
         <source>Shortcut keys only support the configuration of English characters</source>
-        <translation type="unfinished"></translation>
+        <translation>快捷键仅支持英文字母</translation>
     </message>
 </context>
 <context>
     <name>qorquicomponents::VideoPage</name>
     <message>
         <source>previous</source>
-        <translation type="unfinished"></translation>
+        <translation>上一个</translation>
     </message>
     <message>
         <source>pause</source>
-        <translation type="unfinished"></translation>
+        <translation>暂停</translation>
     </message>
     <message>
         <source>next</source>
-        <translation type="unfinished"></translation>
+        <translation>下一个</translation>
     </message>
     <message>
         <source>stop</source>
-        <translation type="unfinished"></translation>
+        <translation>停止</translation>
     </message>
     <message>
         <source>%1 is casting...</source>
-        <translation type="unfinished"></translation>
+        <translation>%1 正在投屏...</translation>
     </message>
     <message>
         <source>play</source>
-        <translation type="unfinished"></translation>
+        <translation>播放</translation>
     </message>
 </context>
 </TS>
