@@ -18,7 +18,7 @@ PACKAGES=(
   # e2e attack tests: telling Opus in a packet capture
   libopus-dev
   # X11: capture, input injection, monitors
-  libx11-dev libxext-dev libxtst-dev libxfixes-dev libxrandr-dev libxdamage-dev
+  libx11-dev libxext-dev libxtst-dev libxfixes-dev libxrandr-dev libxdamage-dev libxrender-dev
   # GStreamer: capture, encoding, transports, decoding
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstreamer-plugins-bad1.0-dev
   gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good

@@ -348,12 +348,9 @@ void ReceiverApp::startCasting() {
     m_view->setWindowTitle(QStringLiteral("Zelvanor Receiver - %1").arg(m_options.name));
     zv::media::VideoView* view = m_view.get();
     m_cast->setFrameSink([view](const QImage& frame) { view->presentFrame(frame); });
-    // On X11 the sink draws and scales into the view's own window; Qt only
-    // draws the pointer. Elsewhere (offscreen) Qt paints the pictures.
-    // Without a window manager (a kiosk) the sink's window stays black on this
-    // X server, so a kiosk view keeps Qt's painting for now.
-    const bool kiosk = !m_options.windowed && !windowManagerRunning();
-    if (QGuiApplication::platformName() == QLatin1String("xcb") && !kiosk) {
+    // On X11 the sink draws and scales into the view's own window (a kiosk's
+    // too); Qt only draws the pointer. Elsewhere (offscreen) Qt paints the pictures.
+    if (QGuiApplication::platformName() == QLatin1String("xcb")) {
         m_cast->setVideoWindow(view->useVideoWindow(),
                                [view](int width, int height) { view->setPictureSize(width, height); });
         connect(view, &zv::media::VideoView::surfaceResized, m_cast, &CastService::windowResized);

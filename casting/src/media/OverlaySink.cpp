@@ -7,6 +7,7 @@
 
 #include "media/GstInit.h"
 #include "media/PipelineSupport.h"
+#include "media/XRenderSink.h"
 
 namespace zv::media {
 namespace {
@@ -26,6 +27,7 @@ std::string chooseVideoSink() {
         const char* forced = std::getenv("ZV_VIDEO_SINK");
         if (forced != nullptr && *forced != '\0') return std::string(forced);
         if (ensureGstInitialized().empty() && sinkStarts("xvimagesink")) return std::string("xvimagesink");
+        if (registerXRenderSink()) return std::string(kXRenderSinkName);
         return std::string("ximagesink");
     }();
     return chosen;
@@ -40,6 +42,7 @@ OverlaySink::~OverlaySink() {
 std::string OverlaySink::build(GstElement* bin, unsigned long window, const std::string& prefix) {
     std::string error;
     m_name = chooseVideoSink();
+    if (m_name == kXRenderSinkName) registerXRenderSink();  // also when forced by name
     m_window = window;
     m_sink = makeRequiredElement(m_name.c_str(), prefix + "-sink", &error);
     if (!error.empty()) return error;

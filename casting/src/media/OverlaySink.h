@@ -3,7 +3,8 @@
 // reverse-screen player and the panel's cast view.
 //
 //   (videoconvert ─▶) xvimagesink              Xv: the X server / GPU scales
-//   (videoconvert ─▶) videoscale ─▶ caps ─▶ ximagesink   no Xv: software, sized to the window
+//   (videoconvert ─▶) zvxrendersink            no Xv: XRender, the X server scales
+//   (videoconvert ─▶) videoscale ─▶ caps ─▶ ximagesink   neither: software, sized to the window
 //
 // Threads: build() and fit() on the owner's thread (fit() may also run on any
 // thread while the pipeline plays: it only changes caps).
@@ -21,8 +22,8 @@ struct _XDisplay;
 namespace zv::media {
 
 // The sink this machine draws with: $ZV_VIDEO_SINK when set, else
-// xvimagesink when the X server offers an Xv port, else ximagesink. Found
-// once per process.
+// xvimagesink when the X server offers an Xv port, else zvxrendersink when
+// it offers RENDER and MIT-SHM, else ximagesink. Found once per process.
 std::string chooseVideoSink();
 
 class OverlaySink {

@@ -19,71 +19,10 @@
 
 #include "casting/Log.h"
 #include "media/I420Converter.h"
+#include "media/XErrors.h"
 
 namespace zv::media {
 namespace {
-
-// Xlib reports errors through one process-wide handler, whose default ends
-// the process. Ours records errors on the capture's own connections (for
-// the thread that made the call) and hands every other error to the handler
-// that was there before.
-std::mutex g_displaysMutex;
-std::set<Display*> g_displays;
-XErrorHandler g_previousHandler = nullptr;
-thread_local int t_lastError = 0;
-
-int onXError(Display* display, XErrorEvent* event) {
-    {
-        std::lock_guard<std::mutex> lock(g_displaysMutex);
-        if (g_displays.count(display) != 0) {
-            t_lastError = event->error_code;
-            return 0;
-        }
-    }
-    return g_previousHandler != nullptr ? g_previousHandler(display, event) : 0;
-}
-
-// A lost connection goes through two hooks: the process-wide I/O error
-// handler (whose default calls exit()) and the display's exit handler. For
-// the capture's displays both return, and the capture thread notices the
-// hang-up; other displays keep the handler they had.
-XIOErrorHandler g_previousIoHandler = nullptr;
-
-int onXIoError(Display* display) {
-    {
-        std::lock_guard<std::mutex> lock(g_displaysMutex);
-        if (g_displays.count(display) != 0) return 0;
-    }
-    return g_previousIoHandler != nullptr ? g_previousIoHandler(display) : 0;
-}
-
-void registerDisplay(Display* display) {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        g_previousHandler = XSetErrorHandler(onXError);
-        g_previousIoHandler = XSetIOErrorHandler(onXIoError);
-    });
-    std::lock_guard<std::mutex> lock(g_displaysMutex);
-    g_displays.insert(display);
-}
-
-void unregisterDisplay(Display* display) {
-    std::lock_guard<std::mutex> lock(g_displaysMutex);
-    g_displays.erase(display);
-}
-
-// Runs the queued requests and returns the first error they caused (0: none).
-class ErrorTrap {
-public:
-    explicit ErrorTrap(Display* display) : m_display(display) { t_lastError = 0; }
-    int check() {
-        XSync(m_display, False);
-        return t_lastError;
-    }
-
-private:
-    Display* m_display;
-};
 
 std::string hexId(unsigned long id) {
     char text[32];
@@ -420,7 +359,7 @@ bool X11Capture::grabRect(const Rect& canvasRect) {
                           static_cast<unsigned>(canvasRect.height), AllPlanes, ZPixmap);
         ok = image != nullptr;
     }
-    ok = ok && t_lastError == 0 && image->bits_per_pixel == 32;
+    ok = ok && lastXError() == 0 && image->bits_per_pixel == 32;
     if (ok && m_rawTap) {
         m_rawTap(reinterpret_cast<const uint8_t*>(image->data), image->bytes_per_line, canvasRect.x, canvasRect.y,
                  canvasRect.width, canvasRect.height);
