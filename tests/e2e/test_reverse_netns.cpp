@@ -181,6 +181,16 @@ TEST_F(ReverseNetns, ThePanelsScreenIsShownInThePcsWindowAndSnapshotsAreJpegs) {
     EXPECT_TRUE(zvtest::waitFor([&] { return windowShows(kBlocks); }, 10s))
         << "the window shows " << pixelOf(pcX.connection(), playerWindow, 240, 135).name().toStdString();
 
+    // The stream's figures reach the PC once a second, from the receiving pipeline.
+    const QJsonObject figures = jsonLine(viewer->waitForLine(
+        [](const std::string& line) {
+            const QJsonObject o = jsonLine(line);
+            return o.value("type").toInt() == 32806 && o.value("bitrateKbps").toInt() > 0;
+        },
+        10s));
+    EXPECT_FALSE(figures.isEmpty()) << "no statistics with a bit rate";
+    EXPECT_GT(figures.value("delayMs").toInt(), 0);
+
     const QImage picture = snapshot();
     ASSERT_FALSE(picture.isNull()) << "the snapshot is no readable JPEG";
     EXPECT_EQ(picture.size(), QSize(kPanelW, kPanelH));  // the picture itself, not the window

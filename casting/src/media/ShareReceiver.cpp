@@ -33,6 +33,9 @@ struct ShareReceiver::Impl {
     SrtpDecoder videoSrtp, audioSrtp;
     WarningLimiter warnings;
     RateMeter bytes, frames;
+    mutable std::mutex jitterMutex;
+    ElementPtr videoJitter;  // for its jitter figure; under jitterMutex
+    int latencyMs = 0;
     std::atomic<uint64_t> videoUnits{0}, audioUnits{0};
     std::atomic<bool> running{false};
     std::mutex errorMutex;
@@ -108,6 +111,11 @@ std::string ShareReceiver::Impl::buildStream(const char* caps, const char* prefi
         chain.push_back(filter.get());
     }
     chain.push_back(sink.get());
+    if (kind == 1) {
+        std::lock_guard<std::mutex> lock(jitterMutex);
+        videoJitter = addRef(jitter.get());
+        this->latencyMs = latencyMs;
+    }
     gst_bin_add(GST_BIN(pipeline.get()), jitter.get());
     if (!linkOn(source, jitter.get())) return std::string("cannot link the ") + prefix + " jitter buffer";
     for (size_t i = 1; i < chain.size(); ++i) gst_bin_add(GST_BIN(pipeline.get()), chain[i]);
@@ -206,6 +214,10 @@ void ShareReceiver::stop() {
         d.bus.detach();
         d.pipeline.reset();
     }
+    {
+        std::lock_guard<std::mutex> lock(d.jitterMutex);
+        d.videoJitter.reset();
+    }
     d.videoSrtp.reset();
     d.audioSrtp.reset();
 }
@@ -222,6 +234,19 @@ ShareReceiverStatistics ShareReceiver::statistics() const {
     s.fps = d.frames.perSecond();
     s.packetsRejected = d.videoSrtp.rejected() + d.audioSrtp.rejected();
     s.packetsFromOthers = d.peer.dropped();
+    // What this side adds to the picture's age: the jitter buffer's hold
+    // plus the jitter it measures on the arriving packets.
+    s.delayMs = d.latencyMs;
+    std::lock_guard<std::mutex> lock(d.jitterMutex);
+    if (d.videoJitter) {
+        GstStructure* stats = nullptr;
+        g_object_get(d.videoJitter.get(), "stats", &stats, nullptr);
+        if (stats != nullptr) {
+            guint64 jitterNs = 0;
+            if (gst_structure_get_uint64(stats, "avg-jitter", &jitterNs)) s.delayMs += static_cast<int>(jitterNs / 1000000);
+            gst_structure_free(stats);
+        }
+    }
     return s;
 }
 

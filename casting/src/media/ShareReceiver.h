@@ -49,6 +49,7 @@ struct ShareReceiverPorts {
 struct ShareReceiverStatistics {
     uint64_t videoUnits = 0, audioUnits = 0, bytes = 0, packetsRejected = 0, packetsFromOthers = 0;
     double bitrateKbps = 0.0, fps = 0.0;
+    int delayMs = 0;  // the receiving side's share of the delay
 };
 
 class ShareReceiver {

@@ -251,7 +251,15 @@ void ShareSession::onControlState(const wire::ShareControlState& state) {
 
 void ShareSession::checkStalled() {
     if (m_state != State::Sharing || !m_receiver) return;
-    const quint64 bytes = m_receiver->statistics().bytes;
+    const media::ShareReceiverStatistics stats = m_receiver->statistics();
+    // Once a second, as the forward cast's figures: the sidebar's overlay shows them.
+    m_raise(NOTIFY_STREAM_STATISTICS, [&](tagNotifyExceptionParams_& p) {
+        p.nBitRateKbps = static_cast<int>(stats.bitrateKbps);
+        p.nFrameRate = static_cast<int>(stats.fps + 0.5);
+        p.nDelayMs = stats.delayMs;
+        p.ucLoss = stats.packetsRejected > 0 ? 1 : 0;
+    });
+    const quint64 bytes = stats.bytes;
     m_quietSeconds = bytes > m_lastBytes ? 0 : m_quietSeconds + 1;
     m_lastBytes = bytes;
     if (m_quietSeconds < kStallSeconds) return;
